@@ -1,0 +1,20 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# Warnings, sanitizers and coverage, the same for the library, the samples and the tests.
+
+set(DEVREDIRECT_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion)
+if(DEVREDIRECT_WERROR)
+    list(APPEND DEVREDIRECT_WARNINGS -Werror)
+endif()
+
+if(DEVREDIRECT_SANITIZE)
+    add_compile_options(-fsanitize=${DEVREDIRECT_SANITIZE} -fno-omit-frame-pointer -g)
+    add_link_options(-fsanitize=${DEVREDIRECT_SANITIZE})
+    if(DEVREDIRECT_SANITIZE MATCHES undefined)
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()
+
+if(DEVREDIRECT_COVERAGE)
+    add_compile_options(--coverage -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()

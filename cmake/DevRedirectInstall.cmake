@@ -1,0 +1,21 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# The installed tree: the library, its headers, a CMake package and a pkg-config file.
+
+include(CMakePackageConfigHelpers)
+set(DEVREDIRECT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/DevRedirect)
+
+install(TARGETS devredirecthandler EXPORT DevRedirectTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+foreach(room devices component worker mount interface log)
+    install(DIRECTORY ${room} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+install(EXPORT DevRedirectTargets NAMESPACE DevRedirect:: DESTINATION ${DEVREDIRECT_CMAKE_DIR})
+configure_package_config_file(cmake/DevRedirectConfig.cmake.in DevRedirectConfig.cmake
+    INSTALL_DESTINATION ${DEVREDIRECT_CMAKE_DIR})
+write_basic_package_version_file(DevRedirectConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/DevRedirectConfig.cmake
+    ${CMAKE_CURRENT_BINARY_DIR}/DevRedirectConfigVersion.cmake DESTINATION ${DEVREDIRECT_CMAKE_DIR})
+
+configure_file(cmake/devredirecthandler.pc.in devredirecthandler.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/devredirecthandler.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "component/redirevents.h"
+
+#include <string>
+
+/**
+ * \file
+ * The seven C entry points of the redirection component "libdevredir.so", by the names that it exports.
+ *
+ * Some take library-level objects, so a component must be built with the same standard library as this one. A
+ * component's author includes this header and defines the functions extern "C" with these types.
+ */
+
+/// "redirInit": starts the component. Arguments: send callback, event callback (both may be empty), VM identifier,
+/// path of "config.json". False: not started.
+using RedirInit = bool(SendCallback, EventCallback, std::string, std::string);
+
+/// "redirCheck": is the channel of this name the component's? If so, true and a context through the out-pointer.
+using RedirCheck = bool(std::string, void **);
+
+/// "redirHandler": bytes that arrived on the channel of a context. Borrowed for the call.
+using RedirHandler = void(char *, int, void *);
+
+/// "redirSetupContext": joins a context (first) to its channel (second), the pointer to name in the send callback.
+using RedirSetupContext = bool(void *, void *);
+
+/// "redirEventHandler": something happened to the channel of a context. Data is null and the length 0 so far.
+using RedirEventHandler = void(ChannelEvent, char *, int, void *);
+
+/// "redirCtrl": runs one JSON command and answers into the buffer. Length: capacity in, length of the answer out.
+/// 0 means success.
+using RedirCtrl = int(std::string, char *, int &);
+
+/// "redirDeinit": stops the component. No callback may be called once it has returned.
+using RedirDeinit = void();

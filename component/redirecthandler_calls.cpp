@@ -1,0 +1,190 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "component/entrypoints.h"
+#include "component/redirecthandler.h"
+
+#include <QByteArray>
+
+#include <cstring>
+#include <exception>
+
+namespace {
+
+// Runs foreign code. What it throws ends here: the callers, Qt and GLib among them, could not carry it on.
+template<typename Result, typename Call>
+Result contained(const char *method, const char *callee, Result neutral, const Call &call)
+{
+    try {
+        return call();
+    } catch (const std::exception &e) {
+        Log::module(QtCriticalMsg, method, "exception from", callee, ":", e.what());
+    } catch (...) {
+        Log::module(QtCriticalMsg, method, "exception from", callee);
+    }
+    return neutral;
+}
+
+template<typename Call>
+void containedVoid(const char *method, const char *callee, const Call &call)
+{
+    contained(method, callee, 0, [&call] {
+        call();
+        return 0;
+    });
+}
+
+SendCallback contained(SendCallback send)
+{
+    if (!send)
+        return send;
+    return [send = std::move(send)](void *channel, char *message, int length) {
+        return contained("redirInit", "the send callback", -1, [&] { return send(channel, message, length); });
+    };
+}
+
+EventCallback contained(EventCallback notify)
+{
+    if (!notify)
+        return notify;
+    return [notify = std::move(notify)](void *context, RedirEvent event, const char *text, int length) {
+        containedVoid("redirInit", "the event callback", [&] { notify(context, event, text, length); });
+    };
+}
+
+template<typename Function>
+Function *as(void (*entryPoint)())
+{
+    return reinterpret_cast<Function *>(entryPoint);
+}
+
+QString trueOrFalse(bool value)
+{
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+QString textIn(const char *buffer, int capacity)
+{
+    if (!buffer || capacity <= 0)
+        return QString();
+    return QString::fromUtf8(buffer, int(strnlen(buffer, size_t(capacity))));
+}
+
+} // namespace
+
+bool RedirectHandler::loadRedirComponent(SendCallback send, EventCallback event, std::string vmId,
+                                         std::string configPath)
+{
+    logOutput(QStringLiteral(" Begin to load redirect component, call RedirInit function."));
+    auto *const init = as<RedirInit>(m_funcRedirInit);
+    if (!init) {
+        Log::module(QtCriticalMsg, __func__, " Fail to call redirInit, due to that m_funcRedirInit is NULL");
+        return false;
+    }
+    const bool result = contained(__func__, "redirInit", false, [&] {
+        return init(contained(std::move(send)), contained(std::move(event)), std::move(vmId), std::move(configPath));
+    });
+    m_log.write(
+        [result] { return QStringLiteral(" End to  call RedirInit function. result: ") + trueOrFalse(result); });
+    return result;
+}
+
+bool RedirectHandler::checkRedirChannel(std::string channelName, void **context)
+{
+    logOutput(QStringLiteral(" Begin to check redirect channel, call RedirCheck function."));
+    auto *const check = as<RedirCheck>(m_funcRedirCheck);
+    if (!check) {
+        Log::module(QtCriticalMsg, __func__, " Fail to call redirCheck, due to that m_funcRedirCheck is NULL");
+        return false;
+    }
+    const bool result =
+        contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
+    m_log.write(
+        [result] { return QStringLiteral(" End to  call RedirCheck function. result: ") + trueOrFalse(result); });
+    return result;
+}
+
+bool RedirectHandler::setupRedirContext(void *context, void *channel)
+{
+    logOutput(QStringLiteral(" Begin to setup redirect context, call RedirSetupContext function."));
+    auto *const setup = as<RedirSetupContext>(m_funcRedirSetupContext);
+    if (!setup) {
+        Log::guard(QtCriticalMsg, __func__,
+                   "call redirSetupContext failed due to that m_funcRedirSetupContext is NULL");
+        return false;
+    }
+    const bool result = contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
+    m_log.write([result] {
+        return QStringLiteral(" End to  call RedirSetupContext function. result: ") + trueOrFalse(result);
+    });
+    return result;
+}
+
+void RedirectHandler::handlerRedirData(char *data, int length, void *context)
+{
+    auto *const handler = as<RedirHandler>(m_funcRedirHandler);
+    if (!handler) {
+        Log::guard(QtCriticalMsg, __func__, "call redirHandler failed due to that m_funcRedirHandler is NULL");
+        return;
+    }
+    containedVoid(__func__, "redirHandler", [&] { handler(data, length, context); });
+}
+
+void RedirectHandler::handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context)
+{
+    Log::trace(QtDebugMsg, __func__, " enter. ");
+    if (!context) {
+        Log::trace(QtDebugMsg, __func__, " context is null ");
+        Log::trace(QtDebugMsg, __func__, " eventHandler context is null ");
+    } else {
+        auto *const handler = as<RedirEventHandler>(m_funcRedirEventHandler);
+        if (!handler) {
+            Log::guard(QtCriticalMsg, __func__,
+                       "call redirEventHandler failed due to that m_funcRedirEventHandler is NULL");
+            return;
+        }
+        containedVoid(__func__, "redirEventHandler", [&] { handler(event, data, length, context); });
+    }
+    Log::trace(QtDebugMsg, __func__, 224, "after call m_funcRedirEventHandler.");
+}
+
+int RedirectHandler::handlerRedirCtrlCommand(const std::string &command, char *buffer, int &length)
+{
+    m_log.write([&command] {
+        return QStringLiteral(" Begin to handler redirect command, call redirCtrl function. command: ")
+            + QString::fromStdString(command);
+    });
+    auto *const control = as<RedirCtrl>(m_redirCtrl);
+    if (!control) {
+        Log::guard(QtCriticalMsg, __func__, "call handlerRedirCtrlCommand failed due to that m_redirCtrl is NULL");
+        return 1;
+    }
+    const int capacity = length;
+    const int result = contained(__func__, "redirCtrl", 1, [&] { return control(command, buffer, length); });
+    m_log.write([&] {
+        // The length stands here as the one character whose code is its low byte, as readers of this line expect.
+        return QStringLiteral(" End to call redirCtrl function. result:") + QString::number(result)
+            + QStringLiteral(", listData:") + textIn(buffer, capacity) + QStringLiteral(", length:")
+            + QChar(ushort(length & 0xff));
+    });
+    if (Log::enabled(QtInfoMsg)) {
+        Log::trace(QtInfoMsg, __func__, "after call m_redirCtrl. result: ", QString::number(result),
+                   ", listData: ", textIn(buffer, capacity), " , length: ", length);
+    }
+    return result;
+}
+
+void RedirectHandler::redirDeinit()
+{
+    logOutput(QStringLiteral(" Begin to call RedirDeinit function."));
+    if (!m_library) {
+        Log::guard(QtCriticalMsg, __func__, "redirDeinit dynamic lib is NULL");
+        return;
+    }
+    auto *const deinit = as<RedirDeinit>(m_funcRedirDeinit);
+    if (!deinit) {
+        Log::guard(QtCriticalMsg, __func__, "call redirEventHandler failed due to that m_funcRedirDeinit is NULL");
+        return;
+    }
+    containedVoid(__func__, "redirDeinit", [&] { deinit(); });
+    Log::trace(QtInfoMsg, __func__, 309, "dlx unload lib.");
+    logOutput(QStringLiteral(" End to call RedirDeinit function."));
+}

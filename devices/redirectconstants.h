@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "devices/devredirectexport.h"
+
+#include <QString>
+
+/**
+ * \file
+ * The names that the component and the library use for redirectors and transports.
+ *
+ * The component fixed these words; ExterDeviceInfo::rdrName and ExterDeviceInfo::transportMode hold one of them.
+ * They are made while the library is being loaded and stay valid until the process has ended, also on threads that
+ * outlive main(). \thread any
+ */
+
+extern DEVREDIRECT_EXPORT const QString DISKRDR; ///< "diskrdr": a USB disk, handled by the disk redirector
+extern DEVREDIRECT_EXPORT const QString CAMRDR; ///< "camrdr": a camera, handled by the camera redirector
+extern DEVREDIRECT_EXPORT const QString USBRDR; ///< "usbrdr": any other USB device, handled by the USB redirector
+
+extern DEVREDIRECT_EXPORT const QString SPICEMODE; ///< "spice": redirected over the SPICE session
+extern DEVREDIRECT_EXPORT const QString TCPMODE; ///< "tcp": redirected over a connection of its own

@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include <QString>
+
+/// What the host tells the library about its connection. A plain value; empty texts are allowed. \thread any
+struct DevparamfromClient
+{
+    QString localIp; ///< the client machine's own address, as text
+    QString vmIp; ///< the virtual machine's address, as text
+};

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Threads and wiring. How each connection is made decides on which thread the work runs.
+
+#include "interface/devredirectinterface.h"
+
+#include "devices/devredirectmanger.h"
+#include "mount/watchmountworker.h"
+#include "worker/devredirectworker.h"
+
+#include <spice-client.h>
+
+#include <limits>
+
+Q_DECLARE_METATYPE(SpicePortChannel)
+
+DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
+{
+    qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
+    qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
+    qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
+
+    m_devRedirectWorker = DevRedirectManger::instance()->getRedirectWorkerInstance();
+    connectWorker();
+
+    m_watchMountWorker = new WatchMountWorker;
+    connect(&m_mountThread, &QThread::finished, m_watchMountWorker, &QObject::deleteLater);
+    connect(this, &DevRedirectInterface::myWatchMount, m_watchMountWorker, &WatchMountWorker::watchMount);
+    connect(m_watchMountWorker, &WatchMountWorker::mountSuccesful, m_devRedirectWorker.data(),
+            &DevRedirectWorker::onNotifyEventHandler);
+
+    m_devRedirectWorker->moveToThread(&m_workerThread);
+    m_watchMountWorker->moveToThread(&m_mountThread);
+    m_workerThread.start();
+    m_mountThread.start();
+    m_log.start();
+}
+
+DevRedirectInterface::~DevRedirectInterface()
+{
+    for (QThread *thread : {&m_workerThread, &m_mountThread}) {
+        thread->quit();
+        thread->wait(std::numeric_limits<unsigned long>::max());
+    }
+}
+
+void DevRedirectInterface::connectWorker()
+{
+    using Interface = DevRedirectInterface;
+    using Worker = DevRedirectWorker;
+    Worker *const worker = m_devRedirectWorker;
+    constexpr auto Direct = Qt::DirectConnection;
+
+    connect(&m_workerThread, &QThread::finished, worker, &QObject::deleteLater);
+
+    connect(this, &Interface::loadDynamicLib, worker, &Worker::onLoadDynamicLibByWorker, Direct);
+    connect(this, &Interface::loadDevRedirComponentByThread, worker, &Worker::onLoadDevRedirComponentByWorker, Direct);
+    connect(this, &Interface::checkRedirChannelByThread, worker, &Worker::onCheckRedirChannelByWorker, Direct);
+    connect(this, &Interface::redirectDeviceByIdByThread, worker, &Worker::onShareDeviceByWorker);
+    connect(this, &Interface::unRedirectDeviceByIdByThread, worker, &Worker::onUnShareDeviceByWorker);
+    connect(this, &Interface::unRedirectDeviceAllByThread, worker, &Worker::onUnShareAllByWorker);
+    connect(this, &Interface::resetParametersByThread, worker, &Worker::onResetParametersByThread);
+    connect(this, &Interface::realeaseDeviceResourceByThread, worker, &Worker::onReleaseDeviceResourceByWorker, Direct);
+    connect(this, &Interface::notifyEventHandler, worker, &Worker::onNotifyEventHandler);
+    connect(this, &Interface::getDevListAndMapping, worker, &Worker::onGetDevListAndMapping);
+    connect(this, &Interface::stopMappingFunctionByThread, worker, &Worker::stopMappingFunctionByWorker, Direct);
+    connect(this, &Interface::getDevListByVirApp, worker, &Worker::onGetDevListByVirApp, Direct);
+    connect(this, &Interface::getDevListByShareDesk, worker, &Worker::onGetDevListByShareDesk, Direct);
+
+    connect(worker, &Worker::deviceListResult, this, &Interface::deviceListResultByThread);
+    connect(worker, &Worker::redirectDeviceByIdResult, this, &Interface::redirectDeviceByIdResult);
+    connect(worker, &Worker::unRedirectDeviceByIdResult, this, &Interface::unRedirectDeviceByIdResult);
+    connect(worker, &Worker::unRedirectDeviceAllResult, this, &Interface::unRedirectDeviceAllResult);
+    connect(worker, &Worker::sendMapCommandToVdiExterDevModel, this, &Interface::onSendMapCommandByDevRedInter);
+    connect(worker, &Worker::diskMapResultInUsb, this, &Interface::diskMapResultInUsbByInter, Direct);
+    connect(worker, &Worker::shareDeviceResult, this, &Interface::shareDeviceResultByInterface);
+    connect(worker, &Worker::sendDevListInfoToVirApp, this, &Interface::sendDevListInfoToVirAppByDevInter, Direct);
+    connect(worker, &Worker::sendDevListInfoToShareDesk, this, &Interface::sendDevListInfoToShareDeskByDevInter,
+            Direct);
+}
+
+void DevRedirectInterface::infoLogOutput(const QString &text)
+{
+    m_log.write([&text] { return text; });
+}

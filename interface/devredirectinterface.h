@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "component/redirevents.h"
+#include "devices/devredirectexport.h"
+#include "devices/exterdeviceinfo.h"
+#include "interface/devparamfromclient.h"
+#include "log/ratelimitedlog.h"
+
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QThread>
+
+#include <string>
+
+class DevRedirectWorker;
+class WatchMountWorker;
+typedef struct _SpicePortChannel SpicePortChannel;
+
+/**
+ * The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
+ *
+ * Create it on the host's main thread, one at a time: a second one only after the first was destroyed. Then, in this
+ * order: set the client parameters, both callbacks and the map callback; emit loadDynamicLib() and
+ * loadDevRedirComponentByThread(); hand over each port channel; call notifyEvent(). At the end of the session call
+ * setQuitFlag(true), take the devices back and destroy the object. A second object starts from nothing: set its
+ * parameters and callbacks again.
+ *
+ * \code
+ *     DevRedirectInterface redirect(nullptr);
+ *     redirect.setClientParam({localAddress, vmAddress});
+ *     redirect.setNotifyEventCallback(onRedirEvent);
+ *     redirect.sendMapCommandByDevModel(onDeviceList);
+ *     Q_EMIT redirect.loadDynamicLib();
+ *     Q_EMIT redirect.loadDevRedirComponentByThread(vmId);
+ *     Q_EMIT redirect.checkRedirChannelByThread(channel, name, opened);
+ *     redirect.getDeviceListFromUniqueFrame();
+ * \endcode
+ *
+ * Nothing here throws and no call reports failure by itself unless it says so: a request that was accepted is not its
+ * outcome, the outcome comes as the signal that is named there, and the reason of a failure stands in the log. Before
+ * the component is loaded every request ends as refused (a signal with false, or none where none is named). After
+ * setQuitFlag(true) messages of the component are dropped and everything else works as before.
+ *
+ * \thread host for every member, unless it says otherwise.
+ */
+class DEVREDIRECT_EXPORT DevRedirectInterface : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// What receives a new device list. It may change, add and remove records; what it leaves is what getDeviceList()
+    /// returns from then on. \thread host
+    using MapCallback = void (*)(QList<ExterDeviceInfo> &devices);
+
+    /// Starts the worker thread and the mount thread.
+    explicit DevRedirectInterface(QObject *parent);
+
+    /**
+     * Stops both threads and waits for them, without a limit: for the worker's current operation, so as long as the
+     * component takes, and for a watch that notifyEvent() started, which ends only when the mount table changes. A host
+     * that cannot wait for the user to plug something makes such a change itself (a mount and an unmount in the mount
+     * namespace of this process), or leaves the object alone and ends the process. Requests that have not begun are
+     * dropped. The component is neither stopped nor unloaded: call realeaseDeviceResource() before.
+     */
+    ~DevRedirectInterface() override;
+
+    // --- device operations ---
+
+    /**
+     * Shares (\a operateType "share") or unshares ("unshare") the device of this identifier.
+     *
+     * An identifier that is not in the list is logged and goes on as a default record, which the component refuses.
+     * Any other type is logged and nothing happens. \sa redirectDeviceById() unRedirectDeviceById()
+     */
+    void deviceOperate(const QString &deviceId, const QString &operateType);
+
+    /**
+     * Shares \a device with the virtual machine.
+     *
+     * Queued to the worker thread; requests run in the order in which they were made. The outcome arrives as
+     * shareDeviceResultByInterface(), for a "diskrdr" device also as diskMapResultInUsbByInter(). A "usbrdr" device's
+     * outcome is reported by the component through the event callback only.
+     */
+    void redirectDeviceById(const ExterDeviceInfo &device);
+    /// Takes \a device back. Queued; the outcome arrives as unRedirectDeviceByIdResult().
+    void unRedirectDeviceById(const ExterDeviceInfo &device);
+    /// Takes all devices back. Queued; the outcome arrives as unRedirectDeviceAllResult().
+    void unRedirectDeviceAll();
+    /**
+     * Takes all devices back before it returns, and ends the taking of requests: from then on this object starts no
+     * component, binds no channel, and shares, unshares, resets, handles and lists nothing. What was queued before may
+     * still run on the worker thread. Blocks for as long as the component takes.
+     */
+    void syncUNRedirectDeviceAll();
+    /// The virtual machine was restarted: takes all devices back and publishes the list again. Queued; the outcome
+    /// arrives as unRedirectDeviceAllResult() and then deviceListResultByThread().
+    void vmRebootReset();
+    /// Stops the component ("redirDeinit"). Blocks for as long as the component takes.
+    void realeaseDeviceResource();
+    /// Cuts the component off: from then on only realeaseDeviceResource() reaches it.
+    void stopMappingFunctionByDevRedirInter();
+
+    // --- parameters, callbacks, events ---
+
+    /// Sets the addresses that the component is told with each command. Empty texts are allowed. \thread any
+    void setClientParam(const DevparamfromClient &param);
+    /// Sets the host's event sink, before the component is started. The component calls it from its own threads.
+    void setNotifyEventCallback(EventCallback callback);
+    /// Keeps the callback, which is not called: the component's messages go to their port channel.
+    void setSendDevRedirectMsgToSpiceCallback(SendCallback callback);
+    /// true: the session ends, so messages of the component are dropped. \thread any
+    void setQuitFlag(bool quit);
+
+    /// Joins a component's context to its channel, for a host that binds channels itself. False: the component wants
+    /// to be told of an open channel by handlerRedirNoticeEvent(), or could not be asked. \thread any
+    bool setupRedirContext(void *context, void *channel);
+    /// Asks whether the channel of this name is the component's: 1 yes, 0 no. \a context receives its context.
+    /// \thread any
+    int checkRedirChannel(std::string channelName, void **context);
+    /// Hands bytes from the channel to the component; borrowed for the call. \thread any
+    void handlerRedirData(char *data, int length, void *context);
+    /// Hands a channel event to the component. \thread any
+    void handlerRedirNoticeEvent(ChannelEvent event, char *text, int length, void *context);
+
+    /// Fetches the device list now, and again when the mount table has changed and every USB disk is mounted. Queued;
+    /// each call adds one watch, which keeps the mount thread until the next change (see the destructor).
+    void notifyEvent();
+
+    // --- queries and notifications ---
+
+    /// The record of this identifier; a default record, and one warning line, if it is not in the list. \thread any
+    ExterDeviceInfo getDeviceInfo(const QString &deviceId);
+    /// The list as it was last published through the map callback. \thread any
+    QList<ExterDeviceInfo> getDeviceList();
+    /// Asks the component for its list. Queued; it arrives through the map callback.
+    void getDeviceListFromUniqueFrame();
+    /// Sets the map callback; null is refused with a critical line. The callback is called without a check, so set one
+    /// before a list is asked for.
+    void sendMapCommandByDevModel(MapCallback callback);
+    /**
+     * Tells the component of USB devices that were plugged in or pulled out, and fetches the list again.
+     * \param strUsbInfos  "product name:device name:attach state:file descriptor", several separated by ";". An entry
+     *                     of fewer fields is skipped with a warning line. Descriptors stay the caller's.
+     * Blocks for as long as the component takes. \thread any
+     */
+    void notifyUsbInfo(const QString &strUsbInfos);
+    /// Sends a camera policy to the component. Blocks for as long as the component takes. \thread any
+    void sendConfigerInforToCamera(const QList<QString> &configerInfos);
+
+    /// Writes a line to this object's rate-limited log channel. \thread any
+    void infoLogOutput(const QString &text);
+
+Q_SIGNALS:
+    // Requests say "request", results "result". A result is emitted on the host's thread unless it says otherwise.
+
+    /// Request, for the host to emit: load the component library. Runs at once on the emitting thread.
+    void loadDynamicLib();
+    /// Request, for the host to emit: start the component for this virtual machine. Runs at once. Needs an event
+    /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink.
+    void loadDevRedirComponentByThread(const QString &vmId);
+    /// Request, for the host to emit: bind this port channel if it is the component's. Runs at once. Emit it once for
+    /// each channel: every time binds once more. \a channel is borrowed.
+    void checkRedirChannelByThread(SpicePortChannel *channel, const QString &channelName, bool isOpened);
+    /// Result of vmRebootReset(): the published list; \a status is false if it is empty.
+    void deviceListResultByThread(const QList<ExterDeviceInfo> &devices, bool status);
+    void redirectDeviceByIdByThread(const ExterDeviceInfo &device); ///< request of redirectDeviceById()
+    /// Declared for hosts that connect to it; never emitted. \sa shareDeviceResultByInterface()
+    void redirectDeviceByIdResult(const ExterDeviceInfo &device, bool result);
+    void unRedirectDeviceByIdByThread(const ExterDeviceInfo &device); ///< request of unRedirectDeviceById()
+    void unRedirectDeviceAllByThread(); ///< request of unRedirectDeviceAll()
+    void unRedirectDeviceByIdResult(const ExterDeviceInfo &device, bool status); ///< result of unRedirectDeviceById()
+    /// Result of unRedirectDeviceAll(), syncUNRedirectDeviceAll() and vmRebootReset().
+    void unRedirectDeviceAllResult(bool result);
+    void resetParametersByThread(); ///< request of vmRebootReset()
+    void realeaseDeviceResourceByThread(); ///< request of realeaseDeviceResource(); runs at once
+    void notifyEventHandler(); ///< request of notifyEvent(): fetch the list
+    void myWatchMount(); ///< request of notifyEvent(): watch the mount table
+    /// Result for a "diskrdr" device that was to be shared. \a devName is its devicePosition, \a operateType "Map".
+    /// \thread worker
+    void diskMapResultInUsbByInter(QString devName, QString operateType, bool status);
+    void getDevListAndMapping(); ///< request of getDeviceListFromUniqueFrame()
+    void stopMappingFunctionByThread(); ///< request of stopMappingFunctionByDevRedirInter(); runs at once
+    /// Result of redirectDeviceById() for every device except a "usbrdr" one.
+    void shareDeviceResultByInterface(const ExterDeviceInfo &device, bool result);
+    /// Request, for the host to emit: fetch the list for the virtual application view. Runs at once.
+    void getDevListByVirApp();
+    /// Result of getDevListByVirApp(). \thread the one that emitted the request
+    void sendDevListInfoToVirAppByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
+    /// Request, for the host to emit: fetch the list for the shared desktop view. Runs at once.
+    void getDevListByShareDesk();
+    /// Result of getDevListByShareDesk(). \thread the one that emitted the request
+    void sendDevListInfoToShareDeskByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
+
+public Q_SLOTS:
+    /// Gives the latest list to the map callback and publishes what it leaves. Called when a new list has come.
+    void onSendMapCommandByDevRedInter();
+
+private:
+    void connectWorker();
+
+    QThread m_workerThread;
+    QPointer<DevRedirectWorker> m_devRedirectWorker; ///< not owned; dies with the worker thread
+    MapCallback m_mapCallback = nullptr;
+    QThread m_mountThread;
+    WatchMountWorker *m_watchMountWorker = nullptr; ///< dies with the mount thread
+    RateLimitedLog m_log{"infoLogOutput"};
+};

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "devices/devredirectexport.h"
+
+#include <QObject>
+#include <QString>
+
+/**
+ * Waits for the local mount table to change, then until every USB disk is mounted.
+ *
+ * DevRedirectInterface owns one on a thread of its own, the mount thread, and asks it to look with every
+ * DevRedirectInterface::notifyEvent(). It needs neither the component nor a channel.
+ *
+ * \thread mount; one call at a time.
+ */
+class DEVREDIRECT_EXPORT WatchMountWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// The room that excuCmd() needs for its output: 4096 bytes, one more line and a terminator.
+    static constexpr int OutputSize = 4096 + 4095 + 1;
+
+    explicit WatchMountWorker(QObject *parent = nullptr);
+    ~WatchMountWorker() override;
+
+    /// Runs mountDone() again and again until it returns true or 60 seconds have passed, then emits mountSuccesful()
+    /// in both cases. Blocks for that long.
+    void doCheckMount();
+
+    /**
+     * Asks the block-device lister ("lsblk") whether every USB disk has a mount point on itself or on a partition.
+     *
+     * \return false as soon as one USB disk has none; true otherwise, also if there is no USB disk, if the lister
+     * cannot be run or if its output cannot be read. Waits for the lister to end.
+     */
+    bool mountDone();
+
+    /// Does the block device of this kernel name ("sda") sit on USB? False also if "/sys/block" has no such device.
+    bool isUsbDev(QString name);
+
+    /**
+     * Runs a shell command and appends its standard output to \a output.
+     *
+     * \param command  at most 4095 bytes; a longer one cannot be started
+     * \param output   a zeroed buffer of OutputSize bytes. Reading stops with the line that passes 4096 bytes.
+     * \return false only if the command could not be started. Its exit status is not looked at.
+     */
+    bool excuCmd(const char *command, char *output);
+
+Q_SIGNALS:
+    /// The watch is over: every USB disk is mounted, or the time is up. Emitted on the mount thread.
+    void mountSuccesful();
+
+public Q_SLOTS:
+    /**
+     * Waits for one change of the mount table (/proc/mounts) and then checks with doCheckMount().
+     *
+     * It occupies its thread until the change comes; there is no other way out, except that a failing or interrupted
+     * poll ends the watch without a check.
+     */
+    void watchMount();
+};

@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "component/redirevents.h"
+#include "devices/devredirectexport.h"
+#include "devices/exterdeviceinfo.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+QT_BEGIN_NAMESPACE
+class QMutex;
+QT_END_NAMESPACE
+class RedirectHandler;
+struct DevparamfromClient;
+typedef struct _SpicePortChannel SpicePortChannel;
+
+/// Guards every worker's copy of the two client addresses, and nothing else. Not recursive. Never held while the
+/// component or the host is called. \thread any
+extern DEVREDIRECT_EXPORT QMutex &s_mutext;
+
+/**
+ * Does the work that talks to the redirection component.
+ *
+ * There is one worker, made and handed out by DevRedirectManger; DevRedirectInterface moves it to the worker thread
+ * and deletes it when that thread ends. All component calls go through the one m_redirectHandler.
+ *
+ * Before the component is loaded every call to it fails with a critical line: commands count as refused, lists are
+ * not fetched. After setQuitFlag(true) what the component sends is dropped, everything else goes on as before.
+ *
+ * \thread A slot runs where its connection puts it: sharing, unsharing, reset, event handling and the
+ * list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. Each member
+ * says what else holds.
+ */
+class DEVREDIRECT_EXPORT DevRedirectWorker : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit DevRedirectWorker(QObject *parent);
+    ~DevRedirectWorker() override;
+
+    /// Keeps the two addresses that every device command carries. \thread any
+    void setWorkerClientparam(const DevparamfromClient &param);
+    /// true: the application is exiting, so what the component sends is dropped. One flag for all workers. \thread any
+    void setQuitFlag(bool quit);
+    /// Replaces the host's event sink; an empty one keeps the component from starting for a virtual machine.
+    /// \thread host, before the component is started
+    void setEventCallback(EventCallback callback);
+    /// Keeps the callback. It is never called: what the component sends always goes to its port channel.
+    /// \thread host, before the component is started
+    void setSendDevRedirectMsgToSpiceCallback(SendCallback callback);
+
+    /// Unshares everything and, as after every reset, publishes the mapped device list with deviceListResult().
+    void setParameters();
+    /// The path of "config.json" in "Device Redirect" beside the executable. \a ok becomes false if there is no such
+    /// file and is left alone otherwise: set it to true before the call.
+    QString getConfigFilePath(bool &ok);
+    /// Starts the component for "virApp" or "shareDesk": without a way to send and without an event sink.
+    void loadDevRedirComponentByVirApp(const QString &vmId);
+
+    /// Runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
+    bool excuteRedirectCmd(const QString &command);
+    bool excuteSendCameraConfigerInfo(const QString &command); ///< the same, for a camera policy. \thread any
+    bool excuteNotifyUsbInfoCmd(const QString &command); ///< the same, for USB information. \thread any
+
+    /**
+     * Builds a device command: compact JSON, keys in alphabetical order.
+     * \param ignored   not used; callers pass a null string
+     * \param deviceId  goes out as "deviceId", unless the command is "share", the device is a USBRDR device and its
+     *                  spareTextA is not empty
+     * \param command   "share", "unshare" or "unshareall"
+     * \thread any
+     */
+    QString structCtrlCommand(const QString &ignored, const QString &deviceId, const QString &command,
+                              const ExterDeviceInfo &device);
+    /// Builds a "devchange" command. \a fileDescriptor is an open descriptor of the device, not owned. \thread any
+    QString structUsbInfoCommand(const QString &deviceName, const QString &devicePosition, const QString &deviceAttach,
+                                 int fileDescriptor);
+    /// Builds a "setpolicy" command for cameras; an empty list gives an empty policy. \thread any
+    QString structCameraConfigerInfoCommand(const QList<QString> &policies);
+
+    /// Is the channel of this name the component's? \a context receives the component's context. \thread any
+    bool checkRedirChannel(std::string channelName, void **context);
+    /// Joins a context to its channel. \thread any
+    bool setupRedirContext(void *context, void *channel);
+    /// Hands bytes from the channel to the component; \a data is borrowed for the call. \thread any
+    void handlerRedirData(char *data, int length, void *context);
+    /// Hands a channel event to the component; a null \a context is only logged. \thread any
+    void handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context);
+
+    /**
+     * Asks the component for its device list.
+     * \param buffer  receives the document; borrowed
+     * \param length  in: capacity in bytes; out: length of the document, always within 0 and the capacity. A component
+     *                that claims another length gets one warning line.
+     * \return true if the component returned 0
+     * \thread any
+     */
+    bool getDevList(char *buffer, int &length);
+    /// Reads a device list (see parseExternalDeviceList()), stores it in the registry, also when it is empty, and
+    /// emits sendMapCommandToVdiExterDevModel() unless the last one has not been handled yet. \thread any
+    void mappingDeviceInDevList(char *buffer, unsigned int length);
+    /// Emits sendMapCommandToVdiExterDevModel(); the list is only counted for the log. \thread any
+    void sendMappingCommandToRedirectCom(QList<ExterDeviceInfo> &devices);
+    /// Writes a list to the log, one line a device. \a devices is only read. \thread any
+    void printfDevList(QList<ExterDeviceInfo> &devices);
+
+    /**
+     * Tells the component of USB devices that were plugged in or pulled out, then fetches the device list again.
+     *
+     * \param strUsbInfos  entries separated by ";", each "product name:device name:attach state:file descriptor".
+     *                     Further fields are ignored, a descriptor that is no decimal number counts as 0, an entry of
+     *                     fewer than four fields is skipped with a warning line. Empty: only the list is fetched.
+     * \thread any; runs on the caller's thread and returns when the component has answered
+     */
+    void notifyUsbInfo(const QString &strUsbInfos);
+    /// Sends a camera policy to the component. \thread any; returns when the component has answered
+    void sendConfigerInforToCamera(const QList<QString> &policies);
+
+    static RedirectHandler *const m_redirectHandler; ///< the process's one handler; never null, never deleted
+    static std::atomic<bool> m_bQuit; ///< the application is exiting
+
+Q_SIGNALS:
+    void deviceListResult(const QList<ExterDeviceInfo> &devices, bool status);
+    void redirectDeviceByIdResult(const ExterDeviceInfo &device, bool result);
+    void unRedirectDeviceByIdResult(const ExterDeviceInfo &device, bool status);
+    void unRedirectDeviceAllResult(bool status);
+    void sendMapCommandToVdiExterDevModel();
+    void diskMapResultInUsb(QString devName, QString operateType, bool status);
+    void shareDeviceResult(const ExterDeviceInfo &device, bool result);
+    void sendDevListInfoToVirApp(const QList<ExterDeviceInfo> &deviceInfos);
+    void sendDevListInfoToShareDesk(const QList<ExterDeviceInfo> &deviceInfos);
+
+public Q_SLOTS:
+    /// Loads the component library.
+    void onLoadDynamicLibByWorker();
+    /// Starts the component for a virtual machine, under "DEBUG" if \a vmId is empty; see also
+    /// loadDevRedirComponentByVirApp(). Needs an event callback and "config.json". Failure shows in the log only.
+    void onLoadDevRedirComponentByWorker(const QString &vmId);
+    /**
+     * Binds a port channel to the component if the component knows its name.
+     *
+     * Each call binds once more; nothing unbinds, the bindings end with the channel. \a channel is borrowed and must be
+     * alive; \a isOpened tells whether the port is open already.
+     */
+    void onCheckRedirChannelByWorker(SpicePortChannel *channel, const QString &channelName, bool isOpened);
+    /// Shares a device. A "usbrdr" device's outcome is reported by the component's events, any other's by
+    /// shareDeviceResult(), a "diskrdr" device's also by diskMapResultInUsb().
+    void onShareDeviceByWorker(const ExterDeviceInfo &device);
+    /// Unshares a device; the outcome is unRedirectDeviceByIdResult().
+    void onUnShareDeviceByWorker(const ExterDeviceInfo &device);
+    /// Unshares everything; the outcome is unRedirectDeviceAllResult().
+    void onUnShareAllByWorker();
+    /// The virtual machine was restarted: setParameters() with the list published.
+    void onResetParametersByThread();
+    /// Stops the component.
+    void onReleaseDeviceResourceByWorker();
+    /// Something changed: fetches the list and maps it.
+    void onNotifyEventHandler();
+    /// The host asked: fetches the list and maps it.
+    void onGetDevListAndMapping();
+    /// Cuts the component off, see RedirectHandler::stopMappingFunction().
+    void stopMappingFunctionByWorker();
+    /// Fetches the list for the virtual application view.
+    void onGetDevListByVirApp();
+    /// Fetches the list for the shared desktop view.
+    void onGetDevListByShareDesk();
+
+private:
+    using ListSignal = void (DevRedirectWorker::*)(const QList<ExterDeviceInfo> &);
+    void sendDevList(const char *method, ListSignal signal);
+
+    void *m_contextWord = nullptr; ///< opaque; not used by the worker itself
+    std::atomic<bool> m_autoRefresh{true};
+    EventCallback m_eventCallback;
+    QString m_localIp; ///< guarded by s_mutext
+    QString m_remoteIp; ///< guarded by s_mutext
+    std::uint16_t m_port = 50240; ///< not sent: "remotePort" is always empty
+    SendCallback m_sendCallback;
+};

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "devices/devredirectexport.h"
+
+#include <spice-client.h>
+
+/**
+ * \file
+ * The plain functions that join the component to a SPICE port channel. This header needs the SPICE client library's.
+ *
+ * All of them go through DevRedirectWorker::m_redirectHandler; without a component they log and do nothing. The "user
+ * data" of the three handlers is the context that the component gave for the channel. Nothing here owns a channel.
+ */
+
+/**
+ * Sends a message of the component on \a channel; the component calls it.
+ *
+ * \param message  borrowed for the call
+ * \return \a length, whatever became of the message: delivery is not detected; -1 if the quit flag is set, and then
+ *         nothing is sent
+ * \thread any. Messages go out in the order of the calls. With the stock SPICE client library they are written from the
+ *         default GLib main context, which the host's main loop must be running.
+ */
+DEVREDIRECT_EXPORT int sendDevRedirectMsgToSpice(void *channel, char *message, int length);
+
+/// Handler of "port-channel-msg": hands received bytes to the component. Returns 0. \thread the SPICE client's
+DEVREDIRECT_EXPORT int onPortMsgProcess(void *channel, unsigned int type, void *data, unsigned int length,
+                                        void *context);
+
+/// Handler of "port-event": hands the event number on as it is. Returns 0. \thread the SPICE client's
+DEVREDIRECT_EXPORT int onPortEvent(void *channel, int event, void *context);
+
+/// Handler of "channel-event": a channel that is closed or failed (SPICE_CHANNEL_CLOSED, SPICE_CHANNEL_ERROR_*) is a
+/// break for the component, any other event is only logged. \thread the SPICE client's
+DEVREDIRECT_EXPORT void PortChannelEvent(SpicePortChannel *channel, SpiceChannelEvent event, void *context);
