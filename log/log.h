@@ -24,7 +24,7 @@ inline bool enabled(QtMsgType level)
 
 inline QDebug stream(QtMsgType level)
 {
-    const QMessageLogger logger;
+    const QMessageLogger logger(nullptr, 0, nullptr); // this constructor sets the category
     switch (level) {
     case QtDebugMsg:
         return logger.debug();
