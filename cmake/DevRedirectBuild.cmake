@@ -6,7 +6,10 @@ if(DEVREDIRECT_WERROR)
     list(APPEND DEVREDIRECT_WARNINGS -Werror)
 endif()
 
+# What a project that links an instrumented library needs too.
+set(DEVREDIRECT_CONSUMER_FLAGS "")
 if(DEVREDIRECT_SANITIZE)
+    set(DEVREDIRECT_CONSUMER_FLAGS -fsanitize=${DEVREDIRECT_SANITIZE})
     add_compile_options(-fsanitize=${DEVREDIRECT_SANITIZE} -fno-omit-frame-pointer -g)
     add_link_options(-fsanitize=${DEVREDIRECT_SANITIZE})
     if(DEVREDIRECT_SANITIZE MATCHES undefined)
@@ -15,6 +18,7 @@ if(DEVREDIRECT_SANITIZE)
 endif()
 
 if(DEVREDIRECT_COVERAGE)
+    set(DEVREDIRECT_CONSUMER_FLAGS --coverage)
     add_compile_options(--coverage -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()

@@ -17,5 +17,7 @@ write_basic_package_version_file(DevRedirectConfigVersion.cmake COMPATIBILITY Sa
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/DevRedirectConfig.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/DevRedirectConfigVersion.cmake DESTINATION ${DEVREDIRECT_CMAKE_DIR})
 
+# Relative, so that the installed tree can be moved.
+file(RELATIVE_PATH DEVREDIRECT_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/devredirecthandler.pc.in devredirecthandler.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/devredirecthandler.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
