@@ -162,7 +162,8 @@ Q_SIGNALS:
     /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink.
     void loadDevRedirComponentByThread(const QString &vmId);
     /// Request, for the host to emit: bind this port channel if it is the component's. Runs at once. Emit it once for
-    /// each channel: every time binds once more. \a channel is borrowed.
+    /// each channel: every time binds once more. \a channel is borrowed. (Connecting to this signal needs
+    /// <spice-client.h>; emitting it does not.)
     void checkRedirChannelByThread(SpicePortChannel *channel, const QString &channelName, bool isOpened);
     /// Result of vmRebootReset(): the published list; \a status is false if it is empty.
     void deviceListResultByThread(const QList<ExterDeviceInfo> &devices, bool status);

@@ -1,0 +1,235 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "component.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QMutexLocker>
+
+namespace {
+
+const QString DeviceId = QStringLiteral("deviceId");
+const QString IsShared = QStringLiteral("isShared");
+
+QString textIn(const QJsonObject &object, const char *key)
+{
+    return object.value(QLatin1String(key)).toString();
+}
+
+// The list's reader takes numbers only as texts.
+QString asText(bool shared)
+{
+    return shared ? QStringLiteral("1") : QStringLiteral("0");
+}
+
+QJsonArray describeFunctions(const UsbDevice &device)
+{
+    QJsonArray functions;
+    for (int i = 0; i < device.interfaces.size(); ++i) {
+        functions.append(QJsonObject{
+            {QStringLiteral("founctionClass"), device.interfaces[i].usbClass},
+            {QStringLiteral("founctionId"), QString::number(i)},
+            {QStringLiteral("founctionBitmapMask"), QString::number(1 << qMin(i, 30))},
+        });
+    }
+    return functions;
+}
+
+} // namespace
+
+Component::Component(SendCallback send, EventCallback notify, Config config)
+    : m_config(std::move(config)), m_redirector(std::move(send), std::move(notify))
+{
+}
+
+Outcome Component::run(const QByteArray &command, QByteArray &reply)
+{
+    const Outcome outcome = dispatch(QJsonDocument::fromJson(command).object(), reply);
+    if (reply.isEmpty()) {
+        reply = QJsonDocument(QJsonObject{{QStringLiteral("code"), outcome.code},
+                                          {QStringLiteral("text"), outcome.text}})
+                    .toJson(QJsonDocument::Compact);
+    }
+    return outcome;
+}
+
+Outcome Component::dispatch(const QJsonObject &command, QByteArray &reply)
+{
+    const QString word = textIn(command, "command");
+    if (word == QLatin1String("list")) {
+        reply = list();
+        return {};
+    }
+    if (word == QLatin1String("share"))
+        return share(command);
+    if (word == QLatin1String("unshare"))
+        return unshare(command);
+    if (word == QLatin1String("unshareall"))
+        return unshareAll();
+    if (word == QLatin1String("devchange"))
+        return deviceChanged(command);
+    if (word == QLatin1String("setpolicy"))
+        return setPolicy(command);
+    return {Refusal::UnknownCommand, QStringLiteral("unknown command: ") + word};
+}
+
+// --- the list ---
+
+QByteArray Component::list()
+{
+    QJsonArray devices;
+    for (const UsbDevice &device : UsbDevice::all())
+        devices.append(describe(device));
+    const QMutexLocker lock(&m_mutex);
+    for (QJsonObject device : m_config.devices) {
+        device.insert(IsShared, asText(m_sharedDescribed.contains(device.value(DeviceId).toString())));
+        devices.append(device);
+    }
+    return QJsonDocument(QJsonArray{QJsonObject{{QStringLiteral("devices"), devices}}}).toJson(QJsonDocument::Compact);
+}
+
+QJsonObject Component::describe(const UsbDevice &device)
+{
+    const UsbDevice::Interface kind = device.kind();
+    const Outcome last = m_redirector.lastFailure(device.id());
+    const bool composite = device.interfaces.size() > 1;
+    const int mask = composite ? (1 << qMin(device.interfaces.size(), 30)) - 1 : 0;
+    return {
+        {QStringLiteral("rdrName"), redirectorOf(device)},
+        {QStringLiteral("context"), device.node},
+        {QStringLiteral("vendorId"), device.vendorId},
+        {QStringLiteral("productId"), device.productId},
+        {QStringLiteral("devicePosition"), device.portPath},
+        {QStringLiteral("deviceName"), device.name},
+        {QStringLiteral("deviceClass"), kind.usbClass},
+        {QStringLiteral("deviceSubClass"), kind.subClass},
+        {QStringLiteral("usbProt"), kind.protocol},
+        {QStringLiteral("deviceRel"), device.release},
+        {IsShared, asText(m_redirector.isShared(device.id()))},
+        {QStringLiteral("storeLetter"), device.disks.isEmpty() ? QString() : device.disks.first()},
+        {DeviceId, device.id()},
+        {QStringLiteral("readOnly"), isReadOnly(device)},
+        {QStringLiteral("usbHub"), device.hub},
+        {QStringLiteral("usbPort"), device.port},
+        {QStringLiteral("founctionBitmapMask"), QString::number(mask)},
+        {QStringLiteral("founctionInfo"), composite ? describeFunctions(device) : QJsonArray()},
+        {QStringLiteral("errCode"), QString::number(last.code)},
+        {QStringLiteral("errString"), last.text},
+    };
+}
+
+QString Component::redirectorOf(const UsbDevice &device) const
+{
+    return m_config.redirectors.value(device.kind().usbClass, QStringLiteral("usbrdr"));
+}
+
+bool Component::isReadOnly(const UsbDevice &device) const
+{
+    return device.writeProtected || m_config.readOnly.contains(device.vendorId + QLatin1Char(':') + device.productId);
+}
+
+// --- commands ---
+
+bool Component::isDescribed(const QString &deviceId) const
+{
+    return std::any_of(m_config.devices.begin(), m_config.devices.end(), [&](const QJsonObject &device) {
+        return device.value(DeviceId).toString() == deviceId;
+    });
+}
+
+void Component::noteDescribed(const QString &deviceId, bool shared)
+{
+    {
+        const QMutexLocker lock(&m_mutex);
+        if (shared)
+            m_sharedDescribed.insert(deviceId);
+        else
+            m_sharedDescribed.remove(deviceId);
+    }
+    m_redirector.report(shared ? RedirEventShared : RedirEventUnshared, {{DeviceId, deviceId}});
+}
+
+Outcome Component::share(const QJsonObject &command)
+{
+    const QString deviceId = textIn(command, "deviceId");
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (device.id() != deviceId)
+            continue;
+        const Outcome allowed = mayShare(device, command);
+        if (allowed)
+            return m_redirector.share(device);
+        m_redirector.setFailure(deviceId, allowed);
+        return allowed;
+    }
+    if (isDescribed(deviceId)) {
+        noteDescribed(deviceId, true);
+        return {};
+    }
+    const Outcome missing{Refusal::NoSuchDevice, QStringLiteral("no such device")};
+    m_redirector.setFailure(deviceId, missing);
+    return missing;
+}
+
+Outcome Component::mayShare(const UsbDevice &device, const QJsonObject &command)
+{
+    if (redirectorOf(device) == QLatin1String("camrdr")) {
+        const QMutexLocker lock(&m_mutex);
+        if (!m_cameraPolicy.allows(device.vendorId, device.productId))
+            return {Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
+    }
+    // USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
+    if (isReadOnly(device) || command.value(QLatin1String("readOnly")).toBool())
+        return {Refusal::ReadOnly, QStringLiteral("read-only: it would be writable in the virtual machine")};
+    const QString mountPoint = device.mountPoint();
+    if (!mountPoint.isEmpty())
+        return {Refusal::Mounted, QStringLiteral("mounted at ") + mountPoint + QStringLiteral("; unmount it first")};
+    return {};
+}
+
+Outcome Component::unshare(const QJsonObject &command)
+{
+    const QString deviceId = textIn(command, "deviceId");
+    if (isDescribed(deviceId)) {
+        noteDescribed(deviceId, false);
+        return {};
+    }
+    return m_redirector.unshare(deviceId);
+}
+
+Outcome Component::unshareAll()
+{
+    m_redirector.unshareAll();
+    const QMutexLocker lock(&m_mutex);
+    m_sharedDescribed.clear();
+    return {};
+}
+
+// libusb sees plugs by itself on this kind of machine; the host's word only makes it certain that nobody waits for it.
+Outcome Component::deviceChanged(const QJsonObject &command)
+{
+    const QString position = textIn(command, "devicePosition");
+    const bool attached = textIn(command, "deviceAttach") == QLatin1String("1");
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (device.portPath.compare(position, Qt::CaseInsensitive) != 0)
+            continue;
+        if (attached)
+            m_redirector.report(RedirEventDeviceArrived,
+                                {{DeviceId, device.id()}, {QStringLiteral("name"), device.name}});
+        else
+            m_redirector.unshare(device.id());
+        return {};
+    }
+    if (!attached)
+        return {}; // it has gone, as the host says
+    return {Refusal::NoSuchDevice, QStringLiteral("no such device")};
+}
+
+Outcome Component::setPolicy(const QJsonObject &command)
+{
+    QStringList rules;
+    for (const QJsonValue rule : command.value(QLatin1String("policy")).toArray())
+        rules.append(rule.toString());
+    const QMutexLocker lock(&m_mutex);
+    if (m_cameraPolicy.set(rules))
+        return {};
+    return {Refusal::BadArgument, QStringLiteral("a rule reads allow:vendor:product or deny:vendor:product")};
+}

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "config.h"
+#include "policy.h"
+#include "redirector.h"
+
+#include <QByteArray>
+#include <QMutex>
+#include <QSet>
+
+/**
+ * The component between its start and its end: the configuration, the devices described in it, and the commands.
+ *
+ * \thread any for every member
+ */
+class Component
+{
+public:
+    Component(SendCallback send, EventCallback notify, Config config);
+
+    Redirector &redirector() { return m_redirector; }
+    bool ownsChannel(const QString &name) const { return name.startsWith(m_config.channelPrefix); }
+
+    /// Runs a command. \a reply receives the answer: the device list, or a JSON object with "code" and "text".
+    Outcome run(const QByteArray &command, QByteArray &reply);
+
+private:
+    Outcome dispatch(const QJsonObject &command, QByteArray &reply);
+    QByteArray list();
+    Outcome share(const QJsonObject &command);
+    Outcome unshare(const QJsonObject &command);
+    Outcome unshareAll();
+    Outcome deviceChanged(const QJsonObject &command);
+    Outcome setPolicy(const QJsonObject &command);
+
+    QJsonObject describe(const UsbDevice &device);
+    QString redirectorOf(const UsbDevice &device) const;
+    bool isReadOnly(const UsbDevice &device) const;
+    bool isDescribed(const QString &deviceId) const;
+    Outcome mayShare(const UsbDevice &device, const QJsonObject &command);
+    void noteDescribed(const QString &deviceId, bool shared);
+
+    const Config m_config;
+    QMutex m_mutex; ///< guards what follows
+    Policy m_cameraPolicy;
+    QSet<QString> m_sharedDescribed; ///< of the devices that only the configuration knows
+    Redirector m_redirector;
+};

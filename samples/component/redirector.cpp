@@ -1,0 +1,359 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "redirector.h"
+
+#include "logging.h"
+
+#include <QJsonDocument>
+#include <QMutexLocker>
+
+#include <pwd.h>
+#include <unistd.h>
+
+namespace {
+
+Outcome failure(int code, const QString &text)
+{
+    return {code, text};
+}
+
+QString userName()
+{
+    const passwd *entry = getpwuid(geteuid());
+    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(geteuid());
+}
+
+Outcome noPermission(const UsbDevice &device)
+{
+    return failure(Refusal::NoPermission,
+                   QStringLiteral("user %1 may not open %2; this udev rule helps: SUBSYSTEM==\"usb\", "
+                                  "ATTR{idVendor}==\"%3\", ATTR{idProduct}==\"%4\", TAG+=\"uaccess\"")
+                       .arg(userName(), device.node, device.vendorId, device.productId));
+}
+
+QString portPathOf(libusb_device *device)
+{
+    uint8_t ports[8];
+    const int count = libusb_get_port_numbers(device, ports, sizeof ports);
+    QStringList path;
+    for (int i = 0; i < count; ++i)
+        path.append(QString::number(ports[i]));
+    return QString::number(libusb_get_bus_number(device)) + QLatin1Char('-') + path.join(QLatin1Char('.'));
+}
+
+} // namespace
+
+Redirector::Redirector(SendCallback send, EventCallback notify)
+    : m_send(std::move(send)), m_notify(std::move(notify)), m_usb([this] {
+          for (auto &[number, channel] : m_channels)
+              channel->flush();
+      })
+{
+    m_usb.post([this] { watchPlugs(); });
+}
+
+Redirector::~Redirector()
+{
+    stop();
+}
+
+void Redirector::stop()
+{
+    m_usb.post([this] {
+        if (m_plugWatch)
+            libusb_hotplug_deregister_callback(m_usb.usb(), m_plugWatch);
+        for (auto &[number, channel] : m_channels)
+            release(*channel);
+        m_channels.clear();
+        m_stopping = true;
+    });
+    m_usb.stop();
+}
+
+// --- channels ---
+
+quintptr Redirector::addChannel(const QString &name)
+{
+    m_mutex.lock();
+    const quintptr number = ++m_lastChannel;
+    m_mutex.unlock();
+    m_usb.post([this, number, name] {
+        for (auto entry = m_channels.begin(); entry != m_channels.end();) {
+            if (entry->second->name() == name) {
+                giveUp(*entry->second);
+                entry = m_channels.erase(entry);
+            } else {
+                ++entry;
+            }
+        }
+        m_channels.emplace(number, std::make_unique<UsbChannel>(name, m_send));
+    });
+    return number;
+}
+
+UsbChannel *Redirector::find(quintptr channel)
+{
+    const auto entry = m_channels.find(channel);
+    return entry == m_channels.end() ? nullptr : entry->second.get();
+}
+
+void Redirector::setSpiceChannel(quintptr channel, void *spiceChannel)
+{
+    m_usb.post([=] {
+        if (UsbChannel *found = find(channel))
+            found->setSpiceChannel(spiceChannel);
+    });
+}
+
+void Redirector::channelOpened(quintptr channel)
+{
+    m_usb.post([=] {
+        UsbChannel *found = find(channel);
+        if (!found || !m_usb.usb())
+            return;
+        giveUp(*found);
+        found->open(m_usb.usb());
+    });
+}
+
+void Redirector::channelLost(quintptr channel)
+{
+    m_usb.post([=] {
+        if (UsbChannel *found = find(channel))
+            giveUp(*found);
+    });
+}
+
+void Redirector::receive(quintptr channel, std::string bytes)
+{
+    m_usb.post([this, channel, bytes = std::move(bytes)] {
+        UsbChannel *found = find(channel);
+        if (!found)
+            return;
+        const QString deviceId = found->deviceId();
+        switch (found->receive(bytes)) {
+        case UsbChannel::Read::Fine:
+            break;
+        case UsbChannel::Read::DeviceRejected:
+            release(*found);
+            setFailure(deviceId, failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
+            break;
+        case UsbChannel::Read::DeviceLost:
+            release(*found);
+            break;
+        case UsbChannel::Read::Broken:
+            qCWarning(logComponent, "%s: what came in cannot be read", qPrintable(found->name()));
+            giveUp(*found);
+            break;
+        }
+    });
+}
+
+// Closes a channel; a device on it goes back to the local system.
+void Redirector::giveUp(UsbChannel &channel)
+{
+    if (!channel.deviceId().isEmpty()) {
+        report(RedirEventChannelLost, {{QStringLiteral("deviceId"), channel.deviceId()},
+                                       {QStringLiteral("channel"), channel.name()}});
+    }
+    release(channel);
+    channel.close();
+}
+
+// --- sharing ---
+
+Outcome Redirector::share(const UsbDevice &device)
+{
+    const Outcome stopped = failure(Refusal::UsbError, QStringLiteral("the component is stopping"));
+    return m_usb.call(stopped, [&] {
+        const Outcome outcome = connectDevice(device);
+        setFailure(device.id(), outcome);
+        if (outcome) {
+            noteShared(device.id(), true);
+            report(RedirEventShared, {{QStringLiteral("deviceId"), device.id()}});
+        }
+        return outcome;
+    });
+}
+
+Outcome Redirector::connectDevice(const UsbDevice &device)
+{
+    if (isShared(device.id()))
+        return failure(Refusal::AlreadyShared, QStringLiteral("already shared"));
+    UsbChannel *channel = freeChannel();
+    if (!channel)
+        return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
+    libusb_device_handle *handle = nullptr;
+    Outcome outcome = open(device, handle);
+    if (outcome && !channel->connectDevice(device.id(), handle, outcome.text))
+        outcome.code = Refusal::UsbError;
+    return outcome;
+}
+
+UsbChannel *Redirector::freeChannel()
+{
+    for (auto &[number, channel] : m_channels) {
+        if (channel->isOpen() && channel->deviceId().isEmpty())
+            return channel.get();
+    }
+    return nullptr;
+}
+
+Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
+{
+    libusb_device **list = nullptr;
+    const ssize_t count = m_usb.usb() ? libusb_get_device_list(m_usb.usb(), &list) : 0;
+    int result = LIBUSB_ERROR_NO_DEVICE;
+    for (ssize_t i = 0; i < count; ++i) {
+        if (libusb_get_bus_number(list[i]) == device.bus && libusb_get_device_address(list[i]) == device.address)
+            result = libusb_open(list[i], &handle);
+    }
+    if (list)
+        libusb_free_device_list(list, 1);
+    if (result == LIBUSB_ERROR_ACCESS)
+        return noPermission(device);
+    if (result == LIBUSB_ERROR_NO_DEVICE)
+        return failure(Refusal::NoSuchDevice, QStringLiteral("no such device"));
+    if (result != LIBUSB_SUCCESS)
+        return failure(Refusal::UsbError, QStringLiteral("cannot open ") + device.node + QStringLiteral(": ")
+                                              + QString::fromLatin1(libusb_error_name(result)));
+    return {};
+}
+
+Outcome Redirector::unshare(const QString &deviceId)
+{
+    const Outcome notShared = failure(Refusal::NotShared, QStringLiteral("not shared"));
+    return m_usb.call(notShared, [&] {
+        for (auto &[number, channel] : m_channels) {
+            if (channel->deviceId() == deviceId) {
+                release(*channel);
+                return Outcome();
+            }
+        }
+        return notShared;
+    });
+}
+
+void Redirector::unshareAll()
+{
+    m_usb.call(0, [this] {
+        for (auto &[number, channel] : m_channels)
+            release(*channel);
+        return 0;
+    });
+}
+
+// The device of a channel goes back to the local system.
+void Redirector::release(UsbChannel &channel)
+{
+    const QString deviceId = channel.deviceId();
+    if (deviceId.isEmpty())
+        return;
+    channel.disconnectDevice();
+    noteShared(deviceId, false);
+    report(RedirEventUnshared, {{QStringLiteral("deviceId"), deviceId}});
+}
+
+// --- what is known of devices ---
+
+void Redirector::noteShared(const QString &deviceId, bool shared)
+{
+    const QMutexLocker lock(&m_mutex);
+    m_shared.removeAll(deviceId);
+    if (shared)
+        m_shared.append(deviceId);
+}
+
+bool Redirector::isShared(const QString &deviceId) const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_shared.contains(deviceId);
+}
+
+Outcome Redirector::lastFailure(const QString &deviceId) const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_failures.value(deviceId);
+}
+
+void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
+{
+    m_mutex.lock();
+    if (outcome)
+        m_failures.remove(deviceId);
+    else
+        m_failures.insert(deviceId, outcome);
+    m_mutex.unlock();
+    if (!outcome) {
+        report(RedirEventShareFailed, {{QStringLiteral("deviceId"), deviceId},
+                                       {QStringLiteral("code"), outcome.code},
+                                       {QStringLiteral("text"), outcome.text}});
+    }
+}
+
+void Redirector::report(RedirEvent event, const QJsonObject &details)
+{
+    if (!m_notify)
+        return;
+    const auto tell = [=] {
+        if (m_stopping)
+            return 0;
+        const QByteArray text = QJsonDocument(details).toJson(QJsonDocument::Compact);
+        m_notify(nullptr, event, text.constData(), text.size());
+        return 0;
+    };
+    if (m_usb.isCurrent())
+        tell();
+    else
+        m_usb.post(tell);
+}
+
+// --- plugging ---
+
+void Redirector::watchPlugs()
+{
+    for (const UsbDevice &device : UsbDevice::all())
+        m_idByPortPath.insert(device.portPath, device.id());
+    if (!m_usb.usb() || !libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG))
+        return;
+    libusb_hotplug_register_callback(m_usb.usb(),
+                                     LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
+                                     LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
+                                     &Redirector::onPlug, this, &m_plugWatch);
+}
+
+// Called by libusb, which must not be used from here: the work is done in the next round.
+int Redirector::onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self)
+{
+    auto *redirector = static_cast<Redirector *>(self);
+    const QString portPath = portPathOf(device);
+    redirector->m_usb.post([redirector, portPath, event] {
+        if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED)
+            redirector->deviceArrived(portPath);
+        else
+            redirector->deviceLeft(portPath);
+    });
+    return 0;
+}
+
+void Redirector::deviceArrived(const QString &portPath)
+{
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (device.portPath != portPath)
+            continue;
+        m_idByPortPath.insert(portPath, device.id());
+        report(RedirEventDeviceArrived,
+               {{QStringLiteral("deviceId"), device.id()}, {QStringLiteral("name"), device.name}});
+    }
+}
+
+void Redirector::deviceLeft(const QString &portPath)
+{
+    const QString deviceId = m_idByPortPath.take(portPath);
+    if (deviceId.isEmpty())
+        return; // a hub
+    for (auto &[number, channel] : m_channels) {
+        if (channel->deviceId() == deviceId)
+            release(*channel);
+    }
+    report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
+}

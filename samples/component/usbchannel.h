@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "component/entrypoints.h"
+
+#include <QString>
+
+#include <memory>
+#include <string>
+
+#include <libusb.h>
+#include <usbredirhost.h>
+
+/**
+ * One port channel and, while it is open, the usbredir host that carries one USB device over it.
+ *
+ * Used on the USB thread only. Nothing is kept from one opening to the next: both ends greet each other anew.
+ */
+class UsbChannel
+{
+public:
+    enum class Read { Fine, DeviceRejected, DeviceLost, Broken };
+
+    UsbChannel(QString name, SendCallback send);
+    ~UsbChannel();
+    UsbChannel(const UsbChannel &) = delete;
+    UsbChannel &operator=(const UsbChannel &) = delete;
+
+    QString name() const { return m_name; }
+    bool isOpen() const { return m_host != nullptr; }
+    QString deviceId() const { return m_deviceId; } ///< empty if the channel is free
+
+    void setSpiceChannel(void *channel) { m_spiceChannel = channel; }
+    /// Greets the virtual machine. The greeting must not wait for a device: the other end has sent its own already.
+    void open(libusb_context *usb);
+    /// Gives a device back and forgets what was under way.
+    void close();
+
+    /// Takes over \a handle; on failure it is closed and the text says why.
+    bool connectDevice(const QString &deviceId, libusb_device_handle *handle, QString &error);
+    /// Gives the device back to the local system; nothing happens without one.
+    void disconnectDevice();
+
+    /// Bytes from the virtual machine.
+    Read receive(const std::string &bytes);
+    /// Sends what has come together for the virtual machine.
+    void flush();
+
+private:
+    struct CloseHost
+    {
+        void operator()(usbredirhost *host) const { usbredirhost_close(host); }
+    };
+    int take(uint8_t *buffer, int size);
+    int send(uint8_t *bytes, int size);
+
+    const QString m_name;
+    const SendCallback m_send;
+    void *m_spiceChannel = nullptr;
+    QString m_deviceId;
+    std::string m_received;
+    std::size_t m_taken = 0;
+    std::unique_ptr<usbredirhost, CloseHost> m_host;
+};

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "usbdevice.h"
+
+#include <libudev.h>
+
+#include <cstdio>
+#include <memory>
+
+#include <mntent.h>
+
+namespace {
+
+struct Release
+{
+    void operator()(udev *p) const { udev_unref(p); }
+    void operator()(udev_device *p) const { udev_device_unref(p); }
+    void operator()(udev_enumerate *p) const { udev_enumerate_unref(p); }
+    void operator()(FILE *p) const { endmntent(p); }
+};
+using Udev = std::unique_ptr<udev, Release>;
+using Device = std::unique_ptr<udev_device, Release>;
+using Enumeration = std::unique_ptr<udev_enumerate, Release>;
+
+QString attribute(udev_device *device, const char *name)
+{
+    return QString::fromUtf8(udev_device_get_sysattr_value(device, name)).trimmed();
+}
+
+// Calls use(device) for each device of a subsystem; a device type or null; below a parent or null.
+template<typename Use>
+void forEach(udev *context, const char *subsystem, const char *type, udev_device *parent, const Use &use)
+{
+    const Enumeration enumeration(udev_enumerate_new(context));
+    udev_enumerate_add_match_subsystem(enumeration.get(), subsystem);
+    if (type)
+        udev_enumerate_add_match_property(enumeration.get(), "DEVTYPE", type);
+    if (parent)
+        udev_enumerate_add_match_parent(enumeration.get(), parent);
+    udev_enumerate_scan_devices(enumeration.get());
+    udev_list_entry *entry = nullptr;
+    udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumeration.get()))
+    {
+        const Device device(udev_device_new_from_syspath(context, udev_list_entry_get_name(entry)));
+        if (device)
+            use(device.get());
+    }
+}
+
+// "1-1.4" is port 4 of hub 1-1, "1-2" is port 2 of the root hub usb1.
+void readPlace(UsbDevice &device)
+{
+    const int dot = device.portPath.lastIndexOf(QLatin1Char('.'));
+    const int dash = device.portPath.indexOf(QLatin1Char('-'));
+    device.hub = dot < 0 ? QStringLiteral("usb") + device.portPath.left(dash) : device.portPath.left(dot);
+    device.port = device.portPath.mid(qMax(dot, dash) + 1);
+}
+
+UsbDevice readDevice(udev *context, udev_device *found)
+{
+    UsbDevice device;
+    device.portPath = QString::fromUtf8(udev_device_get_sysname(found));
+    device.node = QString::fromUtf8(udev_device_get_devnode(found));
+    device.serial = attribute(found, "serial");
+    device.bus = attribute(found, "busnum").toInt();
+    device.address = attribute(found, "devnum").toInt();
+    device.vendorId = attribute(found, "idVendor");
+    device.productId = attribute(found, "idProduct");
+    device.release = attribute(found, "bcdDevice");
+    device.name = (attribute(found, "manufacturer") + QLatin1Char(' ') + attribute(found, "product")).trimmed();
+    device.own = {attribute(found, "bDeviceClass"), attribute(found, "bDeviceSubClass"),
+                  attribute(found, "bDeviceProtocol")};
+    readPlace(device);
+    forEach(context, "usb", "usb_interface", found, [&device](udev_device *interface) {
+        device.interfaces.append({attribute(interface, "bInterfaceClass"), attribute(interface, "bInterfaceSubClass"),
+                                  attribute(interface, "bInterfaceProtocol")});
+    });
+    forEach(context, "block", nullptr, found, [&device](udev_device *block) {
+        device.disks.append(QString::fromUtf8(udev_device_get_sysname(block)));
+        device.writeProtected = device.writeProtected || attribute(block, "ro") == QLatin1String("1");
+    });
+    device.disks.sort();
+    return device;
+}
+
+} // namespace
+
+UsbDevice::Interface UsbDevice::kind() const
+{
+    const bool leftToInterfaces = own.usbClass == QLatin1String("00") || own.usbClass == QLatin1String("ef");
+    return leftToInterfaces && !interfaces.isEmpty() ? interfaces.first() : own;
+}
+
+QList<UsbDevice> UsbDevice::all()
+{
+    QList<UsbDevice> devices;
+    const Udev context(udev_new());
+    if (!context)
+        return devices;
+    forEach(context.get(), "usb", "usb_device", nullptr, [&](udev_device *found) {
+        if (attribute(found, "bDeviceClass") != QLatin1String("09")) // hubs
+            devices.append(readDevice(context.get(), found));
+    });
+    return devices;
+}
+
+QString UsbDevice::mountPoint() const
+{
+    const std::unique_ptr<FILE, Release> table(setmntent("/proc/self/mounts", "re"));
+    while (const mntent *entry = table ? getmntent(table.get()) : nullptr) {
+        const QString source = QString::fromUtf8(entry->mnt_fsname);
+        for (const QString &disk : disks) {
+            if (source == QStringLiteral("/dev/") + disk)
+                return QString::fromUtf8(entry->mnt_dir);
+        }
+    }
+    return QString();
+}

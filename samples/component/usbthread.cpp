@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "usbthread.h"
+
+#include "logging.h"
+
+UsbThread::UsbThread(std::function<void()> afterEachRound) : m_afterEachRound(std::move(afterEachRound))
+{
+    const int result = libusb_init(&m_usb);
+    if (result != LIBUSB_SUCCESS) {
+        qCWarning(logComponent, "libusb cannot be used: %s", libusb_error_name(result));
+        m_usb = nullptr;
+    }
+    std::promise<void> started;
+    std::future<void> isStarted = started.get_future();
+    m_thread = std::thread(&UsbThread::run, this, std::move(started));
+    isStarted.wait();
+}
+
+UsbThread::~UsbThread()
+{
+    stop();
+    if (m_usb)
+        libusb_exit(m_usb);
+}
+
+void UsbThread::stop()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_quit = true;
+    }
+    if (m_usb)
+        libusb_interrupt_event_handler(m_usb);
+    if (m_thread.joinable())
+        m_thread.join();
+}
+
+void UsbThread::post(std::function<void()> task)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_quit)
+            return;
+        m_tasks.push_back(std::move(task));
+    }
+    if (m_usb)
+        libusb_interrupt_event_handler(m_usb);
+}
+
+void UsbThread::run(std::promise<void> started)
+{
+    m_id = std::this_thread::get_id();
+    started.set_value();
+    while (runTasks()) {
+        m_afterEachRound();
+        timeval longest{0, 100000};
+        if (m_usb)
+            libusb_handle_events_timeout_completed(m_usb, &longest, nullptr);
+        else
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+// False when all is done and the thread is to end.
+bool UsbThread::runTasks()
+{
+    while (true) {
+        std::function<void()> task;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (m_tasks.empty())
+                return !m_quit;
+            task = std::move(m_tasks.front());
+            m_tasks.pop_front();
+        }
+        task();
+    }
+}
