@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace selftest {
+
+constexpr int StickCount = 4;
+constexpr unsigned ImageMebibytes = 4;
+constexpr unsigned SectorSize = 512;
+
+/** The path of the image of stick 1 to 4. */
+std::string imagePath(int stick);
+
+/** What the sector of a fresh image starts with. */
+std::string sectorMark(int stick, unsigned sector);
+
+struct Test {
+    const char *name;
+    void (*run)();
+    std::vector<std::string> worldOptions; ///< besides the four sticks at 1-1 to 1-4
+};
+
+/** Run inside an emulated machine of their own, each in a process of its own. */
+extern const std::vector<Test> InsideTests;
+
+} // namespace selftest

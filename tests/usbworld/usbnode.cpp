@@ -1,0 +1,515 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "usbnode.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
+
+namespace usbworld {
+
+namespace {
+
+const char UsbfsDriver[] = "usbfs";
+constexpr unsigned DirectionIn = 0x80;
+
+template <class T>
+GRef<UMockdevIoctlData> fetch(UMockdevIoctlData *pointer, T &value)
+{
+    GRef<UMockdevIoctlData> block(umockdev_ioctl_data_resolve(pointer, 0, sizeof(T), nullptr));
+    if (block)
+        std::memcpy(&value, block->data, sizeof(T));
+    return block;
+}
+
+template <class T>
+void store(UMockdevIoctlData *block, T value, std::size_t offset = 0)
+{
+    umockdev_ioctl_data_update(block, offset, reinterpret_cast<guint8 *>(&value), sizeof(T));
+}
+
+} // namespace
+
+struct UsbNode::Request {
+    gulong number;
+    const char *logName; ///< null for what is too frequent to be logged
+    Result (UsbNode::*run)(Client *client, UMockdevIoctlData *argument);
+};
+
+const UsbNode::Request UsbNode::Requests[] = {
+    {USBDEVFS_SUBMITURB, nullptr, &UsbNode::submit},
+    {USBDEVFS_REAPURBNDELAY, nullptr, &UsbNode::reap},
+    {USBDEVFS_DISCARDURB, "discard", &UsbNode::discard},
+    {USBDEVFS_GET_CAPABILITIES, "capabilities", &UsbNode::getCapabilities},
+    {USBDEVFS_GETDRIVER, "get driver", &UsbNode::getDriver},
+    {USBDEVFS_IOCTL, "interface request", &UsbNode::interfaceRequest},
+    {USBDEVFS_DISCONNECT_CLAIM, "disconnect and claim", &UsbNode::disconnectAndClaim},
+    {USBDEVFS_CLAIMINTERFACE, "claim", &UsbNode::claim},
+    {USBDEVFS_RELEASEINTERFACE, "release", &UsbNode::release},
+    {USBDEVFS_SETCONFIGURATION, "set configuration", &UsbNode::setConfiguration},
+    {USBDEVFS_SETINTERFACE, "set interface", &UsbNode::setInterface},
+    {USBDEVFS_CLEAR_HALT, "clear halt", &UsbNode::clearHalt},
+    {USBDEVFS_RESET, "reset", &UsbNode::resetDevice},
+};
+
+UsbNode::UsbNode(const UsbIdentity &identity, BulkOnly *transport, Log &log, std::string label, DriverChanged changed)
+    : m_identity(identity), m_transport(transport), m_log(log), m_label(std::move(label)),
+      m_changed(std::move(changed)), m_base(umockdev_ioctl_base_new())
+{
+    for (const UsbInterface &one : identity.interfaces)
+        m_interfaces.push_back({one.kernelDriver, nullptr});
+    if (m_transport)
+        m_transport->reset();
+    g_signal_connect(m_base.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
+}
+
+UsbNode::~UsbNode()
+{
+    g_signal_handlers_disconnect_by_data(m_base.get(), this);
+}
+
+bool UsbNode::attach(UMockdevTestbed *testbed, const std::string &name, GError **error)
+{
+    return umockdev_testbed_attach_ioctl(testbed, ("/dev/" + name).c_str(), m_base.get(), error);
+}
+
+void UsbNode::disconnect()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_gone = true;
+    for (auto &[client, state] : m_clients) {
+        for (Urb &urb : state.waiting) {
+            urb.status = -ESHUTDOWN;
+            finish(client, std::move(urb));
+        }
+        state.waiting.clear();
+    }
+    m_readiness.hangUp();
+    m_log.line(m_label + " unplugged");
+}
+
+std::string UsbNode::driver()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    forgetClosed();
+    return m_gone || m_interfaces.empty() || m_interfaces[0].driver.empty() ? "none" : m_interfaces[0].driver;
+}
+
+UsbNode::Statistics UsbNode::statistics()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_statistics;
+}
+
+gboolean UsbNode::onIoctl(UMockdevIoctlBase *, Client *client, gpointer self)
+{
+    auto *node = static_cast<UsbNode *>(self);
+    const std::lock_guard<std::mutex> lock(node->m_mutex);
+    UMockdevIoctlData *argument = umockdev_ioctl_client_get_arg(client);
+    const gulong request = umockdev_ioctl_client_get_request(client);
+    node->forgetClosed();
+    node->remember(client);
+    const Result result = node->dispatch(client, request, argument);
+    node->updateReadiness();
+    umockdev_ioctl_client_complete(client, result < 0 ? -1 : result, result < 0 ? int(-result) : 0);
+    return TRUE;
+}
+
+void UsbNode::remember(Client *client)
+{
+    ClientState &state = m_clients[client];
+    if (!state.reference)
+        state.reference.reset(static_cast<Client *>(g_object_ref(client)));
+}
+
+// The test bed does not tell when a descriptor is closed, so this looks whenever the answer matters.
+void UsbNode::forgetClosed()
+{
+    for (auto entry = m_clients.begin(); entry != m_clients.end();) {
+        Client *client = entry->first;
+        if (umockdev_ioctl_client_get_connected(client)) {
+            ++entry;
+            continue;
+        }
+        // A closed descriptor gives up its claims; as on a real system, nobody brings the kernel driver back.
+        for (InterfaceState &interface : m_interfaces) {
+            if (interface.owner == client)
+                setDriver(interface, {}, nullptr);
+        }
+        entry = m_clients.erase(entry);
+    }
+}
+
+UsbNode::Result UsbNode::dispatch(Client *client, gulong request, UMockdevIoctlData *argument)
+{
+    const auto entry = std::find_if(std::begin(Requests), std::end(Requests),
+                                    [request](const Request &r) { return r.number == request; });
+    if (entry == std::end(Requests)) {
+        m_log.line(m_label + " unknown request " + std::to_string(request));
+        return -ENOTTY;
+    }
+    const bool worksWithoutDevice = request == USBDEVFS_REAPURBNDELAY;
+    const Result result = m_gone && !worksWithoutDevice ? -ENODEV : (this->*entry->run)(client, argument);
+    if (entry->logName)
+        m_log.line(m_label + ' ' + entry->logName + ' ' + std::to_string(result));
+    return result;
+}
+
+UsbNode::Result UsbNode::getCapabilities(Client *, UMockdevIoctlData *argument)
+{
+    std::uint32_t capabilities = 0;
+    const Data block = fetch(argument, capabilities);
+    if (!block)
+        return -EFAULT;
+    store(block.get(), std::uint32_t(USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM
+                                     | USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT));
+    return 0;
+}
+
+UsbNode::Result UsbNode::getDriver(Client *, UMockdevIoctlData *argument)
+{
+    usbdevfs_getdriver query{};
+    const Data block = fetch(argument, query);
+    if (!block)
+        return -EFAULT;
+    const InterfaceState *interface = interfaceAt(query.interface);
+    if (!interface || interface->driver.empty())
+        return -ENODATA;
+    std::memset(query.driver, 0, sizeof query.driver);
+    interface->driver.copy(query.driver, sizeof query.driver - 1);
+    store(block.get(), query);
+    return 0;
+}
+
+UsbNode::Result UsbNode::interfaceRequest(Client *, UMockdevIoctlData *argument)
+{
+    usbdevfs_ioctl query{};
+    if (!fetch(argument, query))
+        return -EFAULT;
+    InterfaceState *interface = interfaceAt(unsigned(query.ifno));
+    if (!interface)
+        return -EINVAL;
+    const bool bound = !interface->driver.empty();
+    if (unsigned(query.ioctl_code) == USBDEVFS_DISCONNECT) {
+        if (!bound)
+            return -ENODATA;
+        setDriver(*interface, {}, nullptr);
+        return 0;
+    }
+    if (unsigned(query.ioctl_code) != USBDEVFS_CONNECT)
+        return -ENOTTY;
+    if (bound)
+        return -EBUSY;
+    setDriver(*interface, m_identity.interfaces[std::size_t(query.ifno)].kernelDriver, nullptr);
+    return 1; // the number of drivers that bound
+}
+
+UsbNode::Result UsbNode::disconnectAndClaim(Client *client, UMockdevIoctlData *argument)
+{
+    usbdevfs_disconnect_claim query{};
+    if (!fetch(argument, query))
+        return -EFAULT;
+    InterfaceState *interface = interfaceAt(query.interface);
+    if (!interface)
+        return -EINVAL;
+    const bool sameName = interface->driver == query.driver;
+    const bool bound = !interface->driver.empty();
+    if (bound && (query.flags & USBDEVFS_DISCONNECT_CLAIM_IF_DRIVER) && !sameName)
+        return -EBUSY;
+    if (bound && (query.flags & USBDEVFS_DISCONNECT_CLAIM_EXCEPT_DRIVER) && sameName)
+        return -EBUSY;
+    setDriver(*interface, {}, nullptr);
+    return claimFor(client, *interface);
+}
+
+UsbNode::Result UsbNode::claim(Client *client, UMockdevIoctlData *argument)
+{
+    unsigned number = 0;
+    if (!fetch(argument, number))
+        return -EFAULT;
+    InterfaceState *interface = interfaceAt(number);
+    return interface ? claimFor(client, *interface) : -ENOENT;
+}
+
+UsbNode::Result UsbNode::release(Client *client, UMockdevIoctlData *argument)
+{
+    unsigned number = 0;
+    if (!fetch(argument, number))
+        return -EFAULT;
+    InterfaceState *interface = interfaceAt(number);
+    if (!interface || interface->owner != client)
+        return -EINVAL;
+    setDriver(*interface, {}, nullptr);
+    return 0;
+}
+
+UsbNode::Result UsbNode::setConfiguration(Client *, UMockdevIoctlData *argument)
+{
+    unsigned value = 0;
+    if (!fetch(argument, value))
+        return -EFAULT;
+    const bool inUse = std::any_of(m_interfaces.begin(), m_interfaces.end(),
+                                   [](const InterfaceState &interface) { return !interface.driver.empty(); });
+    if (inUse)
+        return -EBUSY;
+    return value == 1 ? 0 : -EINVAL;
+}
+
+UsbNode::Result UsbNode::setInterface(Client *client, UMockdevIoctlData *argument)
+{
+    usbdevfs_setinterface query{};
+    if (!fetch(argument, query))
+        return -EFAULT;
+    InterfaceState *interface = interfaceAt(query.interface);
+    if (!interface || query.altsetting != 0)
+        return -EINVAL;
+    return claimFor(client, *interface);
+}
+
+UsbNode::Result UsbNode::clearHalt(Client *client, UMockdevIoctlData *argument)
+{
+    unsigned endpoint = 0;
+    if (!fetch(argument, endpoint))
+        return -EFAULT;
+    InterfaceState *interface = interfaceOfEndpoint(endpoint);
+    if (!interface)
+        return -ENOENT;
+    const Result claimed = claimFor(client, *interface);
+    if (claimed == 0 && m_transport)
+        m_transport->clearHalt(endpoint);
+    retryWaiting();
+    return claimed;
+}
+
+UsbNode::Result UsbNode::resetDevice(Client *, UMockdevIoctlData *)
+{
+    if (m_transport)
+        m_transport->reset();
+    return 0;
+}
+
+UsbNode::Result UsbNode::submit(Client *client, UMockdevIoctlData *argument)
+{
+    usbdevfs_urb request{};
+    Urb urb{};
+    urb.block = fetch(argument, request);
+    if (!urb.block)
+        return -EFAULT;
+    urb.type = request.type;
+    urb.endpoint = request.endpoint;
+    urb.bufferLength = request.buffer_length;
+    if (urb.type != USBDEVFS_URB_TYPE_CONTROL) {
+        InterfaceState *interface = interfaceOfEndpoint(urb.endpoint);
+        const Result claimed = interface ? claimFor(client, *interface) : -ENOENT;
+        if (claimed < 0)
+            return claimed;
+    }
+    if (urb.bufferLength > 0) {
+        urb.buffer.reset(umockdev_ioctl_data_resolve(urb.block.get(), offsetof(usbdevfs_urb, buffer),
+                                                     gsize(urb.bufferLength), nullptr));
+        if (!urb.buffer)
+            return -EFAULT;
+    }
+    ++m_statistics.urbs;
+    if (!run(urb)) {
+        m_clients[client].waiting.push_back(std::move(urb));
+        return 0;
+    }
+    finish(client, std::move(urb));
+    retryWaiting();
+    return 0;
+}
+
+UsbNode::Result UsbNode::discard(Client *client, UMockdevIoctlData *argument)
+{
+    std::deque<Urb> &waiting = m_clients[client].waiting;
+    gulong address = 0; // of the block in the memory of the process, passed as it is
+    std::memcpy(&address, argument->data, sizeof address);
+    const auto found =
+        std::find_if(waiting.begin(), waiting.end(), [address](const Urb &urb) { return urb.block->client_addr == address; });
+    if (found == waiting.end())
+        return -EINVAL;
+    Urb urb = std::move(*found);
+    waiting.erase(found);
+    urb.status = -ENOENT;
+    finish(client, std::move(urb));
+    return 0;
+}
+
+UsbNode::Result UsbNode::reap(Client *client, UMockdevIoctlData *argument)
+{
+    std::deque<Urb> &done = m_clients[client].done;
+    if (done.empty())
+        return m_gone ? -ENODEV : -EAGAIN;
+    gulong pointer = 0;
+    const Data place = fetch(argument, pointer);
+    if (!place)
+        return -EFAULT;
+    umockdev_ioctl_data_set_ptr(place.get(), 0, done.front().block.get());
+    done.pop_front();
+    return 0;
+}
+
+UsbNode::InterfaceState *UsbNode::interfaceAt(unsigned number)
+{
+    return number < m_interfaces.size() ? &m_interfaces[number] : nullptr;
+}
+
+UsbNode::InterfaceState *UsbNode::interfaceOfEndpoint(unsigned endpoint)
+{
+    for (std::size_t i = 0; i < m_interfaces.size(); ++i) {
+        for (const UsbEndpoint &one : m_identity.interfaces[i].endpoints) {
+            if (one.address == endpoint)
+                return &m_interfaces[i];
+        }
+    }
+    return nullptr;
+}
+
+UsbNode::Result UsbNode::claimFor(Client *client, InterfaceState &interface)
+{
+    if (interface.owner == client)
+        return 0;
+    if (!interface.driver.empty())
+        return -EBUSY;
+    setDriver(interface, UsbfsDriver, client);
+    return 0;
+}
+
+void UsbNode::setDriver(InterfaceState &interface, const std::string &driver, Client *owner)
+{
+    interface.owner = owner;
+    if (interface.driver == driver)
+        return;
+    m_log.line(m_label + " driver " + (driver.empty() ? "none" : driver));
+    interface.driver = driver;
+    if (m_changed)
+        m_changed();
+}
+
+bool UsbNode::run(Urb &urb)
+{
+    urb.status = 0;
+    urb.actualLength = 0;
+    if (urb.type == USBDEVFS_URB_TYPE_CONTROL) {
+        runControl(urb);
+        return true;
+    }
+    return m_transport && runBulk(urb);
+}
+
+bool UsbNode::runBulk(Urb &urb)
+{
+    const auto room = std::size_t(urb.bufferLength);
+    if (!(urb.endpoint & DirectionIn)) {
+        const bool taken = m_transport->out(urb.buffer ? urb.buffer->data : nullptr, room);
+        urb.status = taken ? 0 : -EPIPE;
+        urb.actualLength = taken ? urb.bufferLength : 0;
+        return true;
+    }
+    const BulkOnly::In in = m_transport->in(room);
+    if (in.answer == BulkOnly::Answer::NotYet)
+        return false;
+    if (in.answer == BulkOnly::Answer::Stall)
+        urb.status = -EPIPE;
+    urb.actualLength = int(in.size);
+    if (in.size > 0)
+        umockdev_ioctl_data_update(urb.buffer.get(), 0, const_cast<guint8 *>(in.data), int(in.size));
+    return true;
+}
+
+void UsbNode::runControl(Urb &urb)
+{
+    constexpr int SetupSize = 8;
+    if (urb.bufferLength < SetupSize) {
+        urb.status = -EINVAL;
+        return;
+    }
+    Bytes answer;
+    urb.status = control(urb.buffer->data, answer);
+    const std::uint8_t *setup = urb.buffer->data;
+    const std::size_t wanted = std::size_t(setup[6]) | std::size_t(setup[7]) << 8;
+    const bool hostReads = setup[0] & DirectionIn;
+    if (urb.status != 0)
+        return;
+    if (!hostReads) {
+        urb.actualLength = urb.bufferLength - SetupSize;
+        return;
+    }
+    answer.resize(std::min({answer.size(), wanted, std::size_t(urb.bufferLength - SetupSize)}));
+    urb.actualLength = int(answer.size());
+    if (!answer.empty())
+        umockdev_ioctl_data_update(urb.buffer.get(), SetupSize, answer.data(), int(answer.size()));
+}
+
+// Answers a request to endpoint 0: 0, or minus an error number when the device refuses.
+int UsbNode::control(const std::uint8_t *setup, Bytes &answer)
+{
+    const std::uint8_t valueLow = setup[2];
+    const std::uint8_t valueHigh = setup[3];
+    const unsigned index = setup[4];
+    switch (unsigned(setup[0]) << 8 | setup[1]) {
+    case 0x8000: // GET_STATUS of the device, an interface, an endpoint
+    case 0x8100:
+    case 0x8200:
+        answer = {0, 0};
+        return 0;
+    case 0x8006: // GET_DESCRIPTOR
+        if (valueHigh == 1)
+            answer = m_identity.deviceDescriptor();
+        else if (valueHigh == 2 && valueLow == 0)
+            answer = m_identity.configurationDescriptor();
+        else if (valueHigh == 3)
+            answer = m_identity.stringDescriptor(valueLow);
+        return answer.empty() ? -EPIPE : 0;
+    case 0x8008: // GET_CONFIGURATION
+        answer = {1};
+        return 0;
+    case 0x810a: // GET_INTERFACE
+    case 0xa1fe: // highest logical unit
+        answer = {0};
+        return 0;
+    case 0x0201: // CLEAR_FEATURE of an endpoint
+        if (m_transport)
+            m_transport->clearHalt(index);
+        return 0;
+    case 0x21ff: // reset of the bulk-only transport
+        if (m_transport)
+            m_transport->reset();
+        return 0;
+    case 0x0009: // SET_CONFIGURATION
+    case 0x010b: // SET_INTERFACE
+        return 0;
+    default:
+        return -EPIPE;
+    }
+}
+
+void UsbNode::finish(Client *client, Urb urb)
+{
+    m_statistics.bytes += std::uint64_t(urb.actualLength);
+    store(urb.block.get(), urb.status, offsetof(usbdevfs_urb, status));
+    store(urb.block.get(), urb.actualLength, offsetof(usbdevfs_urb, actual_length));
+    m_clients[client].done.push_back(std::move(urb));
+}
+
+void UsbNode::retryWaiting()
+{
+    for (auto &[client, state] : m_clients) {
+        while (!state.waiting.empty() && run(state.waiting.front())) {
+            Urb urb = std::move(state.waiting.front());
+            state.waiting.pop_front();
+            finish(client, std::move(urb));
+        }
+    }
+}
+
+void UsbNode::updateReadiness()
+{
+    m_readiness.setReady(std::any_of(m_clients.begin(), m_clients.end(),
+                                     [](const auto &entry) { return !entry.second.done.empty(); }));
+}
+
+} // namespace usbworld

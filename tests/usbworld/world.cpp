@@ -1,0 +1,288 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "world.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace usbworld {
+
+namespace {
+
+constexpr int HighestAddress = 127;
+
+// Opening these for writing is refused to everyone, root included.
+const char *const UnwritableFiles[] = {"/proc/sys/kernel/ostype", "/sys/kernel/uevent_seqnum"};
+
+std::string takeMessage(GError *error)
+{
+    const std::string message = error ? error->message : "unknown error";
+    g_clear_error(&error);
+    return message;
+}
+
+} // namespace
+
+struct World::Command {
+    const char *name;
+    std::string (World::*run)(Port &port);
+};
+
+const World::Command World::Commands[] = {
+    {"plug", &World::plug},         {"unplug", &World::unplug}, {"driver", &World::driver},
+    {"stats", &World::statistics}, {"deny", &World::deny},     {"allow", &World::allow},
+};
+
+World::World(Log &log) : m_log(log), m_testbed(umockdev_testbed_new())
+{
+    m_root = GOwned<char>(umockdev_testbed_get_root_dir(m_testbed.get())).get();
+}
+
+World::~World()
+{
+    g_idle_remove_by_data(this);
+}
+
+bool World::build(const Options &options, std::string &error)
+{
+    if (!umockdev_in_mock_environment()) {
+        error = "run it through umockdev-wrapper";
+        return false;
+    }
+    m_disksFollowDriver = options.disksFollowDriver;
+    if (!addRecords(controllerRecords(), error) || !addRecords(internalDiskRecords(options.internalDisk), error))
+        return false;
+    for (const StickOptions &stick : options.sticks) {
+        if (!addStick(stick, error))
+            return false;
+    }
+    if (!options.cameraPort.empty())
+        addCamera(options.cameraPort);
+    for (Port &port : m_ports) {
+        port.denied = std::count(options.deniedPorts.begin(), options.deniedPorts.end(), port.name) > 0;
+        const std::string reply = plug(port);
+        if (reply.compare(0, 2, "ok") != 0) {
+            error = port.name + ": " + reply;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool World::addStick(const StickOptions &stick, std::string &error)
+{
+    FileDescriptor image(open(stick.image.c_str(), (stick.readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC));
+    struct stat status {};
+    if (!image || fstat(image.get(), &status) != 0 || status.st_size < off_t(ScsiDisk::SectorSize)) {
+        error = "no usable image " + stick.image;
+        return false;
+    }
+    const auto sectors = std::uint64_t(status.st_size) / ScsiDisk::SectorSize;
+    Port port;
+    port.name = stick.port;
+    port.identity = stickIdentity(stick.vendorId, stick.productId, stick.product, stick.serial);
+    const ScsiDisk::Identity identity{port.identity.manufacturer, stick.product, stick.serial};
+    port.transport = std::make_unique<BulkOnly>(ScsiDisk(std::move(image), sectors, stick.readOnly, identity));
+    port.disk = DiskShape{stick.diskName, sectors, stick.readOnly, int(m_ports.size()) + 2};
+    m_ports.push_back(std::move(port));
+    return true;
+}
+
+void World::addCamera(const std::string &name)
+{
+    Port port;
+    port.name = name;
+    port.identity = cameraIdentity();
+    port.hasVideo = true;
+    m_ports.push_back(std::move(port));
+}
+
+std::string World::command(const std::string &line)
+{
+    const std::size_t space = line.find(' ');
+    const std::string verb = line.substr(0, space);
+    const std::string argument = space == std::string::npos ? std::string() : line.substr(space + 1);
+    const auto entry = std::find_if(std::begin(Commands), std::end(Commands),
+                                    [&verb](const Command &c) { return verb == c.name; });
+    if (entry == std::end(Commands))
+        return "error unknown command " + verb;
+    Port *port = find(argument);
+    return port ? (this->*entry->run)(*port) : "error no port " + argument;
+}
+
+World::Port *World::find(const std::string &name)
+{
+    const auto port =
+        std::find_if(m_ports.begin(), m_ports.end(), [&name](const Port &one) { return one.name == name; });
+    return port == m_ports.end() ? nullptr : &*port;
+}
+
+std::string World::plug(Port &port)
+{
+    if (port.plugged)
+        return "error already plugged";
+    if (m_nextAddress > HighestAddress)
+        return "error no address left";
+    port.place = {port.name, m_nextAddress++};
+    port.usbRecords = usbRecords(port.identity, port.place);
+    std::string error;
+    // The node comes before the directory, so that whoever finds the device can open it.
+    if (!attachNode(port, error) || !addRecords(port.usbRecords, error))
+        return "error " + error;
+    port.plugged = true;
+    announce(port.usbRecords);
+    if (!showFunction(port, error))
+        return "error " + error;
+    m_log.line(port.name + " plugged, address " + std::to_string(port.place.address));
+    return "ok " + std::to_string(port.place.address);
+}
+
+std::string World::unplug(Port &port)
+{
+    if (!port.plugged)
+        return "error not plugged";
+    port.plugged = false;
+    port.nodes.back()->disconnect();
+    hideFunction(port);
+    unlink((m_root + "/dev/" + port.place.node()).c_str());
+    removeRecords(port.usbRecords);
+    return "ok";
+}
+
+std::string World::driver(Port &port)
+{
+    return port.plugged ? "ok " + port.nodes.back()->driver() : "error not plugged";
+}
+
+std::string World::statistics(Port &port)
+{
+    const UsbNode::Statistics statistics = port.nodes.back()->statistics();
+    return "ok urbs=" + std::to_string(statistics.urbs) + " bytes=" + std::to_string(statistics.bytes);
+}
+
+std::string World::deny(Port &port)
+{
+    port.denied = true;
+    return !port.plugged || placeNode(port) ? "ok" : "error nothing here refuses to be opened";
+}
+
+std::string World::allow(Port &port)
+{
+    port.denied = false;
+    return !port.plugged || placeNode(port) ? "ok" : "error cannot make the node";
+}
+
+bool World::attachNode(Port &port, std::string &error)
+{
+    port.nodes.push_back(std::make_unique<UsbNode>(port.identity, port.transport.get(), m_log, port.name,
+                                                   [this] { g_idle_add(onDriverChanged, this); }));
+    GError *failure = nullptr;
+    if (!port.nodes.back()->attach(m_testbed.get(), port.place.node(), &failure)) {
+        error = takeMessage(failure);
+        return false;
+    }
+    if (placeNode(port))
+        return true;
+    error = "cannot make the node " + port.place.node();
+    return false;
+}
+
+bool World::placeNode(const Port &port)
+{
+    return port.denied ? denyNode(port.place.node()) : linkNode(port.place.node(), port.nodes.back()->backingPath());
+}
+
+bool World::linkNode(const std::string &node, const std::string &target)
+{
+    const std::string path = m_root + "/dev/" + node;
+    const std::string temporary = m_root + "/node-in-the-making";
+    const GOwned<char> directory(g_path_get_dirname(path.c_str()));
+    return !target.empty() && g_mkdir_with_parents(directory.get(), 0755) == 0
+           && symlink(target.c_str(), temporary.c_str()) == 0 && rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+bool World::denyNode(const std::string &node)
+{
+    const std::string path = m_root + "/dev/" + node;
+    for (const char *file : UnwritableFiles) {
+        if (linkNode(node, file) && !FileDescriptor(open(path.c_str(), O_RDWR | O_CLOEXEC)) && errno == EACCES)
+            return true;
+    }
+    return false;
+}
+
+bool World::showFunction(Port &port, std::string &error)
+{
+    if (port.disk)
+        port.functionRecords = usbDiskRecords(port.identity, port.place, *port.disk);
+    else if (port.hasVideo)
+        port.functionRecords = videoRecords(port.identity, port.place);
+    if (!addRecords(port.functionRecords, error))
+        return false;
+    announce(port.functionRecords);
+    return true;
+}
+
+void World::hideFunction(Port &port)
+{
+    removeRecords(port.functionRecords);
+}
+
+bool World::addRecords(const std::vector<DeviceRecord> &records, std::string &error)
+{
+    for (const DeviceRecord &record : records) {
+        GError *failure = nullptr;
+        if (!umockdev_testbed_add_from_string(m_testbed.get(), record.text().c_str(), &failure)) {
+            error = takeMessage(failure);
+            return false;
+        }
+        // /sys/block lists whole disks; the test bed would list partitions too.
+        if (record.isPartition())
+            unlink((m_root + "/sys/block/" + record.node).c_str());
+    }
+    return true;
+}
+
+void World::announce(const std::vector<DeviceRecord> &records)
+{
+    for (const DeviceRecord &record : records)
+        umockdev_testbed_uevent(m_testbed.get(), record.sysPath().c_str(), "add");
+}
+
+void World::removeRecords(std::vector<DeviceRecord> &records)
+{
+    for (; !records.empty(); records.pop_back()) {
+        const std::string path = records.back().sysPath();
+        umockdev_testbed_uevent(m_testbed.get(), path.c_str(), "remove");
+        umockdev_testbed_remove_device(m_testbed.get(), path.c_str());
+        // Links that the test bed leaves behind, and that it could not make a second time.
+        for (const std::string &link : records.back().indexLinks())
+            unlink((m_root + link).c_str());
+    }
+}
+
+gboolean World::onDriverChanged(gpointer self)
+{
+    static_cast<World *>(self)->driverChanged();
+    return G_SOURCE_REMOVE;
+}
+
+void World::driverChanged()
+{
+    if (!m_disksFollowDriver)
+        return;
+    for (Port &port : m_ports) {
+        if (!port.plugged || !port.disk)
+            continue;
+        const bool bound = port.nodes.back()->driver() == port.identity.interfaces[0].kernelDriver;
+        const bool shown = !port.functionRecords.empty();
+        std::string error;
+        if (shown && !bound)
+            hideFunction(port);
+        else if (bound && !shown && !showFunction(port, error))
+            m_log.line(port.name + ' ' + error);
+    }
+}
+
+} // namespace usbworld

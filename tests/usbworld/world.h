@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "description.h"
+#include "log.h"
+#include "options.h"
+#include "usbnode.h"
+
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace usbworld {
+
+/**
+ * The emulated machine: a controller, an internal disk and the devices that the options ask for.
+ *
+ * Processes that are started with the environment of this one see it through /sys, /dev, libudev and libusb.
+ * \thread main
+ */
+class World
+{
+public:
+    explicit World(Log &log);
+    ~World();
+    World(const World &) = delete;
+    World &operator=(const World &) = delete;
+
+    /** Makes everything. False with a reason in \a error when a part cannot be made. */
+    bool build(const Options &options, std::string &error);
+
+    /** Runs one command of the control socket, "unplug 1-1" for example, and returns its one-line reply. */
+    std::string command(const std::string &line);
+
+private:
+    struct Port {
+        std::string name;
+        UsbIdentity identity;
+        std::unique_ptr<BulkOnly> transport;
+        std::optional<DiskShape> disk;
+        bool hasVideo = false;
+        bool plugged = false;
+        bool denied = false;
+        UsbPlace place;
+        std::vector<DeviceRecord> usbRecords;
+        std::vector<DeviceRecord> functionRecords; ///< what the kernel driver brings: disk or video device
+        /// One for every time it was plugged, the last one is current: the others answer who still has them open.
+        std::vector<std::unique_ptr<UsbNode>> nodes;
+    };
+
+    struct Command;
+    static const Command Commands[];
+
+    bool addStick(const StickOptions &stick, std::string &error);
+    void addCamera(const std::string &port);
+    Port *find(const std::string &name);
+
+    std::string plug(Port &port);
+    std::string unplug(Port &port);
+    std::string driver(Port &port);
+    std::string statistics(Port &port);
+    std::string deny(Port &port);
+    std::string allow(Port &port);
+
+    bool attachNode(Port &port, std::string &error);
+    bool placeNode(const Port &port);
+    bool linkNode(const std::string &node, const std::string &target);
+    bool denyNode(const std::string &node);
+
+    bool showFunction(Port &port, std::string &error);
+    void hideFunction(Port &port);
+    bool addRecords(const std::vector<DeviceRecord> &records, std::string &error);
+    void announce(const std::vector<DeviceRecord> &records);
+    void removeRecords(std::vector<DeviceRecord> &records);
+    void driverChanged();
+    static gboolean onDriverChanged(gpointer self);
+
+    Log &m_log;
+    GRef<UMockdevTestbed> m_testbed;
+    std::string m_root;
+    std::list<Port> m_ports;
+    bool m_disksFollowDriver = false;
+    int m_nextAddress = 2; // the root hub has 1
+};
+
+} // namespace usbworld
