@@ -45,9 +45,9 @@ Outcome Component::run(const QByteArray &command, QByteArray &reply)
 {
     const Outcome outcome = dispatch(QJsonDocument::fromJson(command).object(), reply);
     if (reply.isEmpty()) {
-        reply = QJsonDocument(QJsonObject{{QStringLiteral("code"), outcome.code},
-                                          {QStringLiteral("text"), outcome.text}})
-                    .toJson(QJsonDocument::Compact);
+        reply =
+            QJsonDocument(QJsonObject{{QStringLiteral("code"), outcome.code}, {QStringLiteral("text"), outcome.text}})
+                .toJson(QJsonDocument::Compact);
     }
     return outcome;
 }
@@ -131,9 +131,8 @@ bool Component::isReadOnly(const UsbDevice &device) const
 
 bool Component::isDescribed(const QString &deviceId) const
 {
-    return std::any_of(m_config.devices.begin(), m_config.devices.end(), [&](const QJsonObject &device) {
-        return device.value(DeviceId).toString() == deviceId;
-    });
+    return std::any_of(m_config.devices.begin(), m_config.devices.end(),
+                       [&](const QJsonObject &device) { return device.value(DeviceId).toString() == deviceId; });
 }
 
 void Component::noteDescribed(const QString &deviceId, bool shared)

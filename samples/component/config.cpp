@@ -20,7 +20,8 @@ bool isAllOf(const QJsonValue &value, QJsonValue::Type type)
     if (!value.isUndefined() && !value.isArray())
         return false;
     const QJsonArray entries = value.toArray();
-    return std::all_of(entries.begin(), entries.end(), [type](const QJsonValue &entry) { return entry.type() == type; });
+    return std::all_of(entries.begin(), entries.end(),
+                       [type](const QJsonValue &entry) { return entry.type() == type; });
 }
 
 bool readRedirectors(const QJsonValue &value, Config &config, QString &error)

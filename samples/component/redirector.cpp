@@ -11,6 +11,8 @@
 
 namespace {
 
+constexpr int LongestArrivalMilliseconds = 3000;
+
 Outcome failure(int code, const QString &text)
 {
     return {code, text};
@@ -46,6 +48,7 @@ Redirector::Redirector(SendCallback send, EventCallback notify)
     : m_send(std::move(send)), m_notify(std::move(notify)), m_usb([this] {
           for (auto &[number, channel] : m_channels)
               channel->flush();
+          watchArrivals();
       })
 {
     m_usb.post([this] { watchPlugs(); });
@@ -152,8 +155,8 @@ void Redirector::receive(quintptr channel, std::string bytes)
 void Redirector::giveUp(UsbChannel &channel)
 {
     if (!channel.deviceId().isEmpty()) {
-        report(RedirEventChannelLost, {{QStringLiteral("deviceId"), channel.deviceId()},
-                                       {QStringLiteral("channel"), channel.name()}});
+        report(RedirEventChannelLost,
+               {{QStringLiteral("deviceId"), channel.deviceId()}, {QStringLiteral("channel"), channel.name()}});
     }
     release(channel);
     channel.close();
@@ -214,8 +217,9 @@ Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
     if (result == LIBUSB_ERROR_NO_DEVICE)
         return failure(Refusal::NoSuchDevice, QStringLiteral("no such device"));
     if (result != LIBUSB_SUCCESS)
-        return failure(Refusal::UsbError, QStringLiteral("cannot open ") + device.node + QStringLiteral(": ")
-                                              + QString::fromLatin1(libusb_error_name(result)));
+        return failure(Refusal::UsbError,
+                       QStringLiteral("cannot open ") + device.node + QStringLiteral(": ")
+                           + QString::fromLatin1(libusb_error_name(result)));
     return {};
 }
 
@@ -284,9 +288,10 @@ void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
         m_failures.insert(deviceId, outcome);
     m_mutex.unlock();
     if (!outcome) {
-        report(RedirEventShareFailed, {{QStringLiteral("deviceId"), deviceId},
-                                       {QStringLiteral("code"), outcome.code},
-                                       {QStringLiteral("text"), outcome.text}});
+        report(RedirEventShareFailed,
+               {{QStringLiteral("deviceId"), deviceId},
+                {QStringLiteral("code"), outcome.code},
+                {QStringLiteral("text"), outcome.text}});
     }
 }
 
@@ -301,10 +306,7 @@ void Redirector::report(RedirEvent event, const QJsonObject &details)
         m_notify(nullptr, event, text.constData(), text.size());
         return 0;
     };
-    if (m_usb.isCurrent())
-        tell();
-    else
-        m_usb.post(tell);
+    m_usb.call(0, tell); // a command's events are out before it returns
 }
 
 // --- plugging ---
@@ -328,29 +330,40 @@ int Redirector::onPlug(libusb_context *, libusb_device *device, libusb_hotplug_e
     const QString portPath = portPathOf(device);
     redirector->m_usb.post([redirector, portPath, event] {
         if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED)
-            redirector->deviceArrived(portPath);
+            redirector->m_arriving[portPath].start();
         else
             redirector->deviceLeft(portPath);
     });
     return 0;
 }
 
-void Redirector::deviceArrived(const QString &portPath)
+// A device is there before its interfaces are, and those are before its disk. It is reported when it is complete, so
+// that a list which is fetched then shows what it is.
+void Redirector::watchArrivals()
 {
+    if (m_arriving.isEmpty())
+        return;
     for (const UsbDevice &device : UsbDevice::all()) {
-        if (device.portPath != portPath)
+        const auto arriving = m_arriving.constFind(device.portPath);
+        if (arriving == m_arriving.constEnd())
             continue;
-        m_idByPortPath.insert(portPath, device.id());
+        if (!device.isComplete() && !arriving->hasExpired(LongestArrivalMilliseconds))
+            continue;
+        m_arriving.erase(arriving);
+        m_idByPortPath.insert(device.portPath, device.id());
         report(RedirEventDeviceArrived,
                {{QStringLiteral("deviceId"), device.id()}, {QStringLiteral("name"), device.name}});
     }
+    for (auto arriving = m_arriving.begin(); arriving != m_arriving.end();) // hubs, and what has gone again
+        arriving = arriving->hasExpired(LongestArrivalMilliseconds) ? m_arriving.erase(arriving) : std::next(arriving);
 }
 
 void Redirector::deviceLeft(const QString &portPath)
 {
+    m_arriving.remove(portPath);
     const QString deviceId = m_idByPortPath.take(portPath);
     if (deviceId.isEmpty())
-        return; // a hub
+        return; // a hub, or gone before it was complete
     for (auto &[number, channel] : m_channels) {
         if (channel->deviceId() == deviceId)
             release(*channel);

@@ -6,6 +6,7 @@
 #include "usbdevice.h"
 #include "usbthread.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QJsonObject>
 #include <QMutex>
@@ -87,7 +88,7 @@ private:
 
     void watchPlugs();
     static int onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self);
-    void deviceArrived(const QString &portPath);
+    void watchArrivals();
     void deviceLeft(const QString &portPath);
 
     const SendCallback m_send;
@@ -96,6 +97,7 @@ private:
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
     QHash<QString, QString> m_idByPortPath;
+    QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
     libusb_hotplug_callback_handle m_plugWatch = 0;
     bool m_stopping = false;
 

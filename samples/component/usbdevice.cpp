@@ -90,6 +90,11 @@ UsbDevice::Interface UsbDevice::kind() const
     return leftToInterfaces && !interfaces.isEmpty() ? interfaces.first() : own;
 }
 
+bool UsbDevice::isComplete() const
+{
+    return !interfaces.isEmpty() && (kind().usbClass != QLatin1String("08") || !disks.isEmpty());
+}
+
 QList<UsbDevice> UsbDevice::all()
 {
     QList<UsbDevice> devices;

@@ -20,19 +20,21 @@ struct UsbDevice
     /// The class that says what it is: its own, or its first interface's if it leaves that to them.
     Interface kind() const;
 
-    QString portPath;           ///< the kernel's name, "1-1.4": bus, ports
-    QString serial;             ///< may be empty
-    QString node;               ///< "/dev/bus/usb/001/004"
-    int bus = 0, address = 0;   ///< as libusb counts them; the address changes with each plug
+    QString portPath; ///< the kernel's name, "1-1.4": bus, ports
+    QString serial; ///< may be empty
+    QString node; ///< "/dev/bus/usb/001/004"
+    int bus = 0, address = 0; ///< as libusb counts them; the address changes with each plug
     QString vendorId, productId, release;
-    QString name;               ///< manufacturer and product
-    QString hub, port;          ///< the hub's kernel name, and the port's number on it
-    Interface own;              ///< class, subclass and protocol of the device itself
+    QString name; ///< manufacturer and product
+    QString hub, port; ///< the hub's kernel name, and the port's number on it
+    Interface own; ///< class, subclass and protocol of the device itself
     QList<Interface> interfaces;
-    QStringList disks;          ///< kernel names of its block devices, disks before partitions: "sda", "sda1"
+    QStringList disks; ///< kernel names of its block devices, disks before partitions: "sda", "sda1"
     bool writeProtected = false;
 
     static QList<UsbDevice> all();
+    /// The kernel has made all that belongs to it: its interfaces, and the disk of a disk.
+    bool isComplete() const;
     /// The first mount point of one of its block devices; empty if nothing is mounted.
     QString mountPoint() const;
 };

@@ -19,14 +19,16 @@ Host::Host(Options options)
 {
     theHost = this;
     m_deadline.setSingleShot(true);
+    m_deadline.setInterval(DeadlineMilliseconds);
     connect(&m_deadline, &QTimer::timeout, this, &Host::timedOut);
     connect(&m_session, &SpicePortSession::portFound, this, &Host::portFound);
     connect(&m_session, &SpicePortSession::closed, this, [this](const QString &reason) {
         if (m_leaving)
             return;
-        m_output.tell("disconnected", QStringLiteral("connection lost: %1. Is the virtual machine running, and is this "
-                                                     "its SPICE address: %2?")
-                                          .arg(reason, m_options.uri));
+        m_output.tell("disconnected",
+                      QStringLiteral("connection lost: %1. Is the virtual machine running, and is this "
+                                     "its SPICE address: %2?")
+                          .arg(reason, m_options.uri));
         leave(ExitCode::NoConnection);
     });
 }
@@ -38,7 +40,7 @@ Host::~Host()
 
 void Host::start()
 {
-    m_deadline.start(DeadlineMilliseconds);
+    m_deadline.start();
     loadComponent();
     m_session.connectTo(m_options.uri);
 }
@@ -67,8 +69,10 @@ void Host::portFound(SpicePortChannel *channel, const QString &name, bool isOpen
         return;
     Q_EMIT m_redirect->checkRedirChannelByThread(channel, name, isOpened);
     m_channelBound = true;
-    m_output.tell("channel", QStringLiteral("channel: %1 (%2)")
-                                 .arg(name, isOpened ? QStringLiteral("open") : QStringLiteral("closed")));
+    m_output.tell(
+        "channel",
+        QStringLiteral("channel: %1 (%2)").arg(name, isOpened ? QStringLiteral("open") : QStringLiteral("closed")));
+    shareByRules();
     runNext();
 }
 
@@ -83,35 +87,48 @@ void Host::devicesListed(const QList<ExterDeviceInfo> &devices)
     m_devices = devices;
     if (!m_listed) {
         m_listed = true;
+        for (const ExterDeviceInfo &device : devices)
+            m_unjudged.insert(device.deviceId);
         m_output.tell("started", QStringLiteral("component: started, %1 devices").arg(devices.size()));
     }
     if (m_current == QLatin1String("list")) {
         m_output.list(devices);
         finishedPart();
+    } else if (m_current.startsWith(QLatin1String("share")) && m_pending.isEmpty()) {
+        shareDevices(m_current.section(QLatin1Char(' '), 1));
     }
-    if (m_options.autoShare && m_channelBound && !m_leaving) {
-        for (const ExterDeviceInfo &device : devices) {
-            if (device.status == 0 && !m_failures.contains(device.deviceId) && m_options.autoRules.allow(device))
-                request(QStringLiteral("share ") + device.deviceId);
-        }
-    }
+    shareByRules();
     runNext();
+}
+
+// Each device is looked at once for each plug: one that the user takes back stays where it is.
+void Host::shareByRules()
+{
+    if (!m_options.autoShare || !m_channelBound || m_leaving)
+        return;
+    for (const ExterDeviceInfo &device : qAsConst(m_devices)) {
+        if (m_unjudged.remove(device.deviceId) && m_options.autoRules.allow(device))
+            request(QStringLiteral("share ") + device.deviceId);
+    }
 }
 
 void Host::timedOut()
 {
     if (!m_listed) {
-        m_output.tell("error", QStringLiteral("the component does not answer. Is libdevredir.so with its config.json in "
-                                              "\"%1/Device Redirect\"? --log-rules '*=true' shows why.")
-                                   .arg(QCoreApplication::applicationDirPath()));
+        m_output.tell("error",
+                      QStringLiteral("the component does not answer. Is libdevredir.so with its config.json in "
+                                     "\"%1/Device Redirect\"? --log-rules '*=true' shows why.")
+                          .arg(QCoreApplication::applicationDirPath()));
         leave(ExitCode::NoComponent);
     } else if (!m_channelBound) {
-        m_output.tell("error", QStringLiteral("the virtual machine offers no channel for devices. It needs a port whose "
-                                              "name begins with \"channelPrefix\" of config.json."));
+        m_output.tell("error",
+                      QStringLiteral("the virtual machine offers no channel for devices. It needs a port whose "
+                                     "name begins with \"channelPrefix\" of config.json."));
         leave(ExitCode::NoChannel);
     } else {
-        requestFailed(QStringLiteral("no outcome of \"%1\" within %2 seconds")
-                          .arg(m_current).arg(DeadlineMilliseconds / 1000), QString());
+        requestFailed(
+            QStringLiteral("no outcome of \"%1\" within %2 seconds").arg(m_current).arg(DeadlineMilliseconds / 1000),
+            QString());
         m_pending.clear();
         finishedPart();
     }

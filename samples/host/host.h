@@ -18,9 +18,9 @@ namespace ExitCode {
 constexpr int Success = 0;
 constexpr int RequestFailed = 1; ///< a device could not be shared or taken back
 constexpr int Usage = 2;
-constexpr int NoComponent = 3;  ///< the component could not be loaded or started
+constexpr int NoComponent = 3; ///< the component could not be loaded or started
 constexpr int NoConnection = 4; ///< no SPICE connection, or it was lost
-constexpr int NoChannel = 5;    ///< the virtual machine offers no channel for devices
+constexpr int NoChannel = 5; ///< the virtual machine offers no channel for devices
 } // namespace ExitCode
 
 /**
@@ -38,7 +38,7 @@ public:
         QString uri;
         QString vmId;
         bool json = false;
-        bool watch = false;       ///< stay and tell of plugs
+        bool watch = false; ///< stay and tell of plugs
         bool interactive = false; ///< requests come from standard input
         Rules autoRules;
         bool autoShare = false;
@@ -64,6 +64,7 @@ private:
     void loadComponent();
     void connectResults();
 
+    void shareByRules();
     void runNext();
     void shareDevices(const QString &which);
     void unshareDevices(const QString &which);
@@ -81,7 +82,7 @@ private:
     std::unique_ptr<DevRedirectInterface> m_redirect;
 
     QStringList m_requests;
-    QString m_current;       ///< the request that runs; empty if none does
+    QString m_current; ///< the request that runs; empty if none does
     QSet<QString> m_pending; ///< devices whose outcome the current request waits for
     bool m_expectMore;
     bool m_channelBound = false;
@@ -90,6 +91,7 @@ private:
     int m_exitCode = ExitCode::Success;
     QList<ExterDeviceInfo> m_devices;
     QSet<QString> m_shared;
+    QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QHash<QString, QString> m_failures; ///< by device, what the component said
     QTimer m_deadline;
 };

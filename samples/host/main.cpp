@@ -17,11 +17,12 @@
 
 namespace {
 
-const char *const Help =
-    "\nActions run in the order list, share, unshare. A program that shares a device stays until it is interrupted; then\n"
-    "it takes its devices back. Without an action it reads requests from standard input:\n"
-    "list, share ID|all, unshare ID|all, quit.\n"
-    "\nExit codes: 0 success, 1 a request failed, 2 wrong usage, 3 no component, 4 no connection or lost, 5 no channel.";
+const char *const Help = "\nActions run in the order list, share, unshare. A program that shares a device stays until "
+                         "it is interrupted; then\n"
+                         "it takes its devices back. Without an action it reads requests from standard input:\n"
+                         "list, share ID|all, unshare ID|all, quit.\n"
+                         "\nExit codes: 0 success, 1 a request failed, 2 wrong usage, 3 no component, 4 no connection "
+                         "or lost, 5 no channel.";
 
 // Reads the options; false, and a line on standard error, if they are wrong.
 bool read(QCoreApplication &application, Host::Options &options)
@@ -43,16 +44,16 @@ bool read(QCoreApplication &application, Host::Options &options)
                                      QStringLiteral("ID"));
     const QCommandLineOption automatic(
         QStringLiteral("auto"),
-        QStringLiteral("Share what is plugged in by rules, separated by commas: allow:CLASS:VENDOR:PRODUCT or deny:…; * "
-                       "is any, the first that fits decides."),
+        QStringLiteral(
+            "Share what is plugged in by rules, separated by commas: allow:CLASS:VENDOR:PRODUCT or deny:…; * "
+            "is any, the first that fits decides."),
         QStringLiteral("RULES"));
     const QCommandLineOption watch(QStringLiteral("watch"), QStringLiteral("Stay and tell of plugs."));
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object a line."));
     const QCommandLineOption logRules(QStringLiteral("log-rules"),
                                       QStringLiteral("Qt logging rules, for example '*=true'. The log goes to standard "
                                                      "error; without this it shows warnings only."),
-                                      QStringLiteral("RULES"),
-                                      QStringLiteral("*.debug=false\n*.info=false"));
+                                      QStringLiteral("RULES"), QStringLiteral("*.debug=false\n*.info=false"));
     parser.addOptions({uri, host, port, vm, list, share, unshare, automatic, watch, json, logRules});
     parser.process(application);
 

@@ -17,16 +17,11 @@ void print(const QByteArray &line)
 QJsonObject describe(const ExterDeviceInfo &device)
 {
     return {
-        {QStringLiteral("deviceId"), device.deviceId},
-        {QStringLiteral("redirector"), device.rdrName},
-        {QStringLiteral("name"), device.deviceName},
-        {QStringLiteral("class"), device.deviceClass},
-        {QStringLiteral("vendorId"), device.vendorId},
-        {QStringLiteral("productId"), device.productId},
-        {QStringLiteral("disk"), device.storeLetter},
-        {QStringLiteral("readOnly"), device.readOnly},
-        {QStringLiteral("shared"), device.status != 0},
-        {QStringLiteral("error"), device.errString},
+        {QStringLiteral("deviceId"), device.deviceId},  {QStringLiteral("redirector"), device.rdrName},
+        {QStringLiteral("name"), device.deviceName},    {QStringLiteral("class"), device.deviceClass},
+        {QStringLiteral("vendorId"), device.vendorId},  {QStringLiteral("productId"), device.productId},
+        {QStringLiteral("disk"), device.storeLetter},   {QStringLiteral("readOnly"), device.readOnly},
+        {QStringLiteral("shared"), device.status != 0}, {QStringLiteral("error"), device.errString},
     };
 }
 
@@ -49,8 +44,8 @@ void Output::list(const QList<ExterDeviceInfo> &devices) const
         QJsonArray all;
         for (const ExterDeviceInfo &device : devices)
             all.append(describe(device));
-        print(QJsonDocument(QJsonObject{{QStringLiteral("event"), QStringLiteral("list")},
-                                        {QStringLiteral("devices"), all}})
+        print(QJsonDocument(
+                  QJsonObject{{QStringLiteral("event"), QStringLiteral("list")}, {QStringLiteral("devices"), all}})
                   .toJson(QJsonDocument::Compact));
         return;
     }

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Requests and their outcomes. A request that the library has taken is not its outcome: that comes as a signal, or for a
-// "usbrdr" device as an event of the component.
+// Requests and their outcomes. A request that the library has taken is not its outcome: that comes as a signal, or for
+// a "usbrdr" device as an event of the component.
 
 #include "host.h"
 
 #include <QJsonDocument>
 
 namespace {
-constexpr int DeadlineMilliseconds = 15000;
 const QString All = QStringLiteral("all");
 } // namespace
 
@@ -56,14 +55,11 @@ void Host::runNext()
         return; // the deadline of the start is still running
 
     m_current = m_requests.takeFirst();
-    m_deadline.start(DeadlineMilliseconds);
-    const QString which = m_current.section(QLatin1Char(' '), 1);
-    if (m_current == QLatin1String("list"))
-        m_redirect->getDeviceListFromUniqueFrame();
-    else if (needsChannel)
-        shareDevices(which);
+    m_deadline.start();
+    if (m_current == QLatin1String("list") || needsChannel)
+        m_redirect->getDeviceListFromUniqueFrame(); // goes on when the list is there
     else
-        unshareDevices(which);
+        unshareDevices(m_current.section(QLatin1Char(' '), 1));
 }
 
 void Host::shareDevices(const QString &which)
@@ -143,10 +139,11 @@ void Host::componentReported(RedirEvent event, const QByteArray &text)
     const QString deviceId = details.value(QLatin1String("deviceId")).toString();
     switch (event) {
     case RedirEventDeviceArrived:
-        m_failures.remove(deviceId);
+        m_unjudged.insert(deviceId);
         m_output.tell("arrived", QStringLiteral("plugged in: %1").arg(deviceId), details);
         break;
     case RedirEventDeviceLeft:
+        m_unjudged.remove(deviceId);
         m_output.tell("left", QStringLiteral("pulled out: %1").arg(deviceId), details);
         break;
     case RedirEventChannelLost:

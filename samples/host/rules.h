@@ -7,8 +7,8 @@
 #include <QString>
 
 /**
- * Which devices are shared as soon as they are plugged in: ordered rules "allow:class:vendor:product" and "deny:…", each
- * part hexadecimal or "*". The first rule that fits decides; a device that none fits is left alone.
+ * Which devices are shared as soon as they are plugged in: ordered rules "allow:class:vendor:product" and "deny:…",
+ * each part hexadecimal or "*". The first rule that fits decides; a device that none fits is left alone.
  */
 class Rules
 {

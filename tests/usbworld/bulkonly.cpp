@@ -17,7 +17,7 @@ std::uint32_t littleEndian32(const std::uint8_t *p)
 
 } // namespace
 
-BulkOnly::BulkOnly(ScsiDisk disk) : m_disk(std::move(disk)) {}
+BulkOnly::BulkOnly(ScsiDisk disk) : m_disk(std::move(disk)) { }
 
 bool BulkOnly::out(const std::uint8_t *data, std::size_t size)
 {

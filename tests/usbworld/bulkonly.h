@@ -16,7 +16,8 @@ public:
     enum class Answer { Data, Stall, NotYet };
 
     /** The reply to one IN transfer. \a data stays valid until the next call to the object. */
-    struct In {
+    struct In
+    {
         Answer answer;
         const std::uint8_t *data;
         std::size_t size;

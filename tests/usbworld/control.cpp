@@ -23,8 +23,7 @@ Control::~Control()
     g_socket_service_stop(m_service.get());
     g_cancellable_cancel(m_cancellable.get());
     // Reads under way end with "cancelled" and must do so before this object is gone.
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
+    while (g_main_context_iteration(nullptr, FALSE)) { }
     if (!m_path.empty())
         unlink(m_path.c_str());
 }
@@ -46,8 +45,7 @@ bool Control::listen(const std::string &path, std::string &error)
 
 gboolean Control::onIncoming(GSocketService *, GSocketConnection *connection, GObject *, gpointer self)
 {
-    const GRef<GDataInputStream> stream(
-        g_data_input_stream_new(g_io_stream_get_input_stream(G_IO_STREAM(connection))));
+    const GRef<GDataInputStream> stream(g_data_input_stream_new(g_io_stream_get_input_stream(G_IO_STREAM(connection))));
     g_object_set_data_full(G_OBJECT(stream.get()), ConnectionKey, g_object_ref(connection), g_object_unref);
     static_cast<Control *>(self)->readLine(stream.get());
     return TRUE;

@@ -25,8 +25,7 @@ public:
     bool listen(const std::string &path, std::string &error);
 
 private:
-    static gboolean onIncoming(GSocketService *service, GSocketConnection *connection, GObject *source,
-                               gpointer self);
+    static gboolean onIncoming(GSocketService *service, GSocketConnection *connection, GObject *source, gpointer self);
     static void onLine(GObject *stream, GAsyncResult *result, gpointer self);
     void readLine(GDataInputStream *stream);
 

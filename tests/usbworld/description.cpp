@@ -158,10 +158,7 @@ DeviceRecord blockRecord(const std::string &path, const std::string &name, const
     record.node = name;
     record.properties = properties;
     const std::vector<Field> own{
-        {"DEVNAME", "/dev/" + name},
-        {"DEVTYPE", type},
-        {"SUBSYSTEM", "block"},
-        {"MAJOR", "8"},
+        {"DEVNAME", "/dev/" + name},      {"DEVTYPE", type}, {"SUBSYSTEM", "block"}, {"MAJOR", "8"},
         {"MINOR", std::to_string(minor)},
     };
     record.properties.insert(record.properties.end(), own.begin(), own.end());
@@ -172,11 +169,13 @@ DeviceRecord blockRecord(const std::string &path, const std::string &name, const
 DeviceRecord diskRecord(const std::string &scsiPath, const DiskShape &disk, bool removable,
                         const std::vector<Field> &properties)
 {
-    DeviceRecord record = blockRecord(scsiPath + "/block/" + disk.name, disk.name, "disk", firstMinor(disk.name),
-                                      properties);
+    DeviceRecord record =
+        blockRecord(scsiPath + "/block/" + disk.name, disk.name, "disk", firstMinor(disk.name), properties);
     const std::vector<Field> more{
-        {"size", std::to_string(disk.sectors)}, {"removable", removable ? "1" : "0"},
-        {"ro", disk.readOnly ? "1" : "0"},      {"range", std::to_string(DeviceNumbersOfADisk)},
+        {"size", std::to_string(disk.sectors)},
+        {"removable", removable ? "1" : "0"},
+        {"ro", disk.readOnly ? "1" : "0"},
+        {"range", std::to_string(DeviceNumbersOfADisk)},
         {"hidden", "0"},
     };
     record.attributes.insert(record.attributes.end(), more.begin(), more.end());
@@ -230,16 +229,16 @@ bool DeviceRecord::isPartition() const
 
 std::vector<std::string> DeviceRecord::indexLinks() const
 {
-    std::vector<std::string> links;
+    std::vector<std::string> found;
     if (path.find("/block/") != std::string::npos)
-        links.push_back("/sys/block/" + node);
+        found.push_back("/sys/block/" + node);
     for (const Field &attribute : attributes) {
         if (attribute.name == "dev") {
-            links.push_back("/sys/dev/block/" + attribute.value);
-            links.push_back("/sys/dev/char/" + attribute.value);
+            found.push_back("/sys/dev/block/" + attribute.value);
+            found.push_back("/sys/dev/char/" + attribute.value);
         }
     }
-    return links;
+    return found;
 }
 
 std::string DeviceRecord::text() const
@@ -312,9 +311,12 @@ std::vector<DeviceRecord> videoRecords(const UsbIdentity &identity, const UsbPla
     record.node = "video0";
     record.properties = identityProperties(identity, place.port);
     const std::vector<Field> own{
-        {"DEVNAME", "/dev/video0"},     {"SUBSYSTEM", "video4linux"},
-        {"MAJOR", "81"},                {"MINOR", "0"},
-        {"ID_V4L_VERSION", "2"},        {"ID_V4L_PRODUCT", identity.product},
+        {"DEVNAME", "/dev/video0"},
+        {"SUBSYSTEM", "video4linux"},
+        {"MAJOR", "81"},
+        {"MINOR", "0"},
+        {"ID_V4L_VERSION", "2"},
+        {"ID_V4L_PRODUCT", identity.product},
         {"ID_V4L_CAPABILITIES", ":capture:"},
     };
     record.properties.insert(record.properties.end(), own.begin(), own.end());

@@ -9,13 +9,15 @@
 namespace usbworld {
 
 /** A name and a value: a property, an attribute or a link of a device. */
-struct Field {
+struct Field
+{
     std::string name;
     std::string value;
 };
 
 /** One device directory of the emulated /sys, in the form that the test bed reads. */
-struct DeviceRecord {
+struct DeviceRecord
+{
     std::string path; ///< without the leading /sys
     std::string node; ///< that the test bed makes below /dev; empty for none
     std::vector<Field> properties;
@@ -32,7 +34,8 @@ struct DeviceRecord {
 };
 
 /** Where a USB device sits. The bus is always 1. */
-struct UsbPlace {
+struct UsbPlace
+{
     std::string port; ///< "1-2", or "usb1" for the root hub
     int address;
 
@@ -41,7 +44,8 @@ struct UsbPlace {
 };
 
 /** A disk as the block layer shows it. */
-struct DiskShape {
+struct DiskShape
+{
     std::string name; ///< "sda"
     std::uint64_t sectors;
     bool readOnly;

@@ -15,8 +15,8 @@ class FileDescriptor
 {
 public:
     FileDescriptor() = default;
-    explicit FileDescriptor(int fd) : m_fd(fd) {}
-    FileDescriptor(FileDescriptor &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    explicit FileDescriptor(int fd) : m_fd(fd) { }
+    FileDescriptor(FileDescriptor &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) { }
     FileDescriptor &operator=(FileDescriptor &&other) noexcept
     {
         std::swap(m_fd, other.m_fd);
@@ -38,20 +38,22 @@ private:
     int m_fd = -1;
 };
 
-struct GObjectUnref {
+struct GObjectUnref
+{
     void operator()(void *object) const { g_object_unref(object); }
 };
 
-struct GFree {
+struct GFree
+{
     void operator()(void *memory) const { g_free(memory); }
 };
 
 /** Owns one reference to a GObject. */
-template <class T>
+template<class T>
 using GRef = std::unique_ptr<T, GObjectUnref>;
 
 /** Owns a block that is released with g_free(). */
-template <class T>
+template<class T>
 using GOwned = std::unique_ptr<T, GFree>;
 
 } // namespace usbworld

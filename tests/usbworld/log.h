@@ -17,7 +17,8 @@ public:
     void line(const std::string &text);
 
 private:
-    struct Close {
+    struct Close
+    {
         void operator()(FILE *file) const { std::fclose(file); }
     };
     std::mutex m_mutex;

@@ -20,7 +20,8 @@ constexpr int ExitNoWorld = 125;
 constexpr int ExitCannotRun = 127;
 
 /** The command that runs in the emulated machine. */
-struct Child {
+struct Child
+{
     GMainLoop *loop;
     pid_t pid;
     int exitCode;
@@ -46,7 +47,7 @@ void onChildEnd(GPid, gint status, gpointer data)
     g_main_loop_quit(child->loop);
 }
 
-template <int Signal>
+template<int Signal>
 gboolean passOn(gpointer data)
 {
     kill(static_cast<Child *>(data)->pid, Signal);

@@ -28,7 +28,7 @@ bool isPort(const std::string &text)
 {
     const auto isPortCharacter = [](char c) { return (c >= '0' && c <= '9') || c == '.'; };
     return text.size() > 2 && text.compare(0, 2, "1-") == 0
-           && std::all_of(text.begin() + 2, text.end(), isPortCharacter);
+        && std::all_of(text.begin() + 2, text.end(), isPortCharacter);
 }
 
 bool isDiskName(const std::string &text)
@@ -56,7 +56,8 @@ bool parseHex16(const std::string &text, std::uint16_t &value)
 
 bool setStickKey(StickOptions &stick, const std::string &key, const std::string &value)
 {
-    static const struct {
+    static const struct
+    {
         const char *key;
         std::string StickOptions::*text;
     } texts[] = {
@@ -130,7 +131,8 @@ bool completeOptions(Options &options, std::string &error)
     }
     if (!options.cameraPort.empty() && (!isPort(options.cameraPort) || !ports.insert(options.cameraPort).second))
         error = "bad or repeated port " + options.cameraPort;
-    if (!options.internalDisk.empty() && (!isDiskName(options.internalDisk) || !disks.insert(options.internalDisk).second))
+    if (!options.internalDisk.empty()
+        && (!isDiskName(options.internalDisk) || !disks.insert(options.internalDisk).second))
         error = "bad or repeated disk name " + options.internalDisk;
     for (const std::string &port : options.deniedPorts) {
         if (ports.count(port) == 0)
@@ -156,7 +158,8 @@ bool parseOptions(int argc, char **argv, Options &options, std::string &error)
             options.disksFollowDriver = true;
             continue;
         }
-        static const struct {
+        static const struct
+        {
             const char *name;
             std::string Options::*value;
         } texts[] = {

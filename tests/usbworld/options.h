@@ -7,7 +7,8 @@
 
 namespace usbworld {
 
-struct StickOptions {
+struct StickOptions
+{
     std::string port;
     std::string image;
     std::string serial;
@@ -18,7 +19,8 @@ struct StickOptions {
     bool readOnly = false;
 };
 
-struct Options {
+struct Options
+{
     std::vector<StickOptions> sticks;
     std::string cameraPort;
     std::string internalDisk;

@@ -11,6 +11,6 @@ set -- -accel tcg -M q35 -display none -vga none -nodefaults -no-user-config -pi
     -spice "unix=on,addr=$dir/spice.sock,disable-ticketing=on" -device qemu-xhci,id=x,p2=15,p3=15
 i=0
 while [ "$i" -lt "$ports" ]; do
-    set -- "$@" -chardev "spiceport,id=ur$i,name=$prefix$i" -device "usb-redir,chardev=ur$i,bus=x.0"
+    set -- "$@" -chardev "spiceport,id=ur$i,name=$prefix$i" -device "usb-redir,id=usb$i,chardev=ur$i,bus=x.0"
     i=$((i + 1))
 done

@@ -52,24 +52,25 @@ ScsiDisk::Outcome answer(Bytes data, std::size_t allocated)
 
 } // namespace
 
-struct ScsiDisk::Command {
+struct ScsiDisk::Command
+{
     std::uint8_t opcode;
     Outcome (ScsiDisk::*run)(const std::uint8_t *cdb);
 };
 
 const ScsiDisk::Command ScsiDisk::Commands[] = {
-    {0x00, &ScsiDisk::accept},         // TEST UNIT READY
-    {0x03, &ScsiDisk::requestSense},   //
-    {0x12, &ScsiDisk::inquiry},        //
-    {0x1a, &ScsiDisk::modeSense6},     //
-    {0x1b, &ScsiDisk::accept},         // START STOP UNIT
-    {0x1e, &ScsiDisk::accept},         // PREVENT ALLOW MEDIUM REMOVAL
+    {0x00, &ScsiDisk::accept}, // TEST UNIT READY
+    {0x03, &ScsiDisk::requestSense}, //
+    {0x12, &ScsiDisk::inquiry}, //
+    {0x1a, &ScsiDisk::modeSense6}, //
+    {0x1b, &ScsiDisk::accept}, // START STOP UNIT
+    {0x1e, &ScsiDisk::accept}, // PREVENT ALLOW MEDIUM REMOVAL
     {0x25, &ScsiDisk::readCapacity10}, //
-    {0x28, &ScsiDisk::read10},         //
-    {0x2a, &ScsiDisk::write10},        //
-    {0x2f, &ScsiDisk::accept},         // VERIFY(10)
-    {0x35, &ScsiDisk::accept},         // SYNCHRONIZE CACHE(10)
-    {0xa0, &ScsiDisk::reportLuns},     //
+    {0x28, &ScsiDisk::read10}, //
+    {0x2a, &ScsiDisk::write10}, //
+    {0x2f, &ScsiDisk::accept}, // VERIFY(10)
+    {0x35, &ScsiDisk::accept}, // SYNCHRONIZE CACHE(10)
+    {0xa0, &ScsiDisk::reportLuns}, //
 };
 
 ScsiDisk::ScsiDisk(FileDescriptor image, std::uint64_t sectors, bool readOnly, Identity identity)

@@ -22,14 +22,16 @@ class ScsiDisk
 public:
     static constexpr std::size_t SectorSize = 512;
 
-    struct Identity {
+    struct Identity
+    {
         std::string vendor;
         std::string product;
         std::string serial;
     };
 
     /** What a command did: \a dataIn goes to the host, \a dataOut bytes are expected from it through write(). */
-    struct Outcome {
+    struct Outcome
+    {
         bool good = true;
         Bytes dataIn;
         std::size_t dataOut = 0;

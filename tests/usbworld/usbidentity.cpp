@@ -62,12 +62,14 @@ Bytes UsbIdentity::configurationDescriptor() const
     Bytes body;
     std::uint8_t number = 0;
     for (const UsbInterface &one : interfaces) {
-        append(body, {9, Interface, number++, 0, std::uint8_t(one.endpoints.size()), one.interfaceClass, one.subClass,
-                      one.protocol, 0});
+        append(body,
+               {9, Interface, number++, 0, std::uint8_t(one.endpoints.size()), one.interfaceClass, one.subClass,
+                one.protocol, 0});
         for (const UsbEndpoint &endpoint : one.endpoints) {
             const std::uint8_t interval = endpoint.attributes == Interrupt ? 8 : 0;
-            append(body, {7, Endpoint, endpoint.address, endpoint.attributes, low(endpoint.packetSize),
-                          high(endpoint.packetSize), interval});
+            append(body,
+                   {7, Endpoint, endpoint.address, endpoint.attributes, low(endpoint.packetSize),
+                    high(endpoint.packetSize), interval});
         }
     }
     const auto total = std::uint16_t(9 + body.size());
@@ -91,7 +93,12 @@ Bytes UsbIdentity::stringDescriptor(std::uint8_t index) const
 
 UsbIdentity rootHubIdentity()
 {
-    return {0x1d6b, 0x0002, HubClass, "Linux", "Host Controller", "0000:00:14.0",
+    return {0x1d6b,
+            0x0002,
+            HubClass,
+            "Linux",
+            "Host Controller",
+            "0000:00:14.0",
             {{HubClass, 0, 0, {{0x81, Interrupt, 4}}, "hub"}}};
 }
 
@@ -104,7 +111,12 @@ UsbIdentity stickIdentity(std::uint16_t vendorId, std::uint16_t productId, const
 
 UsbIdentity cameraIdentity()
 {
-    return {TestVendorId, CameraProductId, MiscellaneousClass, "Example", "Camera", "CAMERA0001",
+    return {TestVendorId,
+            CameraProductId,
+            MiscellaneousClass,
+            "Example",
+            "Camera",
+            "CAMERA0001",
             {{0x0e, 0x01, 0x00, {{0x83, Interrupt, 16}}, "uvcvideo"}, {0x0e, 0x02, 0x00, {}, "uvcvideo"}}};
 }
 

@@ -9,14 +9,16 @@
 namespace usbworld {
 
 /** One endpoint as its descriptor tells it. */
-struct UsbEndpoint {
+struct UsbEndpoint
+{
     std::uint8_t address;
     std::uint8_t attributes;
     std::uint16_t packetSize;
 };
 
 /** One interface, and the kernel driver that binds to it when the device appears. */
-struct UsbInterface {
+struct UsbInterface
+{
     std::uint8_t interfaceClass;
     std::uint8_t subClass;
     std::uint8_t protocol;
@@ -25,7 +27,8 @@ struct UsbInterface {
 };
 
 /** Everything a USB device says about itself; it does not change when the device is plugged again. */
-struct UsbIdentity {
+struct UsbIdentity
+{
     std::uint16_t vendorId;
     std::uint16_t productId;
     std::uint8_t deviceClass;

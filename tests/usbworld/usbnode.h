@@ -28,7 +28,8 @@ namespace usbworld {
 class UsbNode
 {
 public:
-    struct Statistics {
+    struct Statistics
+    {
         std::uint64_t urbs = 0;
         std::uint64_t bytes = 0;
     };
@@ -66,7 +67,8 @@ private:
     struct Request;
     static const Request Requests[];
 
-    struct Urb {
+    struct Urb
+    {
         Data block;
         Data buffer;
         unsigned char type;
@@ -77,13 +79,15 @@ private:
     };
 
     /** One open descriptor. */
-    struct ClientState {
+    struct ClientState
+    {
         GRef<Client> reference;
         std::deque<Urb> waiting;
         std::deque<Urb> done;
     };
 
-    struct InterfaceState {
+    struct InterfaceState
+    {
         std::string driver;
         Client *owner = nullptr;
     };

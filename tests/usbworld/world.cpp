@@ -24,19 +24,21 @@ std::string takeMessage(GError *error)
 
 } // namespace
 
-struct World::Command {
+struct World::Command
+{
     const char *name;
     std::string (World::*run)(Port &port);
 };
 
 const World::Command World::Commands[] = {
-    {"plug", &World::plug},         {"unplug", &World::unplug}, {"driver", &World::driver},
+    {"plug", &World::plug},        {"unplug", &World::unplug}, {"driver", &World::driver},
     {"stats", &World::statistics}, {"deny", &World::deny},     {"allow", &World::allow},
 };
 
 World::World(Log &log) : m_log(log), m_testbed(umockdev_testbed_new())
 {
     m_root = GOwned<char>(umockdev_testbed_get_root_dir(m_testbed.get())).get();
+    m_events = std::make_unique<EventQueue>(m_root);
 }
 
 World::~World()
@@ -51,8 +53,8 @@ bool World::build(const Options &options, std::string &error)
         return false;
     }
     m_disksFollowDriver = options.disksFollowDriver;
-    if (!addRecords(controllerRecords(), error) || !addRecords(internalDiskRecords(options.internalDisk), error))
-        return false;
+    addRecords(controllerRecords());
+    addRecords(internalDiskRecords(options.internalDisk));
     for (const StickOptions &stick : options.sticks) {
         if (!addStick(stick, error))
             return false;
@@ -67,13 +69,16 @@ bool World::build(const Options &options, std::string &error)
             return false;
         }
     }
-    return true;
+    error = m_failure;
+    return error.empty();
 }
 
 bool World::addStick(const StickOptions &stick, std::string &error)
 {
     FileDescriptor image(open(stick.image.c_str(), (stick.readOnly ? O_RDONLY : O_RDWR) | O_CLOEXEC));
-    struct stat status {};
+    struct stat status
+    {
+    };
     if (!image || fstat(image.get(), &status) != 0 || status.st_size < off_t(ScsiDisk::SectorSize)) {
         error = "no usable image " + stick.image;
         return false;
@@ -103,8 +108,8 @@ std::string World::command(const std::string &line)
     const std::size_t space = line.find(' ');
     const std::string verb = line.substr(0, space);
     const std::string argument = space == std::string::npos ? std::string() : line.substr(space + 1);
-    const auto entry = std::find_if(std::begin(Commands), std::end(Commands),
-                                    [&verb](const Command &c) { return verb == c.name; });
+    const auto entry =
+        std::find_if(std::begin(Commands), std::end(Commands), [&verb](const Command &c) { return verb == c.name; });
     if (entry == std::end(Commands))
         return "error unknown command " + verb;
     Port *port = find(argument);
@@ -128,12 +133,11 @@ std::string World::plug(Port &port)
     port.usbRecords = usbRecords(port.identity, port.place);
     std::string error;
     // The node comes before the directory, so that whoever finds the device can open it.
-    if (!attachNode(port, error) || !addRecords(port.usbRecords, error))
+    if (!attachNode(port, error))
         return "error " + error;
     port.plugged = true;
-    announce(port.usbRecords);
-    if (!showFunction(port, error))
-        return "error " + error;
+    addRecords(port.usbRecords);
+    showFunction(port);
     m_log.line(port.name + " plugged, address " + std::to_string(port.place.address));
     return "ok " + std::to_string(port.place.address);
 }
@@ -199,7 +203,7 @@ bool World::linkNode(const std::string &node, const std::string &target)
     const std::string temporary = m_root + "/node-in-the-making";
     const GOwned<char> directory(g_path_get_dirname(path.c_str()));
     return !target.empty() && g_mkdir_with_parents(directory.get(), 0755) == 0
-           && symlink(target.c_str(), temporary.c_str()) == 0 && rename(temporary.c_str(), path.c_str()) == 0;
+        && symlink(target.c_str(), temporary.c_str()) == 0 && rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 bool World::denyNode(const std::string &node)
@@ -212,16 +216,13 @@ bool World::denyNode(const std::string &node)
     return false;
 }
 
-bool World::showFunction(Port &port, std::string &error)
+void World::showFunction(Port &port)
 {
     if (port.disk)
         port.functionRecords = usbDiskRecords(port.identity, port.place, *port.disk);
     else if (port.hasVideo)
         port.functionRecords = videoRecords(port.identity, port.place);
-    if (!addRecords(port.functionRecords, error))
-        return false;
-    announce(port.functionRecords);
-    return true;
+    addRecords(port.functionRecords);
 }
 
 void World::hideFunction(Port &port)
@@ -229,37 +230,38 @@ void World::hideFunction(Port &port)
     removeRecords(port.functionRecords);
 }
 
-bool World::addRecords(const std::vector<DeviceRecord> &records, std::string &error)
-{
-    for (const DeviceRecord &record : records) {
-        GError *failure = nullptr;
-        if (!umockdev_testbed_add_from_string(m_testbed.get(), record.text().c_str(), &failure)) {
-            error = takeMessage(failure);
-            return false;
-        }
-        // /sys/block lists whole disks; the test bed would list partitions too.
-        if (record.isPartition())
-            unlink((m_root + "/sys/block/" + record.node).c_str());
-    }
-    return true;
-}
-
-void World::announce(const std::vector<DeviceRecord> &records)
+void World::addRecords(const std::vector<DeviceRecord> &records)
 {
     for (const DeviceRecord &record : records)
-        umockdev_testbed_uevent(m_testbed.get(), record.sysPath().c_str(), "add");
+        m_events->push([this, record] { addRecord(record); });
 }
 
 void World::removeRecords(std::vector<DeviceRecord> &records)
 {
-    for (; !records.empty(); records.pop_back()) {
-        const std::string path = records.back().sysPath();
-        umockdev_testbed_uevent(m_testbed.get(), path.c_str(), "remove");
-        umockdev_testbed_remove_device(m_testbed.get(), path.c_str());
-        // Links that the test bed leaves behind, and that it could not make a second time.
-        for (const std::string &link : records.back().indexLinks())
-            unlink((m_root + link).c_str());
+    for (; !records.empty(); records.pop_back())
+        m_events->push([this, record = records.back()] { removeRecord(record); });
+}
+
+void World::addRecord(const DeviceRecord &record)
+{
+    GError *failure = nullptr;
+    if (!umockdev_testbed_add_from_string(m_testbed.get(), record.text().c_str(), &failure)) {
+        m_failure = takeMessage(failure);
+        m_log.line(record.path + ' ' + m_failure);
     }
+    // /sys/block lists whole disks; the test bed would list partitions too.
+    if (record.isPartition())
+        unlink((m_root + "/sys/block/" + record.node).c_str());
+}
+
+void World::removeRecord(const DeviceRecord &record)
+{
+    const std::string path = record.sysPath();
+    umockdev_testbed_uevent(m_testbed.get(), path.c_str(), "remove");
+    umockdev_testbed_remove_device(m_testbed.get(), path.c_str());
+    // Links that the test bed leaves behind, and that it could not make a second time.
+    for (const std::string &link : record.indexLinks())
+        unlink((m_root + link).c_str());
 }
 
 gboolean World::onDriverChanged(gpointer self)
@@ -277,11 +279,10 @@ void World::driverChanged()
             continue;
         const bool bound = port.nodes.back()->driver() == port.identity.interfaces[0].kernelDriver;
         const bool shown = !port.functionRecords.empty();
-        std::string error;
         if (shown && !bound)
             hideFunction(port);
-        else if (bound && !shown && !showFunction(port, error))
-            m_log.line(port.name + ' ' + error);
+        else if (bound && !shown)
+            showFunction(port);
     }
 }
 

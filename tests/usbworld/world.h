@@ -2,6 +2,7 @@
 #pragma once
 
 #include "description.h"
+#include "eventqueue.h"
 #include "log.h"
 #include "options.h"
 #include "usbnode.h"
@@ -35,7 +36,8 @@ public:
     std::string command(const std::string &line);
 
 private:
-    struct Port {
+    struct Port
+    {
         std::string name;
         UsbIdentity identity;
         std::unique_ptr<BulkOnly> transport;
@@ -69,17 +71,20 @@ private:
     bool linkNode(const std::string &node, const std::string &target);
     bool denyNode(const std::string &node);
 
-    bool showFunction(Port &port, std::string &error);
+    void showFunction(Port &port);
     void hideFunction(Port &port);
-    bool addRecords(const std::vector<DeviceRecord> &records, std::string &error);
-    void announce(const std::vector<DeviceRecord> &records);
+    void addRecords(const std::vector<DeviceRecord> &records);
     void removeRecords(std::vector<DeviceRecord> &records);
+    void addRecord(const DeviceRecord &record);
+    void removeRecord(const DeviceRecord &record);
     void driverChanged();
     static gboolean onDriverChanged(gpointer self);
 
     Log &m_log;
     GRef<UMockdevTestbed> m_testbed;
     std::string m_root;
+    std::unique_ptr<EventQueue> m_events;
+    std::string m_failure; ///< why a device directory could not be made
     std::list<Port> m_ports;
     bool m_disksFollowDriver = false;
     int m_nextAddress = 2; // the root hub has 1

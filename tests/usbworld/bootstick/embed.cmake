@@ -2,4 +2,5 @@
 # Turns the file INPUT into the C++ source OUTPUT that defines the bytes as "bootSector".
 file(READ "${INPUT}" hex HEX)
 string(REGEX REPLACE "(..)" "0x\\1," bytes "${hex}")
-file(WRITE "${OUTPUT}" "extern const unsigned char bootSector[512];\nconst unsigned char bootSector[512] = {${bytes}};\n")
+set(name "const unsigned char bootSector[512]")
+file(WRITE "${OUTPUT}" "extern ${name};\n${name} = {${bytes}};\n")

@@ -25,7 +25,8 @@ const char UsageText[] = "usage: bootstick IMAGE --text TEXT --size MIB [--read 
 
 using Sector = std::array<std::uint8_t, SectorSize>;
 
-struct Options {
+struct Options
+{
     std::string image;
     std::string text;
     unsigned long size = 0;
@@ -53,7 +54,7 @@ bool parse(int argc, char **argv, Options &options)
             return false;
     }
     return !options.text.empty() && options.text.size() < SectorSize && options.size > 0
-           && options.read <= options.size;
+        && options.read <= options.size;
 }
 
 /** Content that differs from sector to sector, so that one read in the place of another is noticed. */
@@ -81,7 +82,7 @@ void addToSum(std::uint32_t &sum, const Sector &sector)
 {
     for (std::size_t i = 0; i < sector.size(); i += 4) {
         const std::uint32_t word = sector[i] | std::uint32_t(sector[i + 1]) << 8 | std::uint32_t(sector[i + 2]) << 16
-                                   | std::uint32_t(sector[i + 3]) << 24;
+            | std::uint32_t(sector[i + 3]) << 24;
         sum = (sum << 1 | sum >> 31) + word;
     }
 }

@@ -9,7 +9,7 @@
 
 namespace selftest {
 
-template <class A, class B>
+template<class A, class B>
 void checkEqual(const A &actual, const B &expected, const char *text, int line)
 {
     if (actual == expected)
@@ -19,7 +19,7 @@ void checkEqual(const A &actual, const B &expected, const char *text, int line)
 }
 
 /** Polls \a condition until it holds, for at most five seconds. */
-template <class Condition>
+template<class Condition>
 bool eventually(Condition condition)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -35,5 +35,5 @@ bool eventually(Condition condition)
 
 #define CHECK_EQUAL(actual, expected) ::selftest::checkEqual((actual), (expected), #actual, __LINE__)
 #define CHECK(condition) ::selftest::checkEqual(bool(condition), true, #condition, __LINE__)
-#define CHECK_EVENTUALLY(condition) \
+#define CHECK_EVENTUALLY(condition)                                                                                    \
     ::selftest::checkEqual(::selftest::eventually([&] { return bool(condition); }), true, #condition, __LINE__)

@@ -7,9 +7,9 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,15 +76,11 @@ int exitCode(pid_t pid)
 
 std::vector<std::string> worldCommand(char **argv, const Scratch &scratch)
 {
-    std::vector<std::string> words{argv[1], argv[2], "--control", scratch.file("control"), "--log",
-                                   scratch.file("log")};
-    const char *const extra[] = {",serial=FIRST", ",ro", "", ""};
+    std::vector<std::string> words{
+        argv[1], argv[2], "--control", scratch.file("control"), "--log", scratch.file("log")};
     for (int stick = 1; stick <= StickCount; ++stick) {
         words.push_back("--stick");
-        const bool firstSerial = std::strcmp(argv[3], "libudev_sees_everything") == 0;
-        const bool readOnly = std::strcmp(argv[3], "unplug_and_plug_are_noticed") != 0;
-        const bool wanted = stick == 1 ? firstSerial : readOnly;
-        words.push_back("1-" + std::to_string(stick) + '=' + imagePath(stick) + (wanted ? extra[stick - 1] : ""));
+        words.push_back("1-" + std::to_string(stick) + '=' + imagePath(stick) + (stick == 2 ? ",ro" : ""));
     }
     return words;
 }
@@ -104,7 +100,8 @@ int runInside(char **argv, const Test &test)
 void exitStatusIsPassedOn(char **argv)
 {
     const Scratch scratch;
-    const struct {
+    const struct
+    {
         const char *command;
         int code;
     } cases[] = {{"exit 0", 0}, {"exit 7", 7}, {"kill -9 $$", 128 + SIGKILL}, {"exec /nothing/here", 127}};
@@ -119,36 +116,43 @@ void exitStatusIsPassedOn(char **argv)
     CHECK_EQUAL(exitCode(start({argv[1], argv[2], "--nonsense", "--", "true"})), 2);
 }
 
-/** Starts a world whose command writes its own process id to a file and then stays. */
-pid_t startStaying(char **argv, const Scratch &scratch, pid_t &child)
+/** A world whose command stays, with what is known about it. */
+struct StayingWorld
 {
-    const std::string file = scratch.file("pid");
-    std::filesystem::remove(file);
-    std::vector<std::string> words = worldCommand(argv, scratch);
-    words.insert(words.end(), {"--", "sh", "-c", "echo $$ >\"$0\" && exec sleep 60", file});
-    const pid_t world = start(words);
-    CHECK_EVENTUALLY(std::ifstream(file) >> child);
-    return world;
-}
+    StayingWorld(char **argv, const Scratch &scratch)
+    {
+        const std::string file = scratch.file("started");
+        std::filesystem::remove(file);
+        std::vector<std::string> words = worldCommand(argv, scratch);
+        words.insert(words.end(), {"--", "sh", "-c", "echo $$ $UMOCKDEV_DIR >\"$0\" && exec sleep 60", file});
+        world = start(words);
+        CHECK_EVENTUALLY(std::ifstream(file) >> child >> directory);
+    }
+    ~StayingWorld() { std::filesystem::remove_all(directory); } // a killed world does not tidy up
+
+    pid_t world = 0;
+    pid_t child = 0;
+    std::string directory;
+};
 
 void nothingIsLeftBehind(char **argv)
 {
+    CHECK_EQUAL(prctl(PR_SET_CHILD_SUBREAPER, 1), 0); // orphans come here instead of to init
     const Scratch scratch;
-    pid_t child = 0;
-    const auto childIsGone = [&child] { return kill(child, 0) != 0 || !std::ifstream("/proc/" + std::to_string(child)); };
+    const StayingWorld killed(argv, scratch);
+    CHECK_EQUAL(kill(killed.world, SIGKILL), 0);
+    CHECK_EQUAL(exitCode(killed.world), 128 + SIGKILL);
+    CHECK_EQUAL(exitCode(killed.child), 128 + SIGKILL);
 
-    const pid_t killed = startStaying(argv, scratch, child);
-    CHECK_EQUAL(kill(killed, SIGKILL), 0);
-    CHECK_EQUAL(exitCode(killed), 128 + SIGKILL);
-    CHECK_EVENTUALLY(childIsGone());
-
-    const pid_t terminated = startStaying(argv, scratch, child);
-    CHECK_EQUAL(kill(terminated, SIGTERM), 0);
-    CHECK_EQUAL(exitCode(terminated), 128 + SIGTERM);
-    CHECK_EVENTUALLY(childIsGone());
+    const StayingWorld terminated(argv, scratch);
+    CHECK_EQUAL(kill(terminated.world, SIGTERM), 0);
+    CHECK_EQUAL(exitCode(terminated.world), 128 + SIGTERM);
+    CHECK(kill(terminated.child, 0) != 0);
+    CHECK(!std::filesystem::exists(terminated.directory));
 }
 
-const struct {
+const struct
+{
     const char *name;
     void (*run)(char **argv);
 } OutsideTests[] = {
@@ -191,8 +195,8 @@ int main(int argc, char **argv)
             return 0;
         }
     }
-    const auto test = std::find_if(InsideTests.begin(), InsideTests.end(),
-                                   [&name](const Test &one) { return name == one.name; });
+    const auto test =
+        std::find_if(InsideTests.begin(), InsideTests.end(), [&name](const Test &one) { return name == one.name; });
     if (test == InsideTests.end()) {
         std::cerr << "no test " << name << std::endl;
         return 2;

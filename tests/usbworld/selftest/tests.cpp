@@ -16,13 +16,14 @@ namespace selftest {
 
 namespace {
 
-struct UdevUnref {
+struct UdevUnref
+{
     void operator()(udev *one) const { udev_unref(one); }
     void operator()(udev_enumerate *one) const { udev_enumerate_unref(one); }
     void operator()(udev_device *one) const { udev_device_unref(one); }
     void operator()(udev_monitor *one) const { udev_monitor_unref(one); }
 };
-template <class T>
+template<class T>
 using Udev = std::unique_ptr<T, UdevUnref>;
 
 std::string orDash(const char *text)
@@ -43,14 +44,13 @@ std::string udevList(const char *subsystem, const char *type)
     udev_list_entry *entry = nullptr;
     udev_list_entry_foreach(entry, udev_enumerate_get_list_entry(enumerate.get()))
     {
-        const Udev<udev_device> device(
-            udev_device_new_from_syspath(context.get(), udev_list_entry_get_name(entry)));
+        const Udev<udev_device> device(udev_device_new_from_syspath(context.get(), udev_list_entry_get_name(entry)));
         CHECK(device);
         udev_device *usb = udev_device_get_parent_with_subsystem_devtype(device.get(), "usb", "usb_device");
         if (orDash(udev_device_get_devtype(device.get())) == "usb_device")
             usb = device.get();
         text += orDash(udev_device_get_sysname(device.get())) + ' ' + orDash(udev_device_get_devnode(device.get()))
-                + ' ' + (usb ? orDash(udev_device_get_sysattr_value(usb, "serial")) : "-") + '\n';
+            + ' ' + (usb ? orDash(udev_device_get_sysattr_value(usb, "serial")) : "-") + '\n';
     }
     return text;
 }
@@ -85,35 +85,39 @@ std::string portName(int stick)
 
 void libudevSeesEverything()
 {
-    CHECK_EQUAL(udevList("usb", "usb_device"), std::string("usb1 /dev/bus/usb/001/001 0000:00:14.0\n"
-                                                           "1-1 /dev/bus/usb/001/002 FIRST\n"
-                                                           "1-2 /dev/bus/usb/001/003 STICK0002\n"
-                                                           "1-3 /dev/bus/usb/001/004 STICK0003\n"
-                                                           "1-4 /dev/bus/usb/001/005 STICK0004\n"
-                                                           "1-5 /dev/bus/usb/001/006 CAMERA0001\n"));
-    CHECK_EQUAL(udevList("block", "disk"), std::string("sda /dev/sda FIRST\n"
-                                                       "sdb /dev/sdb STICK0002\n"
-                                                       "sdc /dev/sdc STICK0003\n"
-                                                       "sdd /dev/sdd STICK0004\n"
-                                                       "sde /dev/sde -\n"));
-    CHECK_EQUAL(udevList("block", "partition"), std::string("sda1 /dev/sda1 FIRST\n"
-                                                            "sdb1 /dev/sdb1 STICK0002\n"
-                                                            "sdc1 /dev/sdc1 STICK0003\n"
-                                                            "sdd1 /dev/sdd1 STICK0004\n"));
+    CHECK_EQUAL(udevList("usb", "usb_device"),
+                std::string("usb1 /dev/bus/usb/001/001 0000:00:14.0\n"
+                            "1-1 /dev/bus/usb/001/002 STICK0001\n"
+                            "1-2 /dev/bus/usb/001/003 STICK0002\n"
+                            "1-3 /dev/bus/usb/001/004 STICK0003\n"
+                            "1-4 /dev/bus/usb/001/005 STICK0004\n"
+                            "1-5 /dev/bus/usb/001/006 CAMERA0001\n"));
+    CHECK_EQUAL(udevList("block", "disk"),
+                std::string("sda /dev/sda STICK0001\n"
+                            "sdb /dev/sdb STICK0002\n"
+                            "sdc /dev/sdc STICK0003\n"
+                            "sdd /dev/sdd STICK0004\n"
+                            "sde /dev/sde -\n"));
+    CHECK_EQUAL(udevList("block", "partition"),
+                std::string("sda1 /dev/sda1 STICK0001\n"
+                            "sdb1 /dev/sdb1 STICK0002\n"
+                            "sdc1 /dev/sdc1 STICK0003\n"
+                            "sdd1 /dev/sdd1 STICK0004\n"));
     CHECK_EQUAL(udevList("video4linux", nullptr), std::string("video0 /dev/video0 CAMERA0001\n"));
 }
 
 void lsblkSeesDisksAndPartitions()
 {
-    CHECK_EQUAL(outputOf("lsblk -rno NAME,TYPE,SIZE,RO,TRAN,SERIAL"), std::string("sda disk 4M 0 usb STICK0001\n"
-                                                                                 "sda1 part 3M 0  \n"
-                                                                                 "sdb disk 4M 1 usb STICK0002\n"
-                                                                                 "sdb1 part 3M 1  \n"
-                                                                                 "sdc disk 4M 0 usb STICK0003\n"
-                                                                                 "sdc1 part 3M 0  \n"
-                                                                                 "sdd disk 4M 0 usb STICK0004\n"
-                                                                                 "sdd1 part 3M 0  \n"
-                                                                                 "sde disk 476.9G 0 sata INTERNAL0001\n"));
+    const std::string expected = "sda disk 4M 0 usb STICK0001\n"
+                                 "sda1 part 3M 0  \n"
+                                 "sdb disk 4M 1 usb STICK0002\n"
+                                 "sdb1 part 3M 1  \n"
+                                 "sdc disk 4M 0 usb STICK0003\n"
+                                 "sdc1 part 3M 0  \n"
+                                 "sdd disk 4M 0 usb STICK0004\n"
+                                 "sdd1 part 3M 0  \n"
+                                 "sde disk 476.9G 0 sata INTERNAL0001\n";
+    CHECK_EQUAL(outputOf("lsblk -rno NAME,TYPE,SIZE,RO,TRAN,SERIAL"), expected);
     const std::string link = outputOf("readlink /sys/block/sdb");
     CHECK(link.find("/usb1/1-2/1-2:1.0/") != std::string::npos);
 }
@@ -236,7 +240,7 @@ void unknownCommandStallsAndRecovers()
 int LIBUSB_CALL onHotplug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *data)
 {
     *static_cast<std::string *>(data) += (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED ? "arrived " : "left ")
-                                         + std::to_string(libusb_get_device_address(device)) + '\n';
+        + std::to_string(libusb_get_device_address(device)) + '\n';
     return 0;
 }
 
@@ -259,10 +263,10 @@ void unplugAndPlugAreNoticed()
 {
     const Context context = makeContext();
     std::string events;
-    CHECK_EQUAL(libusb_hotplug_register_callback(
-                    context.get(), LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
-                    LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY, onHotplug,
-                    &events, nullptr),
+    CHECK_EQUAL(libusb_hotplug_register_callback(context.get(),
+                                                 LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT,
+                                                 0, LIBUSB_HOTPLUG_MATCH_ANY, LIBUSB_HOTPLUG_MATCH_ANY,
+                                                 LIBUSB_HOTPLUG_MATCH_ANY, onHotplug, &events, nullptr),
                 0);
     const Udev<udev> udevContext(udev_new());
     const Udev<udev_monitor> monitor(udev_monitor_new_from_netlink(udevContext.get(), "udev"));
@@ -270,8 +274,8 @@ void unplugAndPlugAreNoticed()
     CHECK_EQUAL(udev_monitor_enable_receiving(monitor.get()), 0);
 
     CHECK_EQUAL(control("unplug 1-2"), std::string("ok"));
-    for (const char *expected : {"remove sdb1", "remove sdb", "remove 3:0:0:0", "remove host3", "remove 1-2:1.0",
-                                 "remove 1-2"})
+    for (const char *expected :
+         {"remove sdb1", "remove sdb", "remove 3:0:0:0", "remove host3", "remove 1-2:1.0", "remove 1-2"})
         CHECK_EQUAL(nextUsbEvent(monitor.get()), std::string(expected));
     CHECK_EVENTUALLY((handleEvents(context.get()), events == "left 3\n"));
     CHECK(!findDevice(context.get(), "1-2"));
@@ -289,12 +293,33 @@ void unplugAndPlugAreNoticed()
     giveBack(handle.get());
 }
 
-struct TransferFree {
+void slowMonitorLosesNothing()
+{
+    const Udev<udev> context(udev_new());
+    const Udev<udev_monitor> monitor(udev_monitor_new_from_netlink(context.get(), "udev"));
+    CHECK_EQUAL(udev_monitor_enable_receiving(monitor.get()), 0);
+    constexpr int Rounds = 5; // many more events than a monitor holds
+    for (int i = 0; i < Rounds; ++i) {
+        CHECK_EQUAL(control("unplug 1-2"), std::string("ok"));
+        CHECK_EQUAL(control("plug 1-2"), "ok " + std::to_string(6 + i));
+    }
+    for (int i = 0; i < Rounds; ++i) {
+        for (const char *expected :
+             {"remove sdb1", "remove sdb", "remove 3:0:0:0", "remove host3", "remove 1-2:1.0", "remove 1-2", "add 1-2",
+              "add 1-2:1.0", "add host3", "add 3:0:0:0", "add sdb", "add sdb1"})
+            CHECK_EQUAL(nextUsbEvent(monitor.get()), std::string(expected));
+    }
+    CHECK_EVENTUALLY(udevList("block", "partition").find("sdb1 /dev/sdb1 STICK0002") != std::string::npos);
+}
+
+struct TransferFree
+{
     void operator()(libusb_transfer *transfer) const { libusb_free_transfer(transfer); }
 };
 
 /** One IN transfer that the device has no answer for. */
-struct WaitingTransfer {
+struct WaitingTransfer
+{
     explicit WaitingTransfer(libusb_device_handle *handle) : transfer(libusb_alloc_transfer(0))
     {
         libusb_fill_bulk_transfer(transfer.get(), handle, 0x81, buffer.data(), int(buffer.size()), onDone, this, 0);
@@ -485,6 +510,7 @@ const std::vector<Test> InsideTests = {
     {"scsi_commands_answer", scsiCommandsAnswer, {}},
     {"unknown_command_stalls_and_recovers", unknownCommandStallsAndRecovers, {}},
     {"unplug_and_plug_are_noticed", unplugAndPlugAreNoticed, {}},
+    {"slow_monitor_loses_nothing", slowMonitorLosesNothing, {}},
     {"unplug_fails_what_is_under_way", unplugFailsWhatIsUnderWay, {}},
     {"waiting_transfer_is_cancelled", waitingTransferIsCancelled, {}},
     {"waiting_transfer_ends_when_the_answer_comes", waitingTransferEndsWhenTheAnswerComes, {}},

@@ -16,10 +16,11 @@ std::string imagePath(int stick);
 /** What the sector of a fresh image starts with. */
 std::string sectorMark(int stick, unsigned sector);
 
-struct Test {
+struct Test
+{
     const char *name;
     void (*run)();
-    std::vector<std::string> worldOptions; ///< besides the four sticks at 1-1 to 1-4
+    std::vector<std::string> worldOptions; ///< besides the four sticks at 1-1 to 1-4, 1-2 being read-only
 };
 
 /** Run inside an emulated machine of their own, each in a process of its own. */

@@ -113,8 +113,7 @@ Reply readCommand(libusb_device_handle *handle, const Bytes &cdb, std::uint32_t 
     Reply reply;
     reply.data.resize(length);
     int received = 0;
-    const int result =
-        libusb_bulk_transfer(handle, EndpointIn, reply.data.data(), int(length), &received, TimeoutMs);
+    const int result = libusb_bulk_transfer(handle, EndpointIn, reply.data.data(), int(length), &received, TimeoutMs);
     reply.data.resize(std::size_t(received));
     reply.stalled = result == LIBUSB_ERROR_PIPE;
     if (reply.stalled)

@@ -12,13 +12,16 @@ namespace selftest {
 
 using Bytes = std::vector<std::uint8_t>;
 
-struct ContextExit {
+struct ContextExit
+{
     void operator()(libusb_context *context) const { libusb_exit(context); }
 };
-struct DeviceUnref {
+struct DeviceUnref
+{
     void operator()(libusb_device *device) const { libusb_unref_device(device); }
 };
-struct HandleClose {
+struct HandleClose
+{
     void operator()(libusb_device_handle *handle) const { libusb_close(handle); }
 };
 using Context = std::unique_ptr<libusb_context, ContextExit>;
@@ -40,7 +43,8 @@ Handle openAndClaim(libusb_context *context, const std::string &port);
 void giveBack(libusb_device_handle *handle);
 
 /** What became of one SCSI command: the status byte of its status wrapper, and the data that came. */
-struct Reply {
+struct Reply
+{
     int status = -1;
     bool stalled = false;
     std::uint32_t residue = 0;

@@ -1,0 +1,229 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "chain/chain.h"
+
+#include "support/waitfor.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <cstring>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace {
+
+// One line to a UNIX socket, and the lines of the answer up to one that fits.
+QByteArray exchange(const QString &path, const QByteArray &request, const char *endsWith)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.toLocal8Bit().constData(), sizeof address.sun_path - 1);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    QByteArray answer;
+    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
+        timeval patience{10, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        if (write(fd, request.constData(), size_t(request.size())) == request.size()) {
+            char bytes[4096];
+            ssize_t count = 0;
+            while (!answer.endsWith(endsWith) && (count = read(fd, bytes, sizeof bytes)) > 0)
+                answer.append(bytes, int(count));
+        }
+    }
+    close(fd);
+    return answer;
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    file.open(QIODevice::ReadOnly);
+    return file.readAll();
+}
+
+} // namespace
+
+Chain::Chain()
+{
+    m_vm.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+}
+
+Chain::~Chain()
+{
+    for (QProcess *process : {&m_host, &m_vm}) {
+        if (process->state() == QProcess::NotRunning)
+            continue;
+        process->terminate();
+        if (!process->waitForFinished(10000))
+            process->kill();
+        process->waitForFinished(10000);
+    }
+    if (!::testing::Test::HasFailure())
+        return;
+    std::printf("--- what the host said and nobody waited for ---\n");
+    for (const QJsonObject &event : qAsConst(m_events))
+        std::printf("%s\n", QJsonDocument(event).toJson(QJsonDocument::Compact).constData());
+    std::printf("--- the end of its log ---\n%s\n", hostLog().right(4000).constData());
+}
+
+void Chain::startVm(int ports)
+{
+    m_vm.start(QStringLiteral(QEMU_SCRIPT), {m_directory.path(), QString::number(ports)});
+    ASSERT_TRUE(waitFor(
+        [this] {
+            return QFile::exists(path(QStringLiteral("spice.sock"))) && QFile::exists(path(QStringLiteral("qmp.sock")));
+        },
+        Deadline));
+}
+
+void Chain::killVm()
+{
+    m_vm.kill();
+    m_vm.waitForFinished();
+}
+
+QByteArray Chain::monitor(const QString &command)
+{
+    const QJsonObject text{{QStringLiteral("command-line"), command}};
+    const QJsonObject execute{{QStringLiteral("execute"), QStringLiteral("human-monitor-command")},
+                              {QStringLiteral("arguments"), text},
+                              {QStringLiteral("id"), 1}};
+    return exchange(path(QStringLiteral("qmp.sock")),
+                    "{\"execute\":\"qmp_capabilities\"}\n" + QJsonDocument(execute).toJson(QJsonDocument::Compact)
+                        + '\n',
+                    "\"id\": 1}\r\n");
+}
+
+QByteArray Chain::printed() const
+{
+    return contentOf(path(QStringLiteral("serial.txt")));
+}
+
+bool Chain::prints(const QString &text) const
+{
+    return waitFor([&] { return printed().contains(text.toUtf8()); }, Deadline);
+}
+
+void Chain::makeImage(Stick &stick)
+{
+    QProcess make;
+    QStringList arguments{path(stick.port), QStringLiteral("--text"), stick.text, QStringLiteral("--size"),
+                          QString::number(stick.readMib + 4)};
+    if (stick.readMib)
+        arguments << QStringLiteral("--read") << QString::number(stick.readMib);
+    make.start(QStringLiteral(BOOTSTICK), arguments);
+    ASSERT_TRUE(make.waitForFinished() && make.exitCode() == 0) << make.readAllStandardError().constData();
+    stick.checksum = QRegularExpression(QStringLiteral("SUM [0-9a-fA-F]+"))
+                         .match(QString::fromUtf8(make.readAllStandardOutput()))
+                         .captured();
+}
+
+void Chain::startHost(QList<Stick> &sticks, const QStringList &worldOptions, const QStringList &wrapper,
+                      const QStringList &hostOptions)
+{
+    QStringList command = wrapper;
+    command << QStringLiteral("umockdev-wrapper") << QStringLiteral(USBWORLD);
+    for (Stick &stick : sticks) {
+        makeImage(stick);
+        QString serial = stick.port;
+        command << QStringLiteral("--stick")
+                << stick.port + QLatin1Char('=') + path(stick.port) + QStringLiteral(",serial=")
+                + serial.remove(QLatin1Char('-')) + stick.options;
+    }
+    command << worldOptions << QStringLiteral("--control") << path(QStringLiteral("world.sock"))
+            << QStringLiteral("--log") << path(QStringLiteral("world.log")) << QStringLiteral("--")
+            << QStringLiteral(DEVREDIR_HOST) << QStringLiteral("--uri")
+            << QStringLiteral("spice+unix://") + path(QStringLiteral("spice.sock")) << QStringLiteral("--json")
+            << QStringLiteral("--log-rules") << QStringLiteral("*=true") << hostOptions;
+    m_host.setStandardErrorFile(path(QStringLiteral("host.log")));
+    m_host.start(command.takeFirst(), command);
+    ASSERT_FALSE(event(QStringLiteral("started")).isEmpty());
+}
+
+void Chain::ask(const QString &request)
+{
+    m_host.write(request.toUtf8() + '\n');
+}
+
+QJsonObject Chain::event(const QString &name, const QString &deviceId, int milliseconds)
+{
+    QJsonObject found;
+    waitFor(
+        [&] {
+            while (m_host.canReadLine())
+                m_events.append(QJsonDocument::fromJson(m_host.readLine()).object());
+            for (int i = 0; i < m_events.size() && found.isEmpty(); ++i) {
+                const QJsonObject &event = m_events[i];
+                if (event.value(QLatin1String("event")).toString() == name
+                    && (deviceId.isNull() || event.value(QLatin1String("deviceId")).toString() == deviceId))
+                    found = m_events.takeAt(i);
+            }
+            return !found.isEmpty();
+        },
+        milliseconds);
+    return found;
+}
+
+QJsonObject Chain::listed(const QString &deviceId)
+{
+    ask(QStringLiteral("list"));
+    const QJsonArray devices = event(QStringLiteral("list")).value(QLatin1String("devices")).toArray();
+    for (const QJsonValue device : devices) {
+        if (device.toObject().value(QLatin1String("deviceId")).toString() == deviceId)
+            return device.toObject();
+    }
+    return QJsonObject();
+}
+
+// The host is the only child of usbworld, which is what m_host has become or has started.
+qint64 Chain::hostPid() const
+{
+    qint64 pid = m_host.processId();
+    while (true) {
+        const QByteArray children =
+            contentOf(QStringLiteral("/proc/%1/task/%1/children").arg(pid)).trimmed().split(' ').first();
+        if (children.isEmpty())
+            return pid;
+        pid = children.toLongLong();
+    }
+}
+
+void Chain::interruptHost()
+{
+    kill(pid_t(hostPid()), SIGINT);
+}
+
+void Chain::closeRequests()
+{
+    m_host.closeWriteChannel();
+}
+
+int Chain::hostStatus()
+{
+    if (!waitFor([this] { return m_host.state() == QProcess::NotRunning; }, Deadline))
+        return -1;
+    return m_host.exitStatus() == QProcess::NormalExit ? m_host.exitCode() : -2;
+}
+
+QByteArray Chain::world(const QString &command)
+{
+    return exchange(path(QStringLiteral("world.sock")), command.toUtf8() + '\n', "\n").trimmed();
+}
+
+bool Chain::getsDriver(const QString &port, const QString &name)
+{
+    return waitFor([&] { return world(QStringLiteral("driver ") + port) == QByteArrayLiteral("ok ") + name.toUtf8(); },
+                   Deadline);
+}
+
+QByteArray Chain::hostLog() const
+{
+    return contentOf(path(QStringLiteral("host.log")));
+}

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+
+/**
+ * The whole chain, each part a process of its own: a virtual machine with USB ports on SPICE, and an emulated computer
+ * with USB sticks on which the sample host runs. Everything lies in a folder that goes with this object, and every
+ * process ends with it.
+ */
+class Chain
+{
+public:
+    struct Stick
+    {
+        QString port; ///< "1-1"; its serial number is the port without the dash, so its id "1-1:11"
+        QString text; ///< stands in its second sector; the virtual machine prints it when it boots
+        int readMib = 0; ///< more than 0: the virtual machine reads so much and prints a checksum
+        QString options; ///< further options of usbworld's --stick, such as ",ro"
+        QString checksum{}; ///< set by startHost(): what the virtual machine will print for readMib
+    };
+
+    static constexpr int Deadline = 60000; ///< milliseconds
+
+    Chain();
+    ~Chain();
+    Chain(const Chain &) = delete;
+    Chain &operator=(const Chain &) = delete;
+
+    QString path(const QString &name) const { return m_directory.filePath(name); }
+
+    /// A virtual machine with so many USB ports. It boots from the first stick that it gets.
+    void startVm(int ports = 1);
+    void killVm();
+    /// A command for its monitor, such as "device_del usb0"; its answer.
+    QByteArray monitor(const QString &command);
+    /// Waits until it has printed \a text.
+    bool prints(const QString &text) const;
+    QByteArray printed() const;
+
+    /// The host, which takes requests; \a worldOptions go to usbworld, \a wrapper stands before the whole command.
+    void startHost(QList<Stick> &sticks, const QStringList &worldOptions = {}, const QStringList &wrapper = {},
+                   const QStringList &hostOptions = {});
+    void ask(const QString &request);
+    /// The next line of the host with this "event" (and this device, if given) that has not been returned yet; empty
+    /// when the deadline passes.
+    QJsonObject event(const QString &name, const QString &deviceId = QString(), int milliseconds = Deadline);
+    /// Asks for the list and returns the entry of a device.
+    QJsonObject listed(const QString &deviceId);
+    void interruptHost();
+    void closeRequests();
+    /// Waits for the host to end and returns its status.
+    int hostStatus();
+
+    /// A command for the emulated computer, "unplug 1-1"; its answer.
+    QByteArray world(const QString &command);
+    /// Which driver the stick at \a port has, once it is \a name.
+    bool getsDriver(const QString &port, const QString &name);
+
+    QByteArray hostLog() const;
+
+private:
+    void makeImage(Stick &stick);
+    qint64 hostPid() const;
+
+    QTemporaryDir m_directory;
+    QProcess m_vm;
+    QProcess m_host;
+    QList<QJsonObject> m_events;
+};

@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A USB stick, from the plug to the virtual machine and back, with real parts at both ends.
+
+#include "chain/chain.h"
+#include "support/waitfor.h"
+
+#include <gtest/gtest.h>
+
+#include <QDir>
+
+#include <sched.h>
+#include <unistd.h>
+
+namespace {
+
+const QString Id = QStringLiteral("1-1:11");
+const QString SecondId = QStringLiteral("1-2:12");
+
+QList<Chain::Stick> oneStick(const QString &options = QString())
+{
+    return {{QStringLiteral("1-1"), QStringLiteral("TEXT ON THE FIRST STICK"), 0, options}};
+}
+
+QList<Chain::Stick> twoSticks()
+{
+    return oneStick() + QList<Chain::Stick>{{QStringLiteral("1-2"), QStringLiteral("TEXT ON THE SECOND"), 0, {}}};
+}
+
+std::string textOf(const QJsonObject &event)
+{
+    return event.value(QLatin1String("text")).toString().toStdString();
+}
+
+bool isShared(const QJsonObject &listed)
+{
+    return listed.value(QLatin1String("shared")).toBool();
+}
+
+#define SHARE(chain, id)                                                                                               \
+    (chain).ask(QStringLiteral("share ") + (id));                                                                      \
+    ASSERT_FALSE((chain).event(QStringLiteral("shared"), (id)).isEmpty())
+
+// The refusal's text, and that nothing changed.
+void expectRefused(Chain &chain, const QString &id, const std::string &reason)
+{
+    chain.ask(QStringLiteral("share ") + id);
+    EXPECT_NE(textOf(chain.event(QStringLiteral("failed"), id)).find(reason), std::string::npos) << reason;
+    EXPECT_FALSE(isShared(chain.listed(id)));
+}
+
+} // namespace
+
+TEST(Chain, a_machine_boots_from_a_shared_stick_and_the_local_system_gets_it_back)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks);
+    EXPECT_EQ(chain.world(QStringLiteral("driver 1-1")), "ok usb-storage");
+    const QJsonObject before = chain.listed(Id);
+    EXPECT_EQ(before.value(QLatin1String("redirector")).toString(), QStringLiteral("diskrdr"));
+    EXPECT_EQ(before.value(QLatin1String("class")).toString(), QStringLiteral("08"));
+    EXPECT_EQ(before.value(QLatin1String("disk")).toString(), QStringLiteral("sda"));
+    EXPECT_FALSE(isShared(before));
+
+    SHARE(chain, Id);
+    EXPECT_TRUE(isShared(chain.listed(Id)));
+    EXPECT_TRUE(chain.prints(sticks[0].text));
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usbfs")));
+
+    chain.ask(QStringLiteral("unshare ") + Id);
+    EXPECT_FALSE(chain.event(QStringLiteral("unshared"), Id).isEmpty());
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    EXPECT_FALSE(isShared(chain.listed(Id)));
+
+    chain.ask(QStringLiteral("quit"));
+    EXPECT_EQ(chain.hostStatus(), 0);
+}
+
+TEST(Chain, two_devices_are_shared_over_two_channels_at_once)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = twoSticks();
+    chain.startVm(2);
+    chain.startHost(sticks);
+    ASSERT_FALSE(chain.event(QStringLiteral("channel")).isEmpty());
+    ASSERT_FALSE(chain.event(QStringLiteral("channel")).isEmpty());
+    SHARE(chain, Id);
+    SHARE(chain, SecondId);
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usbfs")));
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-2"), QStringLiteral("usbfs")));
+    EXPECT_TRUE(chain.prints(sticks[0].text) || chain.prints(sticks[1].text));
+
+    chain.ask(QStringLiteral("unshare all"));
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-2"), QStringLiteral("usb-storage")));
+    chain.ask(QStringLiteral("quit"));
+    EXPECT_EQ(chain.hostStatus(), 0);
+}
+
+TEST(Chain, a_second_device_finds_no_free_channel_where_there_is_one_channel)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = twoSticks();
+    chain.startVm(1);
+    chain.startHost(sticks);
+    SHARE(chain, Id);
+    expectRefused(chain, SecondId, "no free channel");
+    EXPECT_EQ(chain.world(QStringLiteral("driver 1-2")), "ok usb-storage");
+    chain.ask(QStringLiteral("quit"));
+    EXPECT_EQ(chain.hostStatus(), 1); // a request has failed
+    EXPECT_NE(chain.hostLog().indexOf("unshareall"), -1);
+}
+
+TEST(Chain, a_device_that_is_not_there_is_refused)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks);
+    chain.ask(QStringLiteral("share 9-9:none"));
+    EXPECT_NE(textOf(chain.event(QStringLiteral("failed"))).find("no device 9-9:none"), std::string::npos);
+    // Pulled out after it was listed: now the component has to notice.
+    ASSERT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
+    chain.ask(QStringLiteral("share ") + Id);
+    EXPECT_NE(textOf(chain.event(QStringLiteral("failed"), Id)).find("no"), std::string::npos);
+}
+
+TEST(Chain, a_mounted_disk_is_refused_with_the_place_where_it_is_mounted)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    QDir().mkdir(chain.path(QStringLiteral("mnt")));
+    chain.startVm();
+    const bool root = geteuid() == 0;
+    const QStringList unshare{QStringLiteral("unshare"), root ? QStringLiteral("-m") : QStringLiteral("-rm")};
+    if (QProcess::execute(unshare[0], {unshare[1], QStringLiteral("true")}) != 0)
+        GTEST_SKIP() << "private mount namespaces are not permitted here";
+    QStringList wrapper = unshare;
+    wrapper << QStringLiteral("sh") << QStringLiteral("-c")
+            << QStringLiteral("mount -t tmpfs /dev/sda1 '%1' && exec \"$@\"").arg(chain.path(QStringLiteral("mnt")))
+            << QStringLiteral("sh");
+    chain.startHost(sticks, {}, wrapper);
+    expectRefused(chain, Id, "mounted at " + chain.path(QStringLiteral("mnt")).toStdString());
+    EXPECT_EQ(chain.world(QStringLiteral("driver 1-1")), "ok usb-storage");
+}
+
+TEST(Chain, a_write_protected_disk_is_refused)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick(QStringLiteral(",ro"));
+    chain.startVm();
+    chain.startHost(sticks);
+    EXPECT_TRUE(chain.listed(Id).value(QLatin1String("readOnly")).toBool());
+    expectRefused(chain, Id, "read-only");
+}
+
+TEST(Chain, a_device_node_without_permission_is_refused_with_the_rule_that_helps)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks, {QStringLiteral("--no-permission"), QStringLiteral("1-1")});
+    expectRefused(chain, Id, "may not open /dev/bus/usb/001/");
+    EXPECT_NE(chain.hostLog().indexOf("ATTR{idVendor}"), -1);
+}
+
+TEST(Chain, a_stick_pulled_out_while_shared_can_be_shared_again_when_it_is_back)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks);
+    SHARE(chain, Id);
+    EXPECT_TRUE(chain.prints(sticks[0].text));
+
+    ASSERT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
+    EXPECT_FALSE(chain.event(QStringLiteral("unshared"), Id).isEmpty());
+    EXPECT_FALSE(chain.event(QStringLiteral("left"), Id).isEmpty());
+    EXPECT_TRUE(chain.listed(Id).isEmpty());
+
+    ASSERT_TRUE(chain.world(QStringLiteral("plug 1-1")).startsWith("ok"));
+    EXPECT_FALSE(chain.event(QStringLiteral("arrived"), Id).isEmpty());
+    SHARE(chain, Id);
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usbfs")));
+}
+
+TEST(Chain, a_machine_that_dies_while_it_has_a_device_gives_it_back)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks);
+    SHARE(chain, Id);
+    EXPECT_TRUE(chain.prints(sticks[0].text));
+    chain.killVm();
+    EXPECT_FALSE(chain.event(QStringLiteral("disconnected")).isEmpty());
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    EXPECT_EQ(chain.hostStatus(), 4);
+}
+
+TEST(Chain, a_port_that_the_machine_removes_gives_the_device_back)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks);
+    SHARE(chain, Id);
+    EXPECT_TRUE(chain.prints(sticks[0].text));
+
+    chain.monitor(QStringLiteral("device_del usb0"));
+    EXPECT_FALSE(chain.event(QStringLiteral("channel lost"), Id).isEmpty());
+    EXPECT_FALSE(chain.event(QStringLiteral("unshared"), Id).isEmpty());
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    expectRefused(chain, Id, "no free channel");
+}
+
+TEST(Chain, sixty_four_mebibytes_come_through_unchanged)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("BIG STICK"), 64, {}}};
+    chain.startVm();
+    chain.startHost(sticks);
+    SHARE(chain, Id);
+    ASSERT_FALSE(sticks[0].checksum.isEmpty());
+    EXPECT_TRUE(chain.prints(sticks[0].checksum)) << chain.printed().constData();
+}
+
+TEST(Chain, an_interrupted_host_gives_its_device_back_and_succeeds)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks, {}, {}, {QStringLiteral("--share"), Id});
+    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    chain.interruptHost();
+    EXPECT_EQ(chain.hostStatus(), 0);
+    EXPECT_FALSE(chain.event(QStringLiteral("bye"), QString(), 1000).isEmpty());
+}
+
+TEST(Chain, an_automatic_host_shares_what_is_plugged_in_and_its_rules_allow)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks, {}, {}, {QStringLiteral("--auto"), QStringLiteral("deny:0E:*:*,allow:08:*:*")});
+    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    ASSERT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
+    ASSERT_FALSE(chain.event(QStringLiteral("left"), Id).isEmpty());
+    ASSERT_TRUE(chain.world(QStringLiteral("plug 1-1")).startsWith("ok"));
+    EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    chain.interruptHost();
+    EXPECT_EQ(chain.hostStatus(), 0);
+}

@@ -1,0 +1,12 @@
+#!/bin/sh
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# usage: mkimage.sh IMAGE TEXT
+# Makes the image of a stick of 8 MiB with an ext2 file system that holds TEXT in hello.txt. Wants e2fsprogs.
+set -eu
+[ $# -eq 2 ] || { sed -n '3,4s/^# //p' "$0" >&2; exit 2; }
+PATH=$PATH:/sbin:/usr/sbin
+content=$(mktemp -d)
+trap 'rm -rf "$content"' EXIT
+printf '%s\n' "$2" >"$content/hello.txt"
+rm -f "$1"
+mke2fs -q -t ext2 -L STICK -d "$content" "$1" 8M
