@@ -230,9 +230,8 @@ TEST_P(RateLimit, a_second_long_interval_begins_a_third)
 
 TEST_P(RateLimit, reads_the_clock_once_in_1001_lines)
 {
-    restart();
-    FakeClock::advanceWithEachReading(1200 * Second);
-    write(1001); // reads 12:00, and 12:20 is next
+    FakeClock::advanceWithEachReading(10 * Second); // a reading with every line would see a long interval
+    write(1001);
     expectLines(1001, 1, 0);
 }
 

@@ -17,7 +17,7 @@ const char *const UnwritableFiles[] = {"/proc/sys/kernel/ostype", "/sys/kernel/u
 
 std::string takeMessage(GError *error)
 {
-    const std::string message = error ? error->message : "unknown error";
+    std::string message = error ? error->message : "unknown error";
     g_clear_error(&error);
     return message;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -8,7 +9,7 @@ namespace selftest {
 
 constexpr int StickCount = 4;
 constexpr unsigned ImageMebibytes = 4;
-constexpr unsigned SectorSize = 512;
+constexpr std::size_t SectorSize = 512;
 
 /** The path of the image of stick 1 to 4. */
 std::string imagePath(int stick);
