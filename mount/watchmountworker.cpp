@@ -50,10 +50,8 @@ struct ClosePipe
 };
 
 // True when the mount table has changed, false when it cannot be watched.
-bool waitForMountChange()
+bool waitForMountChange(const Descriptor &mounts)
 {
-    // If it cannot be opened, poll ignores the negative descriptor and the wait has no end.
-    const Descriptor mounts(open("/proc/mounts", O_RDONLY | O_CLOEXEC));
     pollfd watched{mounts.get(), POLLPRI | POLLERR, 0};
     while (!(watched.revents & POLLERR)) {
         watched.revents = 0;
@@ -91,7 +89,9 @@ WatchMountWorker::~WatchMountWorker() = default;
 
 void WatchMountWorker::watchMount()
 {
-    if (!waitForMountChange())
+    // If it cannot be opened, poll ignores the negative descriptor and the wait has no end.
+    const Descriptor mounts(open("/proc/mounts", O_RDONLY | O_CLOEXEC));
+    if (!waitForMountChange(mounts))
         return;
     std::printf("Mount points changed. %d.\n", 0);
     std::fflush(stdout);

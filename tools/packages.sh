@@ -8,7 +8,7 @@ declare -A package_groups=(
     [test]="libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev qemu-system-x86 umockdev util-linux"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
-    [guest]="busybox-static cpio dosfstools e2fsprogs kmod mtools"
+    [guest]="busybox-static cpio e2fsprogs"
     [fuzz]="clang libclang-rt-14-dev"
 )
 declare -A package_reasons=(

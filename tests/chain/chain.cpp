@@ -75,7 +75,30 @@ Chain::~Chain()
 
 void Chain::startVm(int ports)
 {
-    m_vm.start(QStringLiteral(QEMU_SCRIPT), {m_directory.path(), QString::number(ports)});
+    m_vm.start(QStringLiteral(USBWORLD_SCRIPTS "/qemu-bios.sh"), {m_directory.path(), QString::number(ports)});
+    waitForVm();
+}
+
+void Chain::startGuest(const QString &textToWrite)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("GUEST_TEXT"), textToWrite);
+    m_vm.setProcessEnvironment(environment);
+    m_vm.start(QStringLiteral(USBWORLD_SCRIPTS "/guest/qemu-guest.sh"),
+               {m_directory.path(), QStringLiteral(GUEST_DIRECTORY)});
+    waitForVm();
+}
+
+QByteArray Chain::run(const QString &script, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(USBWORLD_SCRIPTS "/guest/") + script, arguments);
+    process.waitForFinished();
+    return process.readAllStandardOutput();
+}
+
+void Chain::waitForVm()
+{
     ASSERT_TRUE(waitFor(
         [this] {
             return QFile::exists(path(QStringLiteral("spice.sock"))) && QFile::exists(path(QStringLiteral("qmp.sock")));
@@ -131,7 +154,8 @@ void Chain::startHost(QList<Stick> &sticks, const QStringList &worldOptions, con
     QStringList command = wrapper;
     command << QStringLiteral("umockdev-wrapper") << QStringLiteral(USBWORLD);
     for (Stick &stick : sticks) {
-        makeImage(stick);
+        if (!stick.text.isNull())
+            makeImage(stick);
         QString serial = stick.port;
         command << QStringLiteral("--stick")
                 << stick.port + QLatin1Char('=') + path(stick.port) + QStringLiteral(",serial=")

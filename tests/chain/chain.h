@@ -36,6 +36,10 @@ public:
 
     /// A virtual machine with so many USB ports. It boots from the first stick that it gets.
     void startVm(int ports = 1);
+    /// A virtual machine with a Linux guest that mounts the stick, reads "hello.txt" and writes "from-guest.txt".
+    void startGuest(const QString &textToWrite);
+    /// What a script of usbworld/guest prints.
+    static QByteArray run(const QString &script, const QStringList &arguments);
     void killVm();
     /// A command for its monitor, such as "device_del usb0"; its answer.
     QByteArray monitor(const QString &command);
@@ -65,6 +69,7 @@ public:
     QByteArray hostLog() const;
 
 private:
+    void waitForVm();
     void makeImage(Stick &stick);
     qint64 hostPid() const;
 

@@ -20,8 +20,8 @@ public:
     {
         const std::size_t page = std::size_t(sysconf(_SC_PAGESIZE));
         m_length = (size / page + 2) * page;
-        m_start = static_cast<char *>(
-            mmap(nullptr, m_length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        m_start =
+            static_cast<char *>(mmap(nullptr, m_length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
         EXPECT_NE(m_start, MAP_FAILED);
         EXPECT_EQ(mprotect(m_start + m_length - page, page, PROT_NONE), 0);
         data = m_start + m_length - page - size;
@@ -137,8 +137,9 @@ TEST_F(Command, with_a_length_of_65_is_logged_with_the_letter_A)
 {
     char buffer[128] = "";
     script.ctrl = replying("x", 65);
-    EXPECT_EQ(linesAfter(sizeof(buffer), buffer),
-              (QStringList{endLine(0, QStringLiteral("x"), QStringLiteral("A")), traceLine(0, QStringLiteral("x"), 65)}));
+    EXPECT_EQ(
+        linesAfter(sizeof(buffer), buffer),
+        (QStringList{endLine(0, QStringLiteral("x"), QStringLiteral("A")), traceLine(0, QStringLiteral("x"), 65)}));
 }
 
 TEST_F(Command, is_logged_with_the_low_8_bits_of_its_length_as_one_character)
@@ -148,11 +149,10 @@ TEST_F(Command, is_logged_with_the_low_8_bits_of_its_length_as_one_character)
         int length;
         QString character;
     } lengths[] = {
-        {48, QStringLiteral("0")},          {122, QStringLiteral("z")},
-        {256 + 65, QStringLiteral("A")},    {0x7fffff42, QStringLiteral("B")},
-        {-190, QStringLiteral("B")},        {-1, QString(QChar(0xff))},
-        {0xe9, QString(QChar(0xe9))},       {0, QStringLiteral("\\u0000")},
-        {10, QStringLiteral("\\n")},        {34, QStringLiteral("\\\"")},
+        {48, QStringLiteral("0")},         {122, QStringLiteral("z")},     {256 + 65, QStringLiteral("A")},
+        {0x7fffff42, QStringLiteral("B")}, {-190, QStringLiteral("B")},    {-1, QString(QChar(0xff))},
+        {0xe9, QString(QChar(0xe9))},      {0, QStringLiteral("\\u0000")}, {10, QStringLiteral("\\n")},
+        {34, QStringLiteral("\\\"")},
     };
     char buffer[8] = "";
     for (const auto &length : lengths) {
@@ -178,8 +178,7 @@ TEST_F(Command, gives_every_result_of_the_component_back)
 TEST_F(Command, gives_every_length_of_the_component_back)
 {
     char buffer[8] = "";
-    for (const int claimed :
-         {0, 8, 9, 100000, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
+    for (const int claimed : {0, 8, 9, 100000, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
         script.ctrl = replying("", claimed);
         int length = sizeof(buffer);
         handler.handlerRedirCtrlCommand("{}", buffer, length);

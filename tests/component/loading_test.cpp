@@ -79,8 +79,7 @@ QStringList pathLines()
 {
     // The first text ends in a blank, and so does the line.
     return {QStringLiteral("info: [ getlibPath ] dlx android getlibPath is null. "),
-            QStringLiteral("info: [ getlibPath ] dlx android pluginFileName:  \"") + expectedPath()
-                + QLatin1Char('"')};
+            QStringLiteral("info: [ getlibPath ] dlx android pluginFileName:  \"") + expectedPath() + QLatin1Char('"')};
 }
 
 } // namespace
@@ -104,7 +103,9 @@ TEST(Handler, of_the_process_loads_like_any_other)
 TEST(Handler, that_is_made_and_destroyed_logs_only_the_unload)
 {
     LogRecorder log;
-    { RedirectHandler handler; }
+    {
+        RedirectHandler handler;
+    }
     EXPECT_EQ(log.lines(), QStringList{unloadLine});
 }
 
@@ -150,10 +151,9 @@ TEST(Loading, from_the_fixed_place_looks_up_the_path_and_loads_it)
     RedirectHandler handler;
     handler.loadDynamicLib();
     EXPECT_EQ(log.lines(),
-              (pathLines()
-               << QStringLiteral("info: DEVICE_REDIR loadDynamicLib 286 load dynamic lib,path is  \"") + expectedPath()
-                      + QLatin1Char('"')
-               << loadLine(expectedPath()) << successLine(expectedPath()) << exportedLine));
+              (pathLines() << QStringLiteral("info: DEVICE_REDIR loadDynamicLib 286 load dynamic lib,path is  \"")
+                   + expectedPath() + QLatin1Char('"')
+                           << loadLine(expectedPath()) << successLine(expectedPath()) << exportedLine));
     Component::script().forgetCalls();
     handler.redirDeinit();
     EXPECT_EQ(Component::script().calls(), Calls{"redirDeinit"});
@@ -213,9 +213,9 @@ TEST(Loading, each_missing_entry_point_has_its_own_message)
 TEST(Loading, a_library_without_any_entry_point_is_reported_for_redirInit)
 {
     const QTemporaryDir directory;
-    const QString path =
-        componentWithout(directory, {"redirDeinit", "redirCtrl", "redirEventHandler", "redirSetupContext",
-                                     "redirHandler", "redirCheck", "redirInit"});
+    const QString path = componentWithout(directory,
+                                          {"redirDeinit", "redirCtrl", "redirEventHandler", "redirSetupContext",
+                                           "redirHandler", "redirCheck", "redirInit"});
     RedirectHandler handler;
     LogRecorder log;
     EXPECT_FALSE(handler.load(path));

@@ -91,14 +91,22 @@ struct Number
 
 // How an integer that is written as a JSON value reads.
 const Number numbers[] = {
-    {"\"0\"", 0},           {"\"5\"", 5},
-    {"\"-3\"", -3},         {"\"007\"", 7},
-    {"\"2147483646\"", 2147483646}, {"\"99999999999\"", 0},
-    {"\"0x10\"", 0},        {"\"ff\"", 0},
-    {"\"5 devices\"", 0},   {"\"1.5\"", 0},
-    {"\"\"", 0},            {"5", 0},
-    {"true", 0},            {"null", 0},
-    {"[\"5\"]", 0},         {"{}", 0},
+    {"\"0\"", 0},
+    {"\"5\"", 5},
+    {"\"-3\"", -3},
+    {"\"007\"", 7},
+    {"\"2147483646\"", 2147483646},
+    {"\"99999999999\"", 0},
+    {"\"0x10\"", 0},
+    {"\"ff\"", 0},
+    {"\"5 devices\"", 0},
+    {"\"1.5\"", 0},
+    {"\"\"", 0},
+    {"5", 0},
+    {"true", 0},
+    {"null", 0},
+    {"[\"5\"]", 0},
+    {"{}", 0},
 };
 
 const char fullDocument[] = R"([
@@ -200,8 +208,8 @@ TEST(ListDocument, an_error_of_a_device_is_logged_in_upper_case_and_the_position
     parse(R"([{"devices":[{"deviceId":"dev-a","errCode":"e17","errString":"busy"}]}])");
     EXPECT_TRUE(log.has(QStringLiteral(
         "info: [ parseExternalDeviceList ] [REDIR_MODULE] deviceInfo.errCode \"E17\" deviceInfo.errStr \"BUSY\"")));
-    EXPECT_TRUE(log.has(QStringLiteral(
-        "debug: [ parseExternalDeviceList ] [REDIR_MODULE] device: \"dev-a\" ,deviceBitmapMask: 0")));
+    EXPECT_TRUE(log.has(
+        QStringLiteral("debug: [ parseExternalDeviceList ] [REDIR_MODULE] device: \"dev-a\" ,deviceBitmapMask: 0")));
 }
 
 TEST(ListDocument, each_text_key_fills_its_field_and_no_other)
@@ -428,15 +436,14 @@ TEST(ListDocument, a_document_of_another_shape_gives_no_record_and_is_fine)
 
 TEST(ListDocument, an_entry_that_is_no_object_gives_no_record)
 {
-    EXPECT_EQ(idsOf(parse(R"([{"devices":["x",{"deviceId":"a"},7,null,[{"deviceId":"b"}],true,{"deviceId":"c"}]}])")
-                        .devices),
-              (QStringList{"a", "c"}));
+    EXPECT_EQ(
+        idsOf(parse(R"([{"devices":["x",{"deviceId":"a"},7,null,[{"deviceId":"b"}],true,{"deviceId":"c"}]}])").devices),
+        (QStringList{"a", "c"}));
 }
 
 TEST(ListDocument, elements_without_devices_do_not_hide_those_that_have_some)
 {
-    EXPECT_EQ(idsOf(parse(R"([{},"x",{"devices":7},{"devices":[{"deviceId":"a"}]},null])").devices),
-              QStringList{"a"});
+    EXPECT_EQ(idsOf(parse(R"([{},"x",{"devices":7},{"devices":[{"deviceId":"a"}]},null])").devices), QStringList{"a"});
 }
 
 TEST(ListDocument, malformed_text_gives_two_critical_lines_and_changes_nothing)

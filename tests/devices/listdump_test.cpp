@@ -34,10 +34,10 @@ QString lineOf(int index, const QString &deviceId, const QString &deviceName = Q
 
 TEST(ListDump, three_records_give_a_header_and_three_numbered_lines_in_list_order)
 {
-    EXPECT_EQ(dump({recordWithId(QStringLiteral("c")), recordWithId(QStringLiteral("a")),
-                    recordWithId(QStringLiteral("b"))}),
-              (QStringList{header, lineOf(0, QStringLiteral("c")), lineOf(1, QStringLiteral("a")),
-                           lineOf(2, QStringLiteral("b"))}));
+    EXPECT_EQ(
+        dump({recordWithId(QStringLiteral("c")), recordWithId(QStringLiteral("a")), recordWithId(QStringLiteral("b"))}),
+        (QStringList{header, lineOf(0, QStringLiteral("c")), lineOf(1, QStringLiteral("a")),
+                     lineOf(2, QStringLiteral("b"))}));
 }
 
 TEST(ListDump, the_header_has_25_and_35_dashes)

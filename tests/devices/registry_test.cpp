@@ -314,7 +314,8 @@ TEST(Lookup, of_the_same_device_twice_appends_its_functions_twice)
 
 TEST(Lookup, gives_the_first_of_two_records_with_the_same_id)
 {
-    setDevices({named(QStringLiteral("a"), QStringLiteral("other")), named(QStringLiteral("b"), QStringLiteral("first")),
+    setDevices({named(QStringLiteral("a"), QStringLiteral("other")),
+                named(QStringLiteral("b"), QStringLiteral("first")),
                 named(QStringLiteral("b"), QStringLiteral("second"))});
     ExterDeviceInfo found;
     EXPECT_TRUE(registry().getDeviceInfoByDeviceId(QStringLiteral("b"), &found));

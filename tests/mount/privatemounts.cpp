@@ -37,8 +37,7 @@ bool enterAsUser()
 void PrivateMounts::enter()
 {
     reason.clear();
-    if ((unshare(CLONE_NEWNS) != 0 && !enterAsUser())
-        || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+    if ((unshare(CLONE_NEWNS) != 0 && !enterAsUser()) || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         reason = std::string("no private mount namespace: ") + std::strerror(errno);
 }
 

@@ -49,9 +49,12 @@ void SystemCalls::onReadlink(std::function<ssize_t(const std::string &, char *, 
     readlinkScript = std::move(script);
 }
 
-extern "C" {
+#define FOUND_FIRST extern "C" __attribute__((visibility("default")))
 
-int poll(pollfd *descriptors, nfds_t count, int timeout)
+// Under a name of its own here, since the C library's declaration of poll() says that descriptors are only written.
+FOUND_FIRST int pollOfThisProgram(pollfd *descriptors, nfds_t count, int timeout) __asm__("poll");
+
+int pollOfThisProgram(pollfd *descriptors, nfds_t count, int timeout)
 {
     if (count == 0 || !(descriptors->events & POLLPRI))
         return SystemCalls::reallyPoll(descriptors, count, timeout);
@@ -60,13 +63,13 @@ int poll(pollfd *descriptors, nfds_t count, int timeout)
         const std::lock_guard<std::mutex> lock(mutex);
         script = pollScript;
     }
-    const int result = script ? script(descriptors, count, timeout)
-                              : SystemCalls::reallyPoll(descriptors, count, timeout);
+    const int result =
+        script ? script(descriptors, count, timeout) : SystemCalls::reallyPoll(descriptors, count, timeout);
     ++pollCount;
     return result;
 }
 
-ssize_t readlink(const char *path, char *buffer, size_t size)
+FOUND_FIRST ssize_t readlink(const char *path, char *buffer, size_t size) noexcept
 {
     if (std::strncmp(path, "/sys/block/", 11) == 0) {
         std::function<ssize_t(const std::string &, char *, std::size_t)> script;
@@ -79,5 +82,4 @@ ssize_t readlink(const char *path, char *buffer, size_t size)
     }
     static Readlink *const readlink = real<Readlink>("readlink");
     return readlink(path, buffer, size);
-}
 }

@@ -102,8 +102,8 @@ TAKES_QTS_PLACE void QMutex::unlock() noexcept
 
 TAKES_QTS_PLACE void QMetaObject::activate(QObject *sender, const QMetaObject *meta, int signal, void **arguments)
 {
-    static auto *const real = qts<void(QObject *, const QMetaObject *, int, void **)>(
-        "_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
+    static auto *const real =
+        qts<void(QObject *, const QMetaObject *, int, void **)>("_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
     before(Posted, sender);
     real(sender, meta, signal, arguments);
 }

@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QObject>
+
 #include <string>
 #include <vector>
 
@@ -67,6 +69,7 @@ protected:
     DevRedirectManger &registry = *DevRedirectManger::instance();
     DevRedirectWorker &worker = *registry.getRedirectWorkerInstance();
     Script &script = Component::script();
+    QObject listener; ///< lives as long as the connections that a test makes
     EventList<std::string> events; ///< each signal with its arguments, as "name(argument, ...)"
 
 private:
@@ -83,23 +86,25 @@ private:
                 events.add(name + ("(" + idsOf(devices)) + ")");
             };
         };
-        QObject::connect(&worker, &Worker::deviceListResult,
+        QObject::connect(&worker, &Worker::deviceListResult, &listener,
                          [this](const QList<ExterDeviceInfo> &devices, bool status) {
                              events.add("deviceListResult(" + idsOf(devices) + ", " + word(status) + ")");
                          });
-        QObject::connect(&worker, &Worker::redirectDeviceByIdResult, noteResult("redirectDeviceByIdResult"));
-        QObject::connect(&worker, &Worker::unRedirectDeviceByIdResult, noteResult("unRedirectDeviceByIdResult"));
-        QObject::connect(&worker, &Worker::unRedirectDeviceAllResult,
+        QObject::connect(&worker, &Worker::redirectDeviceByIdResult, &listener, noteResult("redirectDeviceByIdResult"));
+        QObject::connect(&worker, &Worker::unRedirectDeviceByIdResult, &listener,
+                         noteResult("unRedirectDeviceByIdResult"));
+        QObject::connect(&worker, &Worker::unRedirectDeviceAllResult, &listener,
                          [this](bool status) { events.add("unRedirectDeviceAllResult(" + word(status) + ")"); });
-        QObject::connect(&worker, &Worker::sendMapCommandToVdiExterDevModel,
+        QObject::connect(&worker, &Worker::sendMapCommandToVdiExterDevModel, &listener,
                          [this] { events.add("sendMapCommandToVdiExterDevModel()"); });
-        QObject::connect(&worker, &Worker::diskMapResultInUsb,
+        QObject::connect(&worker, &Worker::diskMapResultInUsb, &listener,
                          [this](const QString &devName, const QString &operateType, bool status) {
                              events.add("diskMapResultInUsb(" + devName.toStdString() + ", " + operateType.toStdString()
                                         + ", " + word(status) + ")");
                          });
-        QObject::connect(&worker, &Worker::shareDeviceResult, noteResult("shareDeviceResult"));
-        QObject::connect(&worker, &Worker::sendDevListInfoToVirApp, noteList("sendDevListInfoToVirApp"));
-        QObject::connect(&worker, &Worker::sendDevListInfoToShareDesk, noteList("sendDevListInfoToShareDesk"));
+        QObject::connect(&worker, &Worker::shareDeviceResult, &listener, noteResult("shareDeviceResult"));
+        QObject::connect(&worker, &Worker::sendDevListInfoToVirApp, &listener, noteList("sendDevListInfoToVirApp"));
+        QObject::connect(&worker, &Worker::sendDevListInfoToShareDesk, &listener,
+                         noteList("sendDevListInfoToShareDesk"));
     }
 };

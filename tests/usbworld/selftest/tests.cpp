@@ -70,7 +70,7 @@ Bytes imageSectors(int stick, unsigned sector, unsigned count)
 {
     std::ifstream image(imagePath(stick), std::ios::binary);
     Bytes bytes(count * SectorSize);
-    image.seekg(std::streamoff(sector) * SectorSize);
+    image.seekg(std::streamoff(sector * SectorSize));
     image.read(reinterpret_cast<char *>(bytes.data()), std::streamsize(bytes.size()));
     CHECK(image.good());
     return bytes;
