@@ -156,9 +156,9 @@ bool WatchMountWorker::isUsbDev(QString name)
 
 bool WatchMountWorker::excuCmd(const char *command, char *output)
 {
-    std::unique_ptr<FILE, ClosePipe> stream;
-    if (std::strlen(command) < CommandSize)
-        stream.reset(popen(command, "re"));
+    if (std::strlen(command) >= CommandSize)
+        QMessageLogger(nullptr, 0, nullptr).fatal("excuCmd: a command of more than %zu bytes", CommandSize - 1);
+    const std::unique_ptr<FILE, ClosePipe> stream(popen(command, "re"));
     if (!stream) {
         Log::plain(QtWarningMsg, "excuCmd", QStringLiteral("popen %1  error.").arg(QString::fromUtf8(command)));
         return false;

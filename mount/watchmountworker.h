@@ -43,7 +43,7 @@ public:
     /**
      * Runs a shell command and appends its standard output to \a output.
      *
-     * \param command  at most 4095 bytes; a longer one cannot be started
+     * \param command  at most 4095 bytes. A longer one is a mistake in the calling program and ends it (qFatal).
      * \param output   a zeroed buffer of OutputSize bytes. Reading stops with the line that passes 4096 bytes.
      * \return false only if the command could not be started. Its exit status is not looked at.
      */

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "chain/chain.h"
 
+#include "support/asksocket.h"
 #include "support/waitfor.h"
 
 #include <gtest/gtest.h>
@@ -10,36 +11,9 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
-#include <cstring>
-
 #include <csignal>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
-
-// One line to a UNIX socket, and the lines of the answer up to one that fits.
-QByteArray exchange(const QString &path, const QByteArray &request, const char *endsWith)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.toLocal8Bit().constData(), sizeof address.sun_path - 1);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    QByteArray answer;
-    if (connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0) {
-        timeval patience{10, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        if (write(fd, request.constData(), size_t(request.size())) == request.size()) {
-            char bytes[4096];
-            ssize_t count = 0;
-            while (!answer.endsWith(endsWith) && (count = read(fd, bytes, sizeof bytes)) > 0)
-                answer.append(bytes, int(count));
-        }
-    }
-    close(fd);
-    return answer;
-}
 
 QByteArray contentOf(const QString &path)
 {
@@ -118,7 +92,7 @@ QByteArray Chain::monitor(const QString &command)
     const QJsonObject execute{{QStringLiteral("execute"), QStringLiteral("human-monitor-command")},
                               {QStringLiteral("arguments"), text},
                               {QStringLiteral("id"), 1}};
-    return exchange(path(QStringLiteral("qmp.sock")),
+    return askSocket(path(QStringLiteral("qmp.sock")),
                     "{\"execute\":\"qmp_capabilities\"}\n" + QJsonDocument(execute).toJson(QJsonDocument::Compact)
                         + '\n',
                     "\"id\": 1}\r\n");
@@ -238,7 +212,7 @@ int Chain::hostStatus()
 
 QByteArray Chain::world(const QString &command)
 {
-    return exchange(path(QStringLiteral("world.sock")), command.toUtf8() + '\n', "\n").trimmed();
+    return askSocket(path(QStringLiteral("world.sock")), command.toUtf8() + '\n', "\n").trimmed();
 }
 
 bool Chain::getsDriver(const QString &port, const QString &name)

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
+#include "mount/systemcalls.h"
 #include "mount/watchmountworker.h"
 #include "support/logrecorder.h"
 #include "support/printing.h"
@@ -10,8 +11,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-
-#include <sys/resource.h>
 
 namespace {
 
@@ -33,25 +32,6 @@ std::string lineOf(int length)
 }
 
 const QString tooLarge = QStringLiteral("warning: excuCmd Get Disk data error bacause data memery is too large.");
-
-// While it lives the process can open nothing more.
-class NoMoreDescriptors
-{
-public:
-    NoMoreDescriptors()
-    {
-        EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &m_before), 0);
-        rlimit none = m_before;
-        none.rlim_cur = 0;
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    }
-    ~NoMoreDescriptors() { setrlimit(RLIMIT_NOFILE, &m_before); }
-    NoMoreDescriptors(const NoMoreDescriptors &) = delete;
-    NoMoreDescriptors &operator=(const NoMoreDescriptors &) = delete;
-
-private:
-    rlimit m_before{};
-};
 
 } // namespace
 
@@ -166,12 +146,8 @@ TEST_F(ShellCommand, that_never_ends_is_given_up_when_its_output_is_too_large)
 
 TEST_F(ShellCommand, that_cannot_be_started_is_reported)
 {
-    bool started = true;
-    {
-        const NoMoreDescriptors exhausted;
-        started = worker.excuCmd("echo \"text\"", output.text.get());
-    }
-    EXPECT_FALSE(started);
+    const SystemCalls::NoMorePipes exhausted;
+    EXPECT_FALSE(worker.excuCmd("echo \"text\"", output.text.get()));
     EXPECT_STREQ(output.text.get(), "");
     EXPECT_EQ(log.lines(), QStringList{QStringLiteral("warning: excuCmd \"popen echo \\\"text\\\"  error.\"")});
 }

@@ -2,6 +2,8 @@
 #include "mount/systemcalls.h"
 
 #include <atomic>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <mutex>
 
@@ -11,12 +13,14 @@
 namespace {
 
 using Poll = int(pollfd *, nfds_t, int);
+using Popen = FILE *(const char *, const char *);
 using Readlink = ssize_t(const char *, char *, size_t);
 
 std::mutex mutex;
 std::function<Poll> pollScript;
 std::function<ssize_t(const std::string &, char *, std::size_t)> readlinkScript;
 std::atomic<int> pollCount{0};
+std::atomic<bool> noMorePipes{false};
 
 template<typename Function>
 Function *real(const char *name)
@@ -47,6 +51,16 @@ void SystemCalls::onReadlink(std::function<ssize_t(const std::string &, char *, 
 {
     const std::lock_guard<std::mutex> lock(mutex);
     readlinkScript = std::move(script);
+}
+
+SystemCalls::NoMorePipes::NoMorePipes()
+{
+    noMorePipes = true;
+}
+
+SystemCalls::NoMorePipes::~NoMorePipes()
+{
+    noMorePipes = false;
 }
 
 #define FOUND_FIRST extern "C" __attribute__((visibility("default")))
@@ -82,4 +96,14 @@ FOUND_FIRST ssize_t readlink(const char *path, char *buffer, size_t size) noexce
     }
     static Readlink *const readlink = real<Readlink>("readlink");
     return readlink(path, buffer, size);
+}
+
+FOUND_FIRST FILE *popen(const char *command, const char *mode)
+{
+    if (noMorePipes) {
+        errno = EMFILE;
+        return nullptr;
+    }
+    static Popen *const popen = real<Popen>("popen");
+    return popen(command, mode);
 }

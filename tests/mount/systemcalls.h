@@ -9,10 +9,10 @@
 #include <sys/types.h>
 
 /**
- * Two system calls that the watcher makes, as this test program sees and scripts them.
+ * Three calls to the system that the watcher makes, as this test program sees and scripts them.
  *
- * poll() and readlink() are defined in this program once more, and the dynamic linker finds these first. Without a
- * script, and for every other caller, they do what they always do.
+ * poll(), readlink() and popen() are defined in this program once more, and the dynamic linker finds these first.
+ * Without a script, and for every other caller, they do what they always do.
  */
 namespace SystemCalls {
 
@@ -25,5 +25,15 @@ int reallyPoll(pollfd *descriptors, nfds_t count, int timeout);
 
 /// Takes the place of readlink() below "/sys/block". Null: the real readlink.
 void onReadlink(std::function<ssize_t(const std::string &, char *, std::size_t)> script);
+
+/// While one lives, popen() fails as it does when the process has no descriptor left.
+class NoMorePipes
+{
+public:
+    NoMorePipes();
+    ~NoMorePipes();
+    NoMorePipes(const NoMorePipes &) = delete;
+    NoMorePipes &operator=(const NoMorePipes &) = delete;
+};
 
 } // namespace SystemCalls

@@ -27,7 +27,7 @@ extern "C" void __tsan_release(void *);
 namespace {
 
 // One byte stands for an object, since an event may outlive its sender. Two objects on one byte only add an order.
-enum Order { Posted, Handled, OrderCount };
+enum Order { Posted, Handled, Dropped, OrderCount };
 char tags[OrderCount][16384];
 
 void *tagOf(Order order, const void *object)
@@ -105,7 +105,22 @@ TAKES_QTS_PLACE void QMetaObject::activate(QObject *sender, const QMetaObject *m
     static auto *const real =
         qts<void(QObject *, const QMetaObject *, int, void **)>("_ZN11QMetaObject8activateEP7QObjectPKS_iPPv");
     before(Posted, sender);
+    before(Dropped, nullptr);
     real(sender, meta, signal, arguments);
+}
+
+// A function that is queued is deleted by whichever thread lets go of it last.
+TAKES_QTS_PLACE bool QMetaObject::invokeMethodImpl(QObject *receiver, QtPrivate::QSlotObjectBase *function,
+                                                   Qt::ConnectionType type, void *result)
+{
+    static auto *const real = qts<bool(QObject *, QtPrivate::QSlotObjectBase *, Qt::ConnectionType, void *)>(
+        "_ZN11QMetaObject16invokeMethodImplEP7QObjectPN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPv");
+    function->ref();
+    before(Posted, receiver);
+    const bool invoked = real(receiver, function, type, result);
+    after(Handled, receiver->thread());
+    function->destroyIfLastRef();
+    return invoked;
 }
 
 TAKES_QTS_PLACE void QCoreApplication::postEvent(QObject *receiver, QEvent *event, int priority)
@@ -129,6 +144,14 @@ TAKES_QTS_PLACE bool QObject::event(QEvent *event)
     const bool result = real(this, event); // may delete this
     before(Handled, thread);
     return result;
+}
+
+// An object takes the calls that are still queued for it along. Who made them is not known here.
+extern "C" TAKES_QTS_PLACE void _ZN7QObjectD2Ev(QObject *object)
+{
+    static auto *const real = qts<void(QObject *)>("_ZN7QObjectD2Ev");
+    after(Dropped, nullptr);
+    real(object);
 }
 
 // --- threads ---

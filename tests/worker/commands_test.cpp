@@ -282,6 +282,7 @@ TEST_F(Commands, a_command_is_run_with_512_zeroed_bytes_for_the_answer_and_succe
         int result;
         bool success;
     } table[] = {{0, true}, {1, false}, {-1, false}, {256, false}};
+    DevRedirectWorker *const onWorker = &worker;
     for (auto run : {&DevRedirectWorker::excuteRedirectCmd, &DevRedirectWorker::excuteSendCameraConfigerInfo,
                      &DevRedirectWorker::excuteNotifyUsbInfoCmd}) {
         for (const auto &row : table) {
@@ -294,7 +295,7 @@ TEST_F(Commands, a_command_is_run_with_512_zeroed_bytes_for_the_answer_and_succe
                 length = -7;
                 return row.result;
             };
-            EXPECT_EQ((worker.*run)(QStringLiteral("{\"a\":\"\u00fc\"}")), row.success) << row.result;
+            EXPECT_EQ((onWorker->*run)(QStringLiteral("{\"a\":\"\u00fc\"}")), row.success) << row.result;
             EXPECT_EQ(capacity, 512);
             EXPECT_TRUE(zeroed);
         }

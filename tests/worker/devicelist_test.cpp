@@ -57,7 +57,11 @@ protected:
         };
     }
 
-    void run(const Slot &slot) { (worker.*slot.call)(); }
+    void run(const Slot &slot)
+    {
+        DevRedirectWorker *const onWorker = &worker;
+        (onWorker->*slot.call)();
+    }
 
     QStringList linesOf(const char *method) const
     {

@@ -55,7 +55,7 @@ TEST_F(Sharing, the_signal_carries_the_whole_record)
     sent.deviceName = QStringLiteral("A disk");
     sent.functions.append(FunctionInfo{3, QStringLiteral("08"), 4});
     QList<ExterDeviceInfo> received;
-    QObject::connect(&worker, &DevRedirectWorker::shareDeviceResult,
+    QObject::connect(&worker, &DevRedirectWorker::shareDeviceResult, &listener,
                      [&received](const ExterDeviceInfo &device, bool) { received.append(device); });
     worker.onShareDeviceByWorker(sent);
     ASSERT_EQ(received.size(), 1);

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// The reference component at the library's end, and at the other a SPICE server whose port the test opens and closes. It
+// runs inside usbworld, which names its control socket in the environment.
+
+#include "interface/devredirectinterface.h"
+#include "support/asksocket.h"
+#include "support/spiceserver.h"
+#include "support/waitfor.h"
+
+#include <gtest/gtest.h>
+
+#include <QLoggingCategory>
+#include <QMutex>
+
+namespace {
+
+const std::string PortName = "org.devredir.usb.0";
+const QString Id = QStringLiteral("1-1:11");
+
+bool getsDriver(const QByteArray &name)
+{
+    const QString control = qEnvironmentVariable("USBWORLD_CONTROL");
+    return waitFor([&] { return askSocket(control, "driver 1-1\n", "\n") == "ok " + name + "\n"; });
+}
+
+void ignoreList(QList<ExterDeviceInfo> &) { }
+
+class Reference : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
+        redirect.sendMapCommandByDevModel(ignoreList);
+        redirect.setNotifyEventCallback([this](void *, RedirEvent event, const char *, int) {
+            const QMutexLocker lock(&mutex);
+            events.append(event);
+        });
+        QObject::connect(&redirect, &DevRedirectInterface::shareDeviceResultByInterface, &redirect,
+                         [this](const ExterDeviceInfo &, bool result) { results.append(result); });
+        Q_EMIT redirect.loadDynamicLib();
+        Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
+        SpicePortChannel *channel = client.waitForChannel(PortName);
+        ASSERT_NE(channel, nullptr);
+        Q_EMIT redirect.checkRedirChannelByThread(channel, QString::fromStdString(PortName), true);
+        redirect.getDeviceListFromUniqueFrame();
+        ASSERT_TRUE(waitFor([this] { return !redirect.getDeviceList().isEmpty(); }));
+    }
+
+    void TearDown() override
+    {
+        redirect.syncUNRedirectDeviceAll();
+        EXPECT_TRUE(getsDriver("usb-storage"));
+        redirect.realeaseDeviceResource();
+    }
+
+    bool share()
+    {
+        results.clear();
+        redirect.deviceOperate(Id, QStringLiteral("share"));
+        return waitFor([this] { return !results.isEmpty(); }) && results.last();
+    }
+
+    bool shareWhenOpen()
+    {
+        return waitFor([this] { return share(); });
+    }
+
+    bool reported(RedirEvent event)
+    {
+        return waitFor([&] {
+            const QMutexLocker lock(&mutex);
+            return events.removeOne(event);
+        });
+    }
+
+    TestServer server{{PortName}};
+    TestClient client{server};
+    QMutex mutex;
+    QList<RedirEvent> events;
+    QList<bool> results;
+    DevRedirectInterface redirect{nullptr};
+};
+
+} // namespace
+
+TEST_F(Reference, a_port_that_closes_gives_the_device_back_and_takes_it_again_when_it_opens)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    EXPECT_TRUE(reported(RedirEventShared));
+    EXPECT_TRUE(getsDriver("usbfs"));
+
+    for (int i = 0; i < 3; ++i) {
+        server.port().close();
+        EXPECT_TRUE(reported(RedirEventChannelLost));
+        EXPECT_TRUE(reported(RedirEventUnshared));
+        EXPECT_TRUE(getsDriver("usb-storage"));
+        EXPECT_FALSE(share());
+        EXPECT_TRUE(reported(RedirEventShareFailed));
+
+        server.port().open();
+        ASSERT_TRUE(shareWhenOpen());
+        EXPECT_TRUE(reported(RedirEventShared));
+        EXPECT_TRUE(getsDriver("usbfs"));
+    }
+}
+
+TEST_F(Reference, a_break_on_the_port_gives_the_device_back)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    server.port().raiseEvent(2);
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+}
+
+TEST_F(Reference, a_lost_connection_gives_the_device_back)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    server.dropConnections();
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+}
+
+TEST_F(Reference, garbage_from_the_virtual_machine_costs_the_channel_and_nothing_else)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    server.port().send(std::string(4096, '\xff'));
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    server.port().close();
+    server.port().open();
+    EXPECT_TRUE(shareWhenOpen());
+}

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "stress/resources.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+namespace {
+int entriesOf(const char *directory)
+{
+    return int(std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()));
+}
+} // namespace
+
+Resources Resources::now()
+{
+    return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd")};
+}
+
+long Resources::memory()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        long kibibytes = 0;
+        if (word == "VmRSS:" && status >> kibibytes)
+            return kibibytes;
+    }
+    return -1;
+}

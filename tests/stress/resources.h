@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include <ostream>
+
+/// What this process holds of the system.
+struct Resources
+{
+    int threads = 0;
+    int descriptors = 0;
+
+    static Resources now();
+    /// Resident memory in KiB.
+    static long memory();
+
+    bool operator==(const Resources &other) const
+    {
+        return threads == other.threads && descriptors == other.descriptors;
+    }
+};
+
+inline std::ostream &operator<<(std::ostream &stream, const Resources &resources)
+{
+    return stream << resources.threads << " threads, " << resources.descriptors << " descriptors";
+}

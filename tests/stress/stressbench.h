@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "component/redirecthandler.h"
+#include "devices/devredirectmanger.h"
+#include "interface/devredirectinterface.h"
+#include "stress/resources.h"
+#include "support/component.h"
+#include "support/eventlist.h"
+#include "support/mounttable.h"
+#include "support/printing.h"
+#include "support/waitfor.h"
+#include "worker/devredirectworker.h"
+
+#include <gtest/gtest.h>
+
+#include <QSemaphore>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <unistd.h>
+
+/// Ends the process if the test is not over in time, without a thread of its own.
+class Deadline
+{
+public:
+    explicit Deadline(unsigned int seconds) { alarm(seconds); }
+    ~Deadline() { alarm(0); }
+    Deadline(const Deadline &) = delete;
+    Deadline &operator=(const Deadline &) = delete;
+};
+
+/// Takes every log line, so that it is put together, and keeps nothing of it but the number of critical ones.
+class QuietLog
+{
+public:
+    QuietLog() { qInstallMessageHandler(take); }
+    ~QuietLog() { qInstallMessageHandler(nullptr); }
+    QuietLog(const QuietLog &) = delete;
+    QuietLog &operator=(const QuietLog &) = delete;
+
+    static int criticalLines() { return count(); }
+
+private:
+    static std::atomic<int> &count()
+    {
+        static std::atomic<int> lines{0};
+        return lines;
+    }
+    static void take(QtMsgType type, const QMessageLogContext &, const QString &)
+    {
+        if (type == QtCriticalMsg)
+            ++count();
+    }
+};
+
+/// Holds whoever enters until it is opened, for good.
+class Barrier
+{
+public:
+    void enter()
+    {
+        m_entered.release();
+        m_open.acquire();
+        m_open.release();
+    }
+    bool waitUntilHeld() { return m_entered.tryAcquire(1, 20000); }
+    void open() { m_open.release(); }
+
+private:
+    QSemaphore m_entered;
+    QSemaphore m_open;
+};
+
+/// An interface whose component is loaded. Every test has a deadline and leaves no thread and no descriptor.
+class StressBench : public ::testing::Test
+{
+protected:
+    StressBench()
+    {
+        EXPECT_TRUE(MountTable::setLister(QStringLiteral("{\"blockdevices\": []}")));
+        published() = 0;
+        makeInterface();
+        waitForWorker();
+        redirect.reset();
+        m_before = Resources::now();
+        makeInterface();
+    }
+
+    void TearDown() override
+    {
+        MountTable::change(1000000); // whatever still watches ends
+        redirect.reset();
+        const auto asBefore = [this] { return Resources::now() == m_before; };
+        EXPECT_TRUE(waitFor(asBefore, 10000)) << Resources::now() << ", before: " << m_before;
+        forgetHooks();
+    }
+
+    void makeInterface()
+    {
+        redirect = std::make_unique<DevRedirectInterface>(nullptr);
+        redirect->setNotifyEventCallback([this](void *, RedirEvent event, const char *, int) { events.add(event); });
+        redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++published(); });
+        Q_EMIT redirect->loadDynamicLib();
+    }
+
+    /// How many lists the host was given.
+    static std::atomic<int> &published()
+    {
+        static std::atomic<int> lists{0};
+        return lists;
+    }
+
+    DevRedirectWorker &worker() const { return *registry.getRedirectWorkerInstance(); }
+
+    /// Waits until the worker has done all that was asked of it so far.
+    void waitForWorker() const
+    {
+        QMetaObject::invokeMethod(
+            &worker(), [] {}, Qt::BlockingQueuedConnection);
+    }
+
+    static ExterDeviceInfo device(const char *rdrName)
+    {
+        ExterDeviceInfo made;
+        made.deviceId = QStringLiteral("1-1");
+        made.rdrName = QLatin1String(rdrName);
+        return made;
+    }
+
+    static std::string documentOf(int devices)
+    {
+        std::vector<std::string> all;
+        for (int i = 0; i < devices; ++i)
+            all.push_back("\"deviceId\":\"" + std::to_string(i) + "\",\"rdrName\":\"usbrdr\"");
+        return Component::listDocument(all);
+    }
+
+    void forgetHooks()
+    {
+        script.init = nullptr;
+        script.check = nullptr;
+        script.handler = nullptr;
+        script.setupContext = nullptr;
+        script.eventHandler = nullptr;
+        script.ctrl = nullptr;
+        script.deinit = nullptr;
+        script.forgetCalls();
+    }
+
+    Deadline deadline{100};
+    QuietLog log;
+    Script &script = Component::script();
+    DevRedirectManger &registry = *DevRedirectManger::instance();
+    EventList<int> events; ///< what reached the host's event callback
+    std::unique_ptr<DevRedirectInterface> redirect;
+
+private:
+    Resources m_before;
+};
