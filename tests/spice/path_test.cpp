@@ -22,6 +22,8 @@
 #include <memory>
 #include <thread>
 
+#include <malloc.h>
+
 namespace {
 
 const std::string portName = "org.example.redir.0";
@@ -279,6 +281,17 @@ TEST_F(SpicePath, eight_mebibytes_against_an_echoing_machine_come_back_whole)
     EXPECT_EQ(events, std::vector<int>());
 }
 
+TEST_F(SpicePath, one_message_of_eight_mebibytes_against_an_echoing_machine_comes_back_whole)
+{
+    ASSERT_TRUE(bind());
+    server->port().echo();
+    const std::string all = pattern(8 << 20);
+    EXPECT_EQ(send(all), int(all.size()));
+    EXPECT_TRUE(waitFor([&] { return received[0].size() >= all.size(); }, Minute)) << received[0].size();
+    EXPECT_TRUE(received[0] == all);
+    EXPECT_EQ(events, std::vector<int>());
+}
+
 TEST_F(SpicePath, two_channels_are_kept_apart)
 {
     ASSERT_TRUE(bind());
@@ -426,6 +439,39 @@ TEST_F(SpicePath, messages_for_a_channel_that_is_gone_reach_nobody_and_a_new_cha
         ASSERT_NE(client->waitForChannel(portName), nullptr);
         EXPECT_EQ(server->port().received(), before + "sent " + sign + ";") << "nothing was lost into the new channel";
     }
+}
+
+TEST_F(SpicePath, the_first_message_for_a_channel_may_come_when_it_is_gone)
+{
+    mallopt(M_PERTURB, 0xa5); // freed memory is overwritten, so a dead channel does not look alive
+    ASSERT_TRUE(bind());
+    client.reset();
+    EXPECT_EQ(send("lost"), 4);
+    EXPECT_TRUE(waitFor([this] { return !warnings().isEmpty(); }));
+    EXPECT_EQ(warnings().size(), 1);
+
+    client = std::make_unique<TestClient>(*server);
+    ASSERT_TRUE(bind());
+    send("found");
+    EXPECT_TRUE(machineReceives("found"));
+}
+
+TEST_F(SpicePath, messages_for_a_port_that_is_closed_leave_the_channel_alive)
+{
+    ASSERT_TRUE(bind());
+    server->port().close();
+    ASSERT_TRUE(waitFor([this] { return !events.empty(); }));
+    EXPECT_EQ(send("lost"), 4);
+    EXPECT_EQ(send("lost too"), 8);
+    EXPECT_TRUE(waitFor([this] { return !warnings().isEmpty(); }));
+    EXPECT_EQ(warnings().size(), 1);
+
+    server->port().open();
+    ASSERT_TRUE(waitFor([this] { return events.size() == 2; }));
+    EXPECT_EQ(send("found"), 5);
+    EXPECT_TRUE(machineReceives("found"));
+    EXPECT_EQ(events, (std::vector<int>{1, 0}));
+    EXPECT_EQ(warnings().size(), 1);
 }
 
 TEST_F(SpicePath, messages_that_wait_for_a_machine_that_does_not_read_are_dropped_with_their_channel)

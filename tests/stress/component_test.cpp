@@ -22,7 +22,9 @@ constexpr int AtOnceMilliseconds = 5000; // generous: the alternative is to wait
 class Misbehaving : public StressBench
 {
 protected:
-    Misbehaving()
+    Misbehaving() { noteOutcomes(); }
+
+    void noteOutcomes()
     {
         using Interface = DevRedirectInterface;
         QObject::connect(redirect.get(), &Interface::shareDeviceResultByInterface, redirect.get(),
@@ -90,16 +92,6 @@ protected:
     void bind(const StandInChannel &bound, bool isOpened = false)
     {
         Q_EMIT redirect->checkRedirChannelByThread(bound.get(), QStringLiteral("org.example.redir.0"), isOpened);
-    }
-
-    /// The component still serves the host.
-    void expectThatAListComesThrough(int devices = 3)
-    {
-        script.ctrl = Component::listing(documentOf(devices));
-        const int before = published();
-        redirect->getDeviceListFromUniqueFrame();
-        EXPECT_TRUE(waitFor([&] { return published() > before; }));
-        EXPECT_EQ(redirect->getDeviceList().size(), devices);
     }
 
     int context = 0;
@@ -221,7 +213,7 @@ TEST_F(Misbehaving, component_that_fails_in_redirInit_can_be_started_again)
     };
     start();
     startAndKeepTheCallbacks();
-    expectThatAListComesThrough();
+    expectThatAListComesThrough(3);
 }
 
 TEST_F(Misbehaving, component_that_fails_in_redirCheck_gets_no_channel)
@@ -231,7 +223,7 @@ TEST_F(Misbehaving, component_that_fails_in_redirCheck_gets_no_channel)
     script.check = [](const std::string &, void **) { return true; };
     bind(channel, true);
     EXPECT_EQ(channel.handlers(), 0u);
-    expectThatAListComesThrough();
+    expectThatAListComesThrough(3);
 }
 
 TEST_F(Misbehaving, component_that_fails_in_redirSetupContext_is_told_that_the_channel_is_open)
@@ -251,7 +243,7 @@ TEST_F(Misbehaving, component_that_fails_every_command_leaves_each_request_with_
     EXPECT_EQ(outcomes, std::vector<bool>(5, false));
     waitForWorker();
     EXPECT_EQ(published(), 0);
-    expectThatAListComesThrough();
+    expectThatAListComesThrough(3);
 }
 
 // --- answers late ---
@@ -260,8 +252,8 @@ TEST_F(Misbehaving, component_that_answers_a_list_late_does_not_keep_others_from
 {
     Barrier barrier;
     std::atomic<int> asked{0};
-    script.ctrl = [&, early = Component::listing(documentOf(2)), late = Component::listing(documentOf(5))](
-                      const std::string &command, char *buffer, int &length) {
+    script.ctrl = [&, early = Component::listing(documentOf(2)),
+                   late = Component::listing(documentOf(5))](const std::string &command, char *buffer, int &length) {
         if (++asked > 1)
             return early(command, buffer, length);
         barrier.enter();
@@ -280,26 +272,19 @@ TEST_F(Misbehaving, component_that_answers_a_list_late_does_not_keep_others_from
 TEST_F(Misbehaving, component_that_answers_after_the_destruction_began_is_waited_for)
 {
     Barrier barrier;
-    std::atomic<bool> answered{false};
+    EventList<std::string> order;
     script.ctrl = [&](const std::string &, char *, int &) {
         barrier.enter();
-        answered = true;
+        order.add("answered");
         return 0;
     };
-    redirect->redirectDeviceById(device("camrdr"));
+    QObject::connect(redirect.get(), &QObject::destroyed, [&order] { order.add("destroyed"); });
     redirect->redirectDeviceById(device("camrdr"));
     ASSERT_TRUE(barrier.waitUntilHeld());
-    QThread *const workerThread = worker().thread();
-    std::thread opener([&] {
-        // The destructor asks the thread to end before it waits.
-        while (!workerThread->eventDispatcher() || !destroying)
-            std::this_thread::yield();
-        barrier.open();
-    });
-    destroying = true;
+    std::thread opener = whenThisThreadWaits([&barrier] { barrier.open(); });
     redirect.reset();
-    EXPECT_TRUE(answered);
     opener.join();
+    EXPECT_EQ(order.all(), (std::vector<std::string>{"answered", "destroyed"}));
     QCoreApplication::processEvents();
     EXPECT_TRUE(outcomes.empty()) << "nobody is told any more";
 }
@@ -413,9 +398,9 @@ TEST_F(Misbehaving, component_that_throws_everywhere_ends_no_thread_and_leaves_e
         redirect->syncUNRedirectDeviceAll();
         EXPECT_TRUE(waitFor([this] { return outcomes.size() == 6; }));
         waitForWorker();
-        redirect.reset();
+        destroyInterface();
         makeInterface();
-        reconnect();
+        noteOutcomes();
     }
 }
 
@@ -496,17 +481,17 @@ TEST_F(Misbehaving, component_that_reports_events_from_four_threads_to_a_host_th
 
 TEST_F(Misbehaving, component_that_calls_the_library_from_inside_a_command_deadlocks_nothing)
 {
-    const auto answer = Component::listing(documentOf(3));
     thread_local int depth = 0;
     std::atomic<int> deepest{0};
-    script.ctrl = [&](const std::string &command, char *buffer, int &length) {
-        if (depth < 8) {
+    script.ctrl = [&, answer = Component::listing(documentOf(3))](const std::string &command, char *buffer,
+                                                                  int &length) {
+        if (depth < 4) {
             ++depth;
-            deepest = std::max(deepest.load(), depth);
+            for (int before = deepest; before < depth && !deepest.compare_exchange_weak(before, depth);) { }
             redirect->getDeviceList();
             redirect->getDeviceInfo(QStringLiteral("1"));
             redirect->setClientParam({QStringLiteral("192.0.2.10"), QString()});
-            redirect->redirectDeviceById(ExterDeviceInfo());
+            redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5"));
             char reply[16] = {};
             int capacity = sizeof reply;
             DevRedirectWorker::m_redirectHandler->handlerRedirCtrlCommand("{}", reply, capacity);
@@ -514,8 +499,54 @@ TEST_F(Misbehaving, component_that_calls_the_library_from_inside_a_command_deadl
         }
         return answer(command, buffer, length);
     };
-    expectLimited(script.ctrl);
-    EXPECT_GE(deepest, 1);
+    redirect->getDeviceListFromUniqueFrame();
+    redirect->redirectDeviceById(device("camrdr"));
+    redirect->notifyUsbInfo(QString()); // on this thread, at the same time
+    EXPECT_TRUE(waitFor([this] { return outcomes.size() == 1; }));
+    waitForWorker();
+    EXPECT_EQ(deepest, 4);
+    EXPECT_TRUE(waitFor([] { return published() > 0; }));
+    EXPECT_EQ(redirect->getDeviceList().size(), 3);
+}
+
+TEST_F(Misbehaving, component_that_sends_and_reports_from_inside_every_entry_point_deadlocks_nothing)
+{
+    startAndKeepTheCallbacks();
+    const auto callBack = [this] {
+        char message[] = "x";
+        EXPECT_EQ(send(channel.get(), message, 1), 1);
+        notify(nullptr, RedirEventShared, "", 0);
+    };
+    script.init = [&](SendCallback, EventCallback, std::string, std::string) { return callBack(), true; };
+    script.check = [&](std::string, void **out) { return callBack(), *out = &context, true; };
+    script.setupContext = [&](void *, void *) { return callBack(), false; };
+    script.handler = [&](char *, int, void *) { callBack(); };
+    script.eventHandler = [&](ChannelEvent, char *, int, void *) { callBack(); };
+    script.ctrl = [&](std::string, char *, int &) { return callBack(), 0; };
+    script.deinit = callBack;
+    start();
+    bind(channel, true);
+    std::string bytes = "x";
+    channel.emitMessage(109, bytes);
+    redirect->syncUNRedirectDeviceAll();
+    redirect->realeaseDeviceResource();
+    EXPECT_EQ(events.count(), 7u);
+    EXPECT_EQ(StandInChannel::sent().count(), 7u);
+}
+
+TEST_F(Misbehaving, component_that_is_stopped_from_its_own_event_deadlocks_nothing)
+{
+    redirect->setNotifyEventCallback([this](void *, RedirEvent, const char *, int) {
+        redirect->realeaseDeviceResource();
+        redirect->stopMappingFunctionByDevRedirInter();
+    });
+    startAndKeepTheCallbacks();
+    script.ctrl = [this](const std::string &, char *, int &) { return notify(nullptr, RedirEventShared, "", 0), 0; };
+    redirect->redirectDeviceById(device("camrdr"));
+    redirect->redirectDeviceById(device("camrdr"));
+    EXPECT_TRUE(waitFor([this] { return outcomes.size() == 2; }));
+    EXPECT_EQ(outcomes, (std::vector<bool>{true, false}));
+    EXPECT_EQ(script.calls(), (std::vector<std::string>{"redirInit", "redirCtrl", "redirDeinit"}));
 }
 
 // --- continues after its end ---
@@ -571,4 +602,63 @@ TEST_F(Misbehaving, component_that_keeps_sending_while_it_is_stopped_and_the_int
     stop = true;
     sender.join();
     DevRedirectWorker::m_bQuit = false;
+}
+
+// --- vanishes ---
+
+TEST_F(Misbehaving, component_that_was_cut_off_and_unloaded_is_not_called_any_more)
+{
+    startAndKeepTheCallbacks();
+    bind(channel);
+    redirect->realeaseDeviceResource();
+    redirect->stopMappingFunctionByDevRedirInter();
+    EXPECT_TRUE(DevRedirectWorker::m_redirectHandler->unLoad());
+    script.forgetCalls();
+    outcomes.clear();
+    expectThatTheHostIsNotHeldUp();
+    EXPECT_TRUE(waitFor([this] { return outcomes.size() == 5; }));
+    EXPECT_EQ(outcomes, std::vector<bool>(5, false));
+    start();
+    void *out = &context;
+    EXPECT_EQ(redirect->checkRedirChannel("name", &out), 0);
+    EXPECT_EQ(out, &context);
+    EXPECT_FALSE(redirect->setupRedirContext(&context, nullptr));
+    std::string bytes = "x";
+    channel.emitMessage(109, bytes);
+    channel.emitPortEvent(1);
+    redirect->realeaseDeviceResource();
+    redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5"));
+    waitForWorker();
+    EXPECT_EQ(script.calls(), std::vector<std::string>());
+}
+
+TEST(VanishingComponent, is_gone_from_memory_and_comes_back)
+{
+    const Deadline deadline(100);
+    const QuietLog log;
+    const QByteArray path = Component::path().toLocal8Bit();
+    const auto inMemory = [&path] {
+        void *const library = dlopen(path.constData(), RTLD_NOW | RTLD_NOLOAD);
+        if (library)
+            dlclose(library);
+        return library != nullptr;
+    };
+    DevRedirectInterface redirect(nullptr);
+    RedirectHandler &handler = *DevRedirectWorker::m_redirectHandler;
+    for (int round = 0; round < 100; ++round) {
+        Q_EMIT redirect.loadDynamicLib();
+        ASSERT_TRUE(inMemory()) << round;
+        void *context = nullptr;
+        ASSERT_EQ(redirect.checkRedirChannel("name", &context), 1) << round;
+        redirect.unRedirectDeviceAll();
+        redirect.getDeviceListFromUniqueFrame();
+        QMetaObject::invokeMethod(
+            DevRedirectManger::instance()->getRedirectWorkerInstance(), [] {}, Qt::BlockingQueuedConnection);
+        redirect.realeaseDeviceResource();
+        redirect.stopMappingFunctionByDevRedirInter();
+        ASSERT_TRUE(handler.unLoad()) << round;
+        ASSERT_FALSE(inMemory()) << round;
+        EXPECT_EQ(redirect.checkRedirChannel("name", &context), 0) << round;
+        redirect.realeaseDeviceResource();
+    }
 }

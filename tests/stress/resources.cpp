@@ -18,6 +18,12 @@ Resources Resources::now()
     return {entriesOf("/proc/self/task"), entriesOf("/proc/self/fd")};
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+const bool Resources::memoryIsReused = false;
+#else
+const bool Resources::memoryIsReused = true;
+#endif
+
 long Resources::memory()
 {
     std::ifstream status("/proc/self/status");

@@ -12,6 +12,8 @@ struct Resources
     static Resources now();
     /// Resident memory in KiB.
     static long memory();
+    /// False under sanitizers, which keep for a while what was freed.
+    static const bool memoryIsReused;
 
     bool operator==(const Resources &other) const
     {

@@ -17,6 +17,7 @@
 #include <QSemaphore>
 
 #include <atomic>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -34,7 +35,7 @@ public:
     Deadline &operator=(const Deadline &) = delete;
 };
 
-/// Takes every log line, so that it is put together, and keeps nothing of it but the number of critical ones.
+/// Takes every log line, so that it is put together, and keeps nothing of them but the numbers of those that matter.
 class QuietLog
 {
 public:
@@ -43,18 +44,20 @@ public:
     QuietLog(const QuietLog &) = delete;
     QuietLog &operator=(const QuietLog &) = delete;
 
-    static int criticalLines() { return count(); }
+    static int criticalLines() { return count(QtCriticalMsg); }
+    static int warningLines() { return count(QtWarningMsg); }
 
 private:
-    static std::atomic<int> &count()
+    static std::atomic<int> &count(QtMsgType type)
     {
-        static std::atomic<int> lines{0};
-        return lines;
+        static std::atomic<int> warnings{0};
+        static std::atomic<int> criticals{0};
+        return type == QtCriticalMsg ? criticals : warnings;
     }
     static void take(QtMsgType type, const QMessageLogContext &, const QString &)
     {
-        if (type == QtCriticalMsg)
-            ++count();
+        if (type == QtCriticalMsg || type == QtWarningMsg)
+            ++count(type);
     }
 };
 
@@ -76,6 +79,20 @@ private:
     QSemaphore m_open;
 };
 
+/// Runs \a task on a thread of its own, once the calling thread sleeps in the call that it makes next.
+template<typename Task>
+std::thread whenThisThreadWaits(Task task)
+{
+    return std::thread([stat = "/proc/self/task/" + std::to_string(gettid()) + "/stat", task] {
+        std::string id, name, state;
+        while (state != "S") { // a program's name without blanks is one word
+            std::this_thread::yield();
+            std::ifstream(stat) >> id >> name >> state;
+        }
+        task();
+    });
+}
+
 /// An interface whose component is loaded. Every test has a deadline and leaves no thread and no descriptor.
 class StressBench : public ::testing::Test
 {
@@ -84,9 +101,11 @@ protected:
     {
         EXPECT_TRUE(MountTable::setLister(QStringLiteral("{\"blockdevices\": []}")));
         published() = 0;
-        makeInterface();
+        const int threads = Resources::now().threads;
+        redirect = std::make_unique<DevRedirectInterface>(nullptr); // what is set up once in a process
         waitForWorker();
         redirect.reset();
+        EXPECT_TRUE(waitFor([threads] { return Resources::now().threads == threads; }));
         m_before = Resources::now();
         makeInterface();
     }
@@ -106,6 +125,22 @@ protected:
         redirect->setNotifyEventCallback([this](void *, RedirEvent event, const char *, int) { events.add(event); });
         redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++published(); });
         Q_EMIT redirect->loadDynamicLib();
+    }
+
+    /// The interface goes away; whatever watches the mount table sees a change.
+    void destroyInterface()
+    {
+        MountTable::change(1000);
+        redirect.reset();
+    }
+
+    /// A list of so many devices comes from the component and reaches the host.
+    void expectThatAListComesThrough(int devices)
+    {
+        script.ctrl = Component::listing(documentOf(devices));
+        redirect->getDeviceListFromUniqueFrame();
+        EXPECT_TRUE(waitFor([&] { return redirect->getDeviceList().size() == devices; }, 10000))
+            << redirect->getDeviceList().size();
     }
 
     /// How many lists the host was given.

@@ -332,13 +332,21 @@ void TestClient::onChannelNew(SpiceSession *, SpiceChannel *channel, TestClient 
     if (!SPICE_IS_PORT_CHANNEL(channel))
         return;
     client->m_ports.push_back(SPICE_PORT_CHANNEL(channel));
+    g_signal_connect(channel, "port-event", G_CALLBACK(onPortEvent), client);
     spice_channel_connect(channel);
 }
 
 void TestClient::onChannelDestroy(SpiceSession *, SpiceChannel *channel, TestClient *client)
 {
+    auto *const gone = reinterpret_cast<SpicePortChannel *>(channel);
     auto &ports = client->m_ports;
-    ports.erase(std::remove(ports.begin(), ports.end(), reinterpret_cast<SpicePortChannel *>(channel)), ports.end());
+    ports.erase(std::remove(ports.begin(), ports.end(), gone), ports.end());
+    client->m_lastEvents.erase(gone);
+}
+
+void TestClient::onPortEvent(SpicePortChannel *channel, int event, TestClient *client)
+{
+    client->m_lastEvents[channel] = event;
 }
 
 void TestClient::onOpenFd(SpiceChannel *channel, int, TestClient *client)
@@ -362,11 +370,14 @@ SpicePortChannel *TestClient::channel(const std::string &name) const
 SpicePortChannel *TestClient::waitForChannel(const std::string &name, bool opened) const
 {
     SpicePortChannel *found = nullptr;
-    waitFor([&] {
+    const auto ready = [&] {
         found = channel(name);
-        return found && isOpen(found) == opened;
-    });
-    return found && isOpen(found) == opened ? found : nullptr;
+        if (!found || isOpen(found) != opened)
+            return false;
+        const auto event = m_lastEvents.find(found);
+        return !opened || (event != m_lastEvents.end() && event->second == SPICE_PORT_EVENT_OPENED);
+    };
+    return waitFor(ready) ? found : nullptr;
 }
 
 bool TestClient::isOpen(SpicePortChannel *channel)

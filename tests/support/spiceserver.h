@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,7 +63,8 @@ public:
 
     /// The channel of this name; null before it is known. Borrowed.
     SpicePortChannel *channel(const std::string &name) const;
-    /// Waits until the channel is known and its port is open (or closed). Null if that does not happen.
+    /// Waits until the channel is known and its port is open and has said so (or is closed). Null if that does not
+    /// happen.
     SpicePortChannel *waitForChannel(const std::string &name, bool opened = true) const;
     static bool isOpen(SpicePortChannel *channel);
 
@@ -70,9 +72,11 @@ private:
     void begin();
     static void onChannelNew(SpiceSession *session, SpiceChannel *channel, TestClient *client);
     static void onChannelDestroy(SpiceSession *session, SpiceChannel *channel, TestClient *client);
+    static void onPortEvent(SpicePortChannel *channel, int event, TestClient *client);
     static void onOpenFd(SpiceChannel *channel, int withTls, TestClient *client);
 
     TestServer *m_server = nullptr;
     SpiceSession *m_session;
     std::vector<SpicePortChannel *> m_ports;
+    std::map<SpicePortChannel *, int> m_lastEvents;
 };

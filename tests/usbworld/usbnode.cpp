@@ -59,7 +59,9 @@ UsbNode::~UsbNode()
 
 bool UsbNode::attach(UMockdevTestbed *testbed, const std::string &name, GError **error)
 {
-    return umockdev_testbed_attach_ioctl(testbed, ("/dev/" + name).c_str(), m_base.get(), error);
+    const std::string path = "/dev/" + name;
+    umockdev_testbed_detach_ioctl(testbed, path.c_str(), nullptr); // who had this address before, if anybody
+    return umockdev_testbed_attach_ioctl(testbed, path.c_str(), m_base.get(), error);
 }
 
 void UsbNode::disconnect()

@@ -10,6 +10,7 @@ namespace usbworld {
 
 namespace {
 
+constexpr int FirstAddress = 2; // the root hub has 1
 constexpr int HighestAddress = 127;
 
 // Opening these for writing is refused to everyone, root included.
@@ -127,9 +128,7 @@ std::string World::plug(Port &port)
 {
     if (port.plugged)
         return "error already plugged";
-    if (m_nextAddress > HighestAddress)
-        return "error no address left";
-    port.place = {port.name, m_nextAddress++};
+    port.place = {port.name, takeAddress()};
     port.usbRecords = usbRecords(port.identity, port.place);
     std::string error;
     // The node comes before the directory, so that whoever finds the device can open it.
@@ -140,6 +139,21 @@ std::string World::plug(Port &port)
     showFunction(port);
     m_log.line(port.name + " plugged, address " + std::to_string(port.place.address));
     return "ok " + std::to_string(port.place.address);
+}
+
+// Addresses go round, as the kernel's do; one that a plugged device has is passed over.
+int World::takeAddress()
+{
+    const auto taken = [this](int address) {
+        return std::any_of(m_ports.begin(), m_ports.end(),
+                           [address](const Port &port) { return port.plugged && port.place.address == address; });
+    };
+    int address = 0;
+    do {
+        address = m_nextAddress;
+        m_nextAddress = address == HighestAddress ? FirstAddress : address + 1;
+    } while (taken(address));
+    return address;
 }
 
 std::string World::unplug(Port &port)

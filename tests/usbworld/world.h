@@ -59,6 +59,7 @@ private:
     void addCamera(const std::string &port);
     Port *find(const std::string &name);
 
+    int takeAddress();
     std::string plug(Port &port);
     std::string unplug(Port &port);
     std::string driver(Port &port);

@@ -353,6 +353,23 @@ TEST_F(DeviceList, two_changes_before_the_first_is_handled_raise_one_notificatio
     EXPECT_EQ(events.count(), 2u) << "armed again, the next list notifies again";
 }
 
+TEST_F(DeviceList, mapping_is_done_by_the_registrys_worker_and_event_handling_by_the_asked_one)
+{
+    DevRedirectWorker other(nullptr);
+    int otherNotified = 0;
+    QObject::connect(&other, &DevRedirectWorker::sendMapCommandToVdiExterDevModel,
+                     [&otherNotified] { ++otherNotified; });
+    refuseFirst(0, listOf({"a"}));
+    other.onGetDevListAndMapping();
+    EXPECT_EQ(events.count(), 1u);
+    EXPECT_EQ(otherNotified, 0);
+
+    registry.setIsHandlerNotifyEvent(true);
+    other.onNotifyEventHandler();
+    EXPECT_EQ(events.count(), 1u);
+    EXPECT_EQ(otherNotified, 1);
+}
+
 TEST_F(DeviceList, a_closed_gate_stays_closed_and_the_list_is_stored)
 {
     registry.setIsHandlerNotifyEvent(false);

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Device-list documents: every record is compared with what a second reader makes of the same document.
+
+#include "devices/externaldevicelistparser.h"
+#include "jsonreader.h"
+#include "target.h"
+
+#include <memory>
+
+namespace {
+
+QString textIn(const Json::Value &object, const char *key)
+{
+    return object[key].isText() ? object[key].text : QString();
+}
+
+void compareNumber(int actual, const Json::Value &object, const char *key, const char *what, int added = 0)
+{
+    bool certain = false;
+    const int listed = numberIn(textIn(object, key), certain);
+    if (certain)
+        expectEqual(actual, listed == 2147483647 ? listed : listed + added, what);
+}
+
+void compareFunctions(const ExterDeviceInfo &device, const Json::Value &object)
+{
+    const std::vector<Json::Value> &listed = object["founctionInfo"].entries;
+    expectEqual(device.functions.size(), int(listed.size()), "number of functions");
+    expectEqual(device.isCompositeDevice, !listed.empty(), "isCompositeDevice");
+    for (std::size_t i = 0; i < listed.size(); ++i) {
+        const FunctionInfo &function = device.functions[int(i)];
+        expectEqual(function.founctionClass, textIn(listed[i], "founctionClass"), "founctionClass");
+        compareNumber(function.founctionId, listed[i], "founctionId", "founctionId", 1);
+        compareNumber(function.founctionBitmapMask, listed[i], "founctionBitmapMask", "function's mask");
+    }
+}
+
+void compareDevice(const ExterDeviceInfo &device, const Json::Value &object)
+{
+    expectEqual(device.rdrName, textIn(object, "rdrName"), "rdrName");
+    expectEqual(device.context, textIn(object, "context"), "context");
+    expectEqual(device.vendorId, textIn(object, "vendorId").toUpper(), "vendorId");
+    expectEqual(device.productId, textIn(object, "productId").toUpper(), "productId");
+    expectEqual(device.deviceId, textIn(object, "deviceId"), "deviceId");
+    const QString position = textIn(object, "devicePosition").toUpper();
+    expectEqual(device.devicePosition, position.isEmpty() ? device.deviceId : position, "devicePosition");
+    expectEqual(device.deviceName, textIn(object, "deviceName"), "deviceName");
+    expectEqual(device.deviceClass, textIn(object, "deviceClass").toUpper(), "deviceClass");
+    expectEqual(device.deviceSubClass, textIn(object, "deviceSubClass").toUpper(), "deviceSubClass");
+    expectEqual(device.usbProt, textIn(object, "usbProt").toUpper(), "usbProt");
+    expectEqual(device.deviceRel, textIn(object, "deviceRel").toUpper(), "deviceRel");
+    expectEqual(device.storeLetter, textIn(object, "storeLetter"), "storeLetter");
+    expectEqual(device.usbHub, textIn(object, "usbHub"), "usbHub");
+    expectEqual(device.usbPort, textIn(object, "usbPort"), "usbPort");
+    expectEqual(device.vmId, textIn(object, "vmId"), "vmId");
+    expectEqual(device.errCode, textIn(object, "errCode").toUpper(), "errCode");
+    expectEqual(device.errString, textIn(object, "errString").toUpper(), "errString");
+    expectEqual(device.readOnly, object["readOnly"].boolean, "readOnly");
+    compareNumber(device.founctionBitmapMask, object, "founctionBitmapMask", "device's mask");
+    bool certain = false;
+    const int shared = numberIn(textIn(object, "isShared"), certain);
+    if (certain)
+        expectEqual(device.status, shared != 0 ? 2 : 0, "status");
+    expectEqual(device.parsedStatus, device.status, "parsedStatus");
+    compareFunctions(device, object);
+
+    // What no document can set.
+    const ExterDeviceInfo fresh;
+    expectEqual(device.transportMode, fresh.transportMode, "transportMode");
+    expectEqual(device.spareTextA + device.spareTextB, QString(), "spare texts");
+    expect(!device.spareFlagA && device.spareFlagB && !device.isCDROM && !device.isMatchContext, "fixed flags");
+    expect(device.spareValueA == fresh.spareValueA && device.spareValueB == 0 && device.spareValueC == 0
+               && device.nFunctionId == 0,
+           "fixed numbers");
+}
+
+void compareAll(const QList<ExterDeviceInfo> &devices, int before, const Json::Value &document)
+{
+    int next = before;
+    for (const Json::Value &element : document.entries) {
+        for (const Json::Value &entry : element["devices"].entries) {
+            if (!entry.isObject())
+                continue;
+            expect(next < devices.size(), "a listed device has no record");
+            compareDevice(devices[next++], entry);
+        }
+    }
+    expectEqual(devices.size(), next, "number of records");
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int *, char ***)
+{
+    switchLogOff();
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
+{
+    // A copy of just this size: a byte read beyond it would not go unseen.
+    const auto document = std::make_unique<char[]>(size);
+    std::copy(data, data + size, document.get());
+
+    QList<ExterDeviceInfo> devices{ExterDeviceInfo()}; // what is there already has to stay
+    const bool isJson = parseExternalDeviceList(document.get(), unsigned(size), devices);
+    expect(isJson || devices.size() == 1, "a document that is not JSON gives no records");
+    expect(devices.size() >= 1 && devices[0].deviceId.isEmpty(), "earlier records stay");
+
+    Json::Value expected;
+    if (Json::Reader(document.get(), document.get() + size).read(expected)) {
+        expect(isJson, "a document that everybody can read was refused");
+        compareAll(devices, 1, expected);
+    }
+    return 0;
+}

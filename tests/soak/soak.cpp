@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A host that is treated badly for a long time: sticks come and go, are shared and taken back at random, and the virtual
+// machine is killed and started again by tools/soak. Runs inside usbworld. At the end everything must be where it was
+// after the first minute, and every stick must have its local driver.
+// usage: soak SPICE_URI MINUTES STICK...
+
+#include "host/spicesession.h"
+#include "interface/devredirectinterface.h"
+#include "support/asksocket.h"
+#include "support/waitfor.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QMap>
+#include <QRandomGenerator>
+#include <QTimer>
+
+#include <cstdio>
+
+#include <spice-client.h>
+
+namespace {
+
+constexpr qint64 AllowedGrowthKib = 16 * 1024; // what the allocator keeps back differs by a few MiB from run to run
+
+struct Usage
+{
+    int threads = QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    int descriptors = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
+    qint64 residentKib = 0;
+
+    Usage()
+    {
+        QFile status(QStringLiteral("/proc/self/status"));
+        status.open(QIODevice::ReadOnly);
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("VmRSS:"))
+                residentKib = line.simplified().split(' ').value(1).toLongLong();
+        }
+    }
+
+    void print(const char *when) const
+    {
+        std::printf("%s: %d threads, %d descriptors, %lld KiB\n", when, threads, descriptors, residentKib);
+        std::fflush(stdout);
+    }
+};
+
+void ignoreList(QList<ExterDeviceInfo> &) { }
+
+class Soak : public QObject
+{
+public:
+    Soak(QString uri, QStringList sticks) : m_uri(std::move(uri)), m_sticks(std::move(sticks))
+    {
+        m_redirect.sendMapCommandByDevModel(ignoreList);
+        m_redirect.setNotifyEventCallback([](void *, RedirEvent, const char *, int) {});
+        Q_EMIT m_redirect.loadDynamicLib();
+        Q_EMIT m_redirect.loadDevRedirComponentByThread(QStringLiteral("soak"));
+        connect(&m_redirect, &DevRedirectInterface::shareDeviceResultByInterface, this,
+                [this](const ExterDeviceInfo &, bool success) { ++m_count[success ? "shared" : "refused"]; });
+        connectAgain();
+    }
+
+    /// Works for so long; nothing of it is waited for.
+    void workFor(int milliseconds)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < milliseconds) {
+            step();
+            waitFor([] { return false; }, 20);
+        }
+    }
+
+    /// All sticks plugged in and with the local system.
+    bool comesToRest()
+    {
+        for (const QString &stick : qAsConst(m_sticks))
+            world("plug", stick);
+        m_redirect.unRedirectDeviceAll();
+        return waitFor([this] {
+            return std::all_of(m_sticks.begin(), m_sticks.end(),
+                               [this](const QString &stick) { return world("driver", stick) == "ok usb-storage\n"; });
+        });
+    }
+
+    void stop()
+    {
+        m_stopping = true;
+        m_redirect.setQuitFlag(true);
+        m_redirect.realeaseDeviceResource();
+        m_session.reset();
+    }
+
+    void printCounts() const
+    {
+        for (auto count = m_count.begin(); count != m_count.end(); ++count)
+            std::printf("%s %d, ", count.key().constData(), count.value());
+        std::printf("end\n");
+    }
+
+private:
+    QByteArray world(const QByteArray &command, const QString &stick)
+    {
+        return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + ' ' + stick.toUtf8() + '\n', "\n");
+    }
+
+    void connectAgain()
+    {
+        if (m_stopping)
+            return;
+        ++m_count["connections"];
+        m_session = std::make_unique<SpicePortSession>();
+        connect(m_session.get(), &SpicePortSession::portFound, this,
+                [this](SpicePortChannel *channel, const QString &name, bool isOpened) {
+                    ++m_count["channels"];
+                    Q_EMIT m_redirect.checkRedirChannelByThread(channel, name, isOpened);
+                });
+        connect(
+            m_session.get(), &SpicePortSession::closed, this,
+            [this] { QTimer::singleShot(300, this, &Soak::connectAgain); }, Qt::QueuedConnection);
+        m_session->connectTo(m_uri);
+    }
+
+    void step()
+    {
+        const QString stick = m_sticks[QRandomGenerator::global()->bounded(m_sticks.size())];
+        const QString deviceId = stick + QStringLiteral(":") + QString(stick).remove(QLatin1Char('-'));
+        const int choice = QRandomGenerator::global()->bounded(100);
+        if (choice < 35)
+            m_redirect.deviceOperate(deviceId, QStringLiteral("share"));
+        else if (choice < 60)
+            m_redirect.deviceOperate(deviceId, QStringLiteral("unshare"));
+        else if (choice < 80)
+            m_redirect.getDeviceListFromUniqueFrame();
+        else if (choice < 88)
+            world("unplug", stick);
+        else if (choice < 96)
+            world("plug", stick);
+        else if (choice < 97)
+            m_redirect.notifyUsbInfo(QStringLiteral("Stick:%1:1:0").arg(stick));
+        else if (choice < 98)
+            m_redirect.unRedirectDeviceAll();
+        else if (choice < 99)
+            m_session->disconnectFromServer(); // channel loss, seen from this end
+        ++m_count["steps"];
+    }
+
+    const QString m_uri;
+    const QStringList m_sticks;
+    bool m_stopping = false;
+    QMap<QByteArray, int> m_count;
+    std::unique_ptr<SpicePortSession> m_session;
+    DevRedirectInterface m_redirect{nullptr};
+};
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("*=false"));
+    const QStringList arguments = application.arguments();
+    const int minutes = arguments.value(2).toInt();
+    if (minutes < 2 || arguments.size() < 4) {
+        std::fprintf(stderr, "usage: soak SPICE_URI MINUTES STICK..., at least 2 minutes\n");
+        return 2;
+    }
+    Soak soak(arguments[1], arguments.mid(3));
+    soak.workFor(60000);
+    bool rest = soak.comesToRest();
+    const Usage before;
+    before.print("after the first minute");
+    for (int minute = 1; minute < minutes; ++minute) {
+        soak.workFor(60000);
+        Usage().print("working");
+    }
+    rest = soak.comesToRest() && rest;
+    const Usage after;
+    after.print("at the end");
+    soak.printCounts();
+    soak.stop();
+
+    const bool steady = after.threads <= before.threads && after.descriptors <= before.descriptors
+        && after.residentKib <= before.residentKib + AllowedGrowthKib;
+    std::printf("%s, %s\n", steady ? "nothing grew beyond what is allowed" : "GREW",
+                rest ? "every stick has its local driver" : "A STICK HAS THE WRONG DRIVER");
+    return steady && rest ? 0 : 1;
+}

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A component that never stops: two threads that send and report until the process has ended. Nothing of it is torn
+// down at exit.
+
+#include "component/entrypoints.h"
+
+#include <cstring>
+#include <thread>
+
+#include <unistd.h>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+EXPORTED bool redirInit(SendCallback send, EventCallback notify, std::string, std::string)
+{
+    std::thread([send = new SendCallback(std::move(send))] {
+        char message[] = "x";
+        for (;; usleep(20))
+            (*send)(nullptr, message, 1);
+    }).detach();
+    std::thread([notify = new EventCallback(std::move(notify))] {
+        for (;; usleep(20))
+            (*notify)(nullptr, RedirEventShared, "", 0);
+    }).detach();
+    return true;
+}
+
+EXPORTED bool redirCheck(std::string, void **)
+{
+    return false;
+}
+
+EXPORTED void redirHandler(char *, int, void *) { }
+
+EXPORTED bool redirSetupContext(void *, void *)
+{
+    return false;
+}
+
+EXPORTED void redirEventHandler(ChannelEvent, char *, int, void *) { }
+
+EXPORTED int redirCtrl(std::string, char *buffer, int &length)
+{
+    const char document[] = "[{\"devices\":[{\"deviceId\":\"a\",\"rdrName\":\"usbrdr\"}]}]";
+    std::memcpy(buffer, document, sizeof document - 1);
+    length = int(sizeof document) - 1;
+    return 0;
+}
+
+EXPORTED void redirDeinit() { }

@@ -1,0 +1,463 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Interfaces that come and go at the worst moment.
+
+#include "stress/stressbench.h"
+
+#include <QPointer>
+
+#include <spice-client.h>
+
+namespace {
+
+class LifeCycle : public StressBench
+{
+protected:
+    /// A command that takes a moment, so that the worker has always something to do.
+    static int slowly(const std::string &, char *, int &length)
+    {
+        QThread::usleep(100);
+        length = 0;
+        return 0;
+    }
+
+    void queueWork()
+    {
+        redirect->redirectDeviceById(device("diskrdr"));
+        redirect->unRedirectDeviceById(device("camrdr"));
+        redirect->unRedirectDeviceAll();
+        redirect->vmRebootReset();
+        redirect->getDeviceListFromUniqueFrame();
+    }
+};
+
+constexpr long AllowedKibibytes = 4096; // how much more memory a process may hold after many more rounds
+
+DevRedirectInterface *doomed = nullptr;
+
+/// waitFor() runs no event loop of its own, and what was to be deleted outside of one waits for one.
+bool goes(const QPointer<DevRedirectInterface> &interface)
+{
+    return waitFor([&interface] {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        return interface.isNull();
+    });
+}
+
+/// Two real channels that have come and gone, before anything is counted.
+struct ChannelsBefore
+{
+    ChannelsBefore()
+    {
+        for (int i = 0; i < 2; ++i) {
+            SpiceSession *const session = spice_session_new();
+            spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
+            spice_session_disconnect(session);
+            g_object_unref(session);
+            for (int turn = 0; turn < 10; ++turn)
+                QCoreApplication::processEvents();
+        }
+    }
+};
+
+class LifeCycleOfChannels : private ChannelsBefore, public LifeCycle
+{
+};
+
+} // namespace
+
+// --- created and destroyed ---
+
+TEST_F(LifeCycle, created_and_destroyed_1000_times)
+{
+    redirect.reset();
+    for (int round = 0; round < 1000; ++round)
+        redirect = std::make_unique<DevRedirectInterface>(nullptr), redirect.reset();
+    makeInterface();
+    expectThatAListComesThrough(2);
+}
+
+TEST_F(LifeCycle, created_and_destroyed_1000_times_with_work_queued)
+{
+    for (int round = 0; round < 1000; ++round) {
+        queueWork();
+        if (round % 2)
+            QCoreApplication::processEvents();
+        if (round % 3 == 0)
+            redirect->stopMappingFunctionByDevRedirInter();
+        if (round % 5 == 0) {
+            MountTable::change();
+            redirect->notifyEvent();
+        }
+        redirect.reset();
+        makeInterface();
+    }
+    expectThatAListComesThrough(2);
+}
+
+TEST_F(LifeCycle, the_component_is_loaded_and_unloaded_100_times_and_works)
+{
+    RedirectHandler &handler = *DevRedirectWorker::m_redirectHandler;
+    for (int round = 0; round < 100; ++round) {
+        expectThatAListComesThrough(1 + round % 3);
+        redirect->realeaseDeviceResource();
+        redirect->stopMappingFunctionByDevRedirInter();
+        ASSERT_TRUE(handler.unLoad());
+        redirect->unRedirectDeviceAll();
+        waitForWorker();
+        Q_EMIT redirect->loadDynamicLib();
+    }
+    expectThatAListComesThrough(2);
+}
+
+// --- destroyed at a bad moment ---
+
+TEST_F(LifeCycle, destroyed_while_the_worker_is_busy)
+{
+    script.ctrl = slowly;
+    for (int round = 0; round < 200; ++round) {
+        script.forgetCalls();
+        queueWork();
+        ASSERT_TRUE(waitFor([this] { return !script.commands().empty(); }));
+        redirect.reset();
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, destroyed_with_requests_that_have_not_begun_drops_them)
+{
+    Barrier barrier;
+    script.ctrl = [&](const std::string &, char *, int &) { return barrier.enter(), 0; };
+    redirect->redirectDeviceById(device("camrdr"));
+    ASSERT_TRUE(barrier.waitUntilHeld());
+    for (int i = 0; i < 5; ++i)
+        redirect->unRedirectDeviceById(device("camrdr"));
+    std::thread opener = whenThisThreadWaits([&barrier] { barrier.open(); });
+    redirect.reset();
+    opener.join();
+    EXPECT_EQ(script.commands().size(), 1u);
+}
+
+TEST_F(LifeCycle, destroyed_while_a_watch_waits_ends_with_the_next_change)
+{
+    for (int round = 0; round < 20; ++round) {
+        const int polls = MountTable::polls();
+        redirect->notifyEvent();
+        ASSERT_TRUE(waitFor([&] { return MountTable::polls() > polls + 1; }));
+        std::thread changer = whenThisThreadWaits([] { MountTable::change(); });
+        redirect.reset();
+        changer.join();
+        EXPECT_EQ(MountTable::unseenChanges(), 0);
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, destroyed_while_lists_arrive)
+{
+    script.ctrl = Component::listing(documentOf(20));
+    for (int round = 0; round < 200; ++round) {
+        script.forgetCalls();
+        for (int i = 0; i < 5; ++i)
+            redirect->getDeviceListFromUniqueFrame();
+        // Now and then the host sees one of them, now and then none.
+        ASSERT_TRUE(waitFor([&] { return script.commands().size() > std::size_t(round % 5); }));
+        redirect.reset();
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, destroyed_before_it_published_a_list_leaves_the_next_one_able_to_publish)
+{
+    script.ctrl = Component::listing(documentOf(2));
+    redirect->getDeviceListFromUniqueFrame();
+    waitForWorker(); // the list is there, this thread has not been told yet
+    redirect.reset();
+    ASSERT_EQ(published(), 0);
+    makeInterface();
+    script.ctrl = Component::listing(documentOf(3));
+    redirect->getDeviceListFromUniqueFrame();
+    waitForWorker();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(published(), 1);
+    EXPECT_EQ(redirect->getDeviceList().size(), 3);
+}
+
+TEST_F(LifeCycle, destroyed_while_the_component_sends_and_reports)
+{
+    SendCallback send;
+    EventCallback notify;
+    script.init = [&](SendCallback toMachine, EventCallback toHost, const std::string &, const std::string &) {
+        send = std::move(toMachine);
+        notify = std::move(toHost);
+        return true;
+    };
+    Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
+    ASSERT_TRUE(send && notify);
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0};
+    std::thread component([&, send, notify] {
+        char message[] = "x";
+        while (!stop) {
+            if (send(nullptr, message, 1) != 1)
+                ++wrong;
+            notify(nullptr, RedirEventShared, "", 0);
+            QThread::usleep(200);
+        }
+    });
+    for (int round = 0; round < 100; ++round) {
+        queueWork();
+        redirect.reset();
+        makeInterface();
+    }
+    stop = true;
+    component.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+// --- destroyed from a slot that it called ---
+
+TEST_F(LifeCycle, deleted_later_from_a_slot_of_each_result)
+{
+    using Interface = DevRedirectInterface;
+    script.ctrl = Component::listing(documentOf(2));
+    for (int round = 0; round < 60; ++round) {
+        QPointer<Interface> mine = redirect.release();
+        const auto deleteIt = [mine] {
+            if (mine)
+                mine->deleteLater();
+        };
+        QObject::connect(mine, &Interface::shareDeviceResultByInterface, mine, deleteIt);
+        QObject::connect(mine, &Interface::unRedirectDeviceByIdResult, mine, deleteIt);
+        QObject::connect(mine, &Interface::unRedirectDeviceAllResult, mine, deleteIt);
+        QObject::connect(mine, &Interface::deviceListResultByThread, mine, deleteIt);
+        QObject::connect(mine, &Interface::diskMapResultInUsbByInter, mine, deleteIt, Qt::DirectConnection);
+        switch (round % 4) {
+        case 0:
+            mine->redirectDeviceById(device("diskrdr"));
+            break;
+        case 1:
+            mine->unRedirectDeviceById(device("camrdr"));
+            break;
+        case 2:
+            mine->vmRebootReset();
+            break;
+        default:
+            mine->syncUNRedirectDeviceAll();
+        }
+        mine->getDeviceListFromUniqueFrame();
+        ASSERT_TRUE(goes(mine)) << round;
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, deleted_at_once_in_a_slot_of_another_object)
+{
+    using Interface = DevRedirectInterface;
+    for (int round = 0; round < 60; ++round) {
+        QObject other;
+        const auto deleteIt = [this] { redirect.reset(); };
+        const Qt::ConnectionType type = round % 2 ? Qt::QueuedConnection : Qt::AutoConnection;
+        QObject::connect(redirect.get(), &Interface::unRedirectDeviceAllResult, &other, deleteIt, type);
+        QObject::connect(redirect.get(), &Interface::shareDeviceResultByInterface, &other, deleteIt, type);
+        queueWork();
+        redirect->redirectDeviceById(device("camrdr"));
+        ASSERT_TRUE(waitFor([this] { return !redirect; })) << round;
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, deleted_later_and_deleted_at_once_from_the_map_callback)
+{
+    script.ctrl = Component::listing(documentOf(2));
+    for (int round = 0; round < 60; ++round) {
+        QPointer<DevRedirectInterface> mine = redirect.release();
+        doomed = mine;
+        if (round % 2)
+            mine->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { delete doomed; });
+        else
+            mine->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { doomed->deleteLater(); });
+        mine->getDeviceListFromUniqueFrame();
+        ASSERT_TRUE(goes(mine)) << round;
+        makeInterface();
+    }
+}
+
+// --- shutting down ---
+
+TEST_F(LifeCycle, everything_is_unshared_while_requests_are_queued)
+{
+    using Interface = DevRedirectInterface;
+    script.ctrl = slowly;
+    for (int round = 0; round < 50; ++round) {
+        int unsharedAll = 0;
+        QObject::connect(redirect.get(), &Interface::unRedirectDeviceAllResult, redirect.get(),
+                         [&unsharedAll] { ++unsharedAll; });
+        for (int i = 0; i < 20; ++i)
+            redirect->redirectDeviceById(device("camrdr"));
+        redirect->syncUNRedirectDeviceAll();
+        EXPECT_EQ(unsharedAll, 1);
+        script.forgetCalls();
+        waitForWorker();
+        script.forgetCalls();
+        queueWork();
+        waitForWorker();
+        EXPECT_TRUE(script.commands().empty()) << "no request is taken any more";
+        redirect.reset();
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, the_component_is_cut_off_while_commands_run_on_three_threads)
+{
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            while (!stop)
+                redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5"));
+        });
+    }
+    for (int round = 0; round < 100; ++round) {
+        redirect->getDeviceListFromUniqueFrame();
+        redirect->unRedirectDeviceAll();
+        redirect->stopMappingFunctionByDevRedirInter();
+        void *context = nullptr;
+        EXPECT_EQ(redirect->checkRedirChannel("name", &context), 0);
+        waitForWorker();
+        Q_EMIT redirect->loadDynamicLib(); // it stays in memory, so nobody is pulled out of it
+        EXPECT_EQ(redirect->checkRedirChannel("name", &context), 1);
+    }
+    stop = true;
+    for (std::thread &thread : threads)
+        thread.join();
+    expectThatAListComesThrough(2);
+}
+
+// --- plugged and unplugged ---
+
+TEST_F(LifeCycle, two_threads_tell_of_usb_devices_while_the_worker_fetches_lists)
+{
+    std::atomic<int> asked{0};
+    script.ctrl = [&, few = Component::listing(documentOf(2)),
+                   many = Component::listing(documentOf(6))](const std::string &command, char *buffer, int &length) {
+        return ++asked % 2 ? few(command, buffer, length) : many(command, buffer, length);
+    };
+    std::vector<std::thread> threads;
+    std::atomic<int> running{2};
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 200; ++round)
+                redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5;Stick:1-1:0:5;too:few"));
+            --running;
+        });
+    }
+    EXPECT_TRUE(waitFor(
+        [&] {
+            redirect->getDeviceListFromUniqueFrame();
+            waitForWorker();
+            const int devices = redirect->getDeviceList().size();
+            EXPECT_TRUE(devices == 0 || devices == 2 || devices == 6) << devices;
+            return running == 0;
+        },
+        60000));
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_GT(published(), 0);
+    expectThatAListComesThrough(3);
+}
+
+TEST_F(LifeCycle, memory_does_not_grow_over_10000_times_plugged_and_unplugged)
+{
+    const auto with = Component::listing(documentOf(3));
+    const auto without = Component::listing(documentOf(2));
+    std::atomic<bool> plugged{false};
+    script.ctrl = [&](const std::string &command, char *buffer, int &length) {
+        return plugged ? with(command, buffer, length) : without(command, buffer, length);
+    };
+    long after1000 = 0;
+    for (int round = 1; round <= 10000; ++round) {
+        for (const bool now : {true, false}) {
+            plugged = now;
+            redirect->notifyUsbInfo(now ? QStringLiteral("Stick:1-1:1:5") : QStringLiteral("Stick:1-1:0:5"));
+            QCoreApplication::processEvents();
+            ASSERT_EQ(redirect->getDeviceList().size(), now ? 3 : 2) << round;
+        }
+        script.forgetCalls();
+        if (round == 1000)
+            after1000 = Resources::memory();
+    }
+    EXPECT_GT(after1000, 0);
+    if (Resources::memoryIsReused)
+        EXPECT_LE(Resources::memory(), after1000 + AllowedKibibytes);
+}
+
+TEST_F(LifeCycle, memory_does_not_grow_over_2000_interfaces)
+{
+    long after200 = 0;
+    script.ctrl = Component::listing(documentOf(2));
+    for (int round = 1; round <= 2000; ++round) {
+        redirect->getDeviceListFromUniqueFrame();
+        redirect.reset();
+        redirect = std::make_unique<DevRedirectInterface>(nullptr);
+        script.forgetCalls();
+        if (round == 200)
+            after200 = Resources::memory();
+    }
+    EXPECT_GT(after200, 0);
+    if (Resources::memoryIsReused)
+        EXPECT_LE(Resources::memory(), after200 + AllowedKibibytes);
+}
+
+// --- sending on a channel that has gone ---
+
+TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_is_dropped_even_after_the_interface)
+{
+    SendCallback send;
+    void *given = nullptr;
+    script.init = [&](SendCallback toMachine, EventCallback, const std::string &, const std::string &) {
+        send = std::move(toMachine);
+        return true;
+    };
+    script.setupContext = [&](void *, void *channel) { return given = channel, true; };
+    Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
+    SpiceSession *const session = spice_session_new();
+    SpiceChannel *const channel = spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
+    Q_EMIT redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
+    ASSERT_EQ(given, channel);
+    gpointer alive = channel;
+    g_object_add_weak_pointer(G_OBJECT(channel), &alive);
+    spice_session_disconnect(session);
+    g_object_unref(session);
+    EXPECT_TRUE(waitFor([&alive] { return !alive; }));
+
+    char early[] = "late";
+    const int before = QuietLog::warningLines();
+    EXPECT_EQ(send(given, early, 4), 4);
+    EXPECT_TRUE(waitFor([&] { return QuietLog::warningLines() > before; })) << "one line says that it was dropped";
+    redirect->realeaseDeviceResource();
+    redirect.reset();
+    std::thread([&send, given] {
+        char message[] = "late";
+        EXPECT_EQ(send(given, message, 4), 4);
+        EXPECT_EQ(send(nullptr, message, 4), 4);
+        EXPECT_EQ(send(given, nullptr, -1), -1);
+    }).join();
+    for (int i = 0; i < 100; ++i)
+        QCoreApplication::processEvents();
+}
+
+// --- replaced ---
+
+TEST_F(LifeCycle, DISABLED_replaced_by_one_that_is_made_before_it_is_destroyed)
+{
+    redirect.reset(new DevRedirectInterface(nullptr));
+    redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++published(); });
+    bool unshared = false;
+    QObject::connect(redirect.get(), &DevRedirectInterface::unRedirectDeviceAllResult, redirect.get(),
+                     [&unshared] { unshared = true; });
+    redirect->unRedirectDeviceAll();
+    EXPECT_TRUE(waitFor([&unshared] { return unshared; }, 5000));
+    redirect->notifyUsbInfo(QString());
+    EXPECT_TRUE(waitFor([] { return published() > 0; }, 5000));
+    redirect->syncUNRedirectDeviceAll();
+}
