@@ -49,7 +49,7 @@ RedirectHandler::~RedirectHandler()
 QString RedirectHandler::getlibPath() const
 {
     Log::guard(QtInfoMsg, __func__, "dlx android getlibPath is null. ");
-    const QString path = QCoreApplication::applicationDirPath() + QDir::separator() + QStringLiteral("Device Redirect")
+    QString path = QCoreApplication::applicationDirPath() + QDir::separator() + QStringLiteral("Device Redirect")
         + QStringLiteral("/libdevredir.so");
     Log::guard(QtInfoMsg, __func__, "dlx android pluginFileName: ", path);
     return path;

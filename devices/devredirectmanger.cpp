@@ -4,6 +4,8 @@
 #include "log/log.h"
 #include "worker/devredirectworker.h"
 
+#include <QThread>
+
 DevRedirectManger *DevRedirectManger::m_instance = nullptr;
 
 DevRedirectManger *DevRedirectManger::instance()
@@ -24,8 +26,14 @@ void DevRedirectManger::adoptNewWorker()
 {
     auto *worker = new DevRedirectWorker(nullptr);
     m_worker = worker;
+    m_notifyGate = true; // a notification that the last interface had not handled has gone with it
     connect(
-        worker, &QObject::destroyed, this, [this] { m_worker = nullptr; }, Qt::DirectConnection);
+        worker, &QObject::destroyed, this,
+        [this, worker] {
+            DevRedirectWorker *expected = worker;
+            m_worker.compare_exchange_strong(expected, nullptr); // unless another one has taken its place
+        },
+        Qt::DirectConnection);
 }
 
 DevRedirectWorker *DevRedirectManger::getRedirectWorkerInstance()
@@ -33,6 +41,12 @@ DevRedirectWorker *DevRedirectManger::getRedirectWorkerInstance()
     if (!m_worker)
         adoptNewWorker();
     return m_worker;
+}
+
+void DevRedirectManger::provideFreeWorker()
+{
+    if (getRedirectWorkerInstance()->thread() != QThread::currentThread())
+        adoptNewWorker();
 }
 
 QList<ExterDeviceInfo> DevRedirectManger::getDevListInfo()

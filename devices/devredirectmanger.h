@@ -56,6 +56,11 @@ public:
      */
     DevRedirectWorker *getRedirectWorkerInstance();
 
+    /// Makes sure that the worker is free to be moved to a thread by the caller: one that already lives on another
+    /// thread belongs to an interface that has not been destroyed yet, and a new worker takes its place here. \thread
+    /// host
+    void provideFreeWorker();
+
     /// May a new list raise a "map" notification? True at the start.
     bool getIsHandlerNotifyEvent();
     void setIsHandlerNotifyEvent(bool armed);

@@ -22,29 +22,29 @@ enum class Case { AsListed, Upper };
 
 struct TextKey
 {
-    QLatin1String key;
+    const char *key;
     QString ExterDeviceInfo::*member;
     Case transformation;
 };
 
 constexpr TextKey TextKeys[] = {
-    {QLatin1String("rdrName"), &ExterDeviceInfo::rdrName, Case::AsListed},
-    {QLatin1String("context"), &ExterDeviceInfo::context, Case::AsListed},
-    {QLatin1String("vendorId"), &ExterDeviceInfo::vendorId, Case::Upper},
-    {QLatin1String("productId"), &ExterDeviceInfo::productId, Case::Upper},
-    {QLatin1String("devicePosition"), &ExterDeviceInfo::devicePosition, Case::Upper},
-    {QLatin1String("deviceName"), &ExterDeviceInfo::deviceName, Case::AsListed},
-    {QLatin1String("deviceClass"), &ExterDeviceInfo::deviceClass, Case::Upper},
-    {QLatin1String("storeLetter"), &ExterDeviceInfo::storeLetter, Case::AsListed},
-    {QLatin1String("deviceId"), &ExterDeviceInfo::deviceId, Case::AsListed},
-    {QLatin1String("usbHub"), &ExterDeviceInfo::usbHub, Case::AsListed},
-    {QLatin1String("usbPort"), &ExterDeviceInfo::usbPort, Case::AsListed},
-    {QLatin1String("vmId"), &ExterDeviceInfo::vmId, Case::AsListed},
-    {QLatin1String("usbProt"), &ExterDeviceInfo::usbProt, Case::Upper},
-    {QLatin1String("deviceRel"), &ExterDeviceInfo::deviceRel, Case::Upper},
-    {QLatin1String("deviceSubClass"), &ExterDeviceInfo::deviceSubClass, Case::Upper},
-    {QLatin1String("errCode"), &ExterDeviceInfo::errCode, Case::Upper},
-    {QLatin1String("errString"), &ExterDeviceInfo::errString, Case::Upper},
+    {"rdrName", &ExterDeviceInfo::rdrName, Case::AsListed},
+    {"context", &ExterDeviceInfo::context, Case::AsListed},
+    {"vendorId", &ExterDeviceInfo::vendorId, Case::Upper},
+    {"productId", &ExterDeviceInfo::productId, Case::Upper},
+    {"devicePosition", &ExterDeviceInfo::devicePosition, Case::Upper},
+    {"deviceName", &ExterDeviceInfo::deviceName, Case::AsListed},
+    {"deviceClass", &ExterDeviceInfo::deviceClass, Case::Upper},
+    {"storeLetter", &ExterDeviceInfo::storeLetter, Case::AsListed},
+    {"deviceId", &ExterDeviceInfo::deviceId, Case::AsListed},
+    {"usbHub", &ExterDeviceInfo::usbHub, Case::AsListed},
+    {"usbPort", &ExterDeviceInfo::usbPort, Case::AsListed},
+    {"vmId", &ExterDeviceInfo::vmId, Case::AsListed},
+    {"usbProt", &ExterDeviceInfo::usbProt, Case::Upper},
+    {"deviceRel", &ExterDeviceInfo::deviceRel, Case::Upper},
+    {"deviceSubClass", &ExterDeviceInfo::deviceSubClass, Case::Upper},
+    {"errCode", &ExterDeviceInfo::errCode, Case::Upper},
+    {"errString", &ExterDeviceInfo::errString, Case::Upper},
 };
 
 // The component sends its integers as JSON strings; anything else reads as 0.
@@ -79,7 +79,7 @@ ExterDeviceInfo readDevice(const QJsonObject &object)
 {
     ExterDeviceInfo device;
     for (const TextKey &text : TextKeys) {
-        const QString value = object.value(text.key).toString();
+        const QString value = object.value(QLatin1String(text.key)).toString();
         device.*text.member = text.transformation == Case::Upper ? value.toUpper() : value;
     }
     device.status = integerIn(object, QLatin1String("isShared")) != 0 ? Shared : NotShared;

@@ -251,7 +251,10 @@ private:
         static constexpr uint Smallest[] = {0, 0x80, 0x800, 0x10000};
         if (code < Smallest[following] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff))
             return false;
-        text.append(QString::fromUcs4(&code, 1));
+        if (code > 0xffff)
+            text.append(QChar(QChar::highSurrogate(code))).append(QChar(QChar::lowSurrogate(code)));
+        else
+            text.append(QChar(code));
         return true;
     }
 

@@ -20,6 +20,7 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
 
+    DevRedirectManger::instance()->provideFreeWorker();
     m_devRedirectWorker = DevRedirectManger::instance()->getRedirectWorkerInstance();
     connectWorker();
 

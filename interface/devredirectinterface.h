@@ -22,7 +22,8 @@ typedef struct _SpicePortChannel SpicePortChannel;
 /**
  * The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
  *
- * Create it on the host's main thread, one at a time: a second one only after the first was destroyed. Then, in this
+ * Create it on the host's main thread, one at a time. (A new one may be made just before the old one is destroyed, as
+ * std::unique_ptr::reset() does; from then on the old one is good for nothing but to be destroyed.) Then, in this
  * order: set the client parameters, both callbacks and the map callback; emit loadDynamicLib() and
  * loadDevRedirComponentByThread(); hand over each port channel; call notifyEvent(). At the end of the session call
  * setQuitFlag(true), take the devices back and destroy the object. A second object starts from nothing: set its

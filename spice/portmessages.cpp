@@ -22,7 +22,7 @@ constexpr guint ReceivedMessageType = 109;
 
 // The channel writes all that it has been given before it reads again, so a peer that answers while it reads would
 // wait for us for ever if it were given everything at once.
-constexpr std::size_t BatchBytes = 128 * 1024;
+constexpr std::size_t BatchBytes = 131072;
 
 guint messageSignal();
 

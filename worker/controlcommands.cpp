@@ -46,7 +46,7 @@ QString DevRedirectWorker::structCtrlCommand(const QString &, const QString &dev
         json.insert(QStringLiteral("remoteIp"), m_remoteIp);
         json.insert(QStringLiteral("localIp"), m_localIp);
     }
-    const QString text = compact(json);
+    QString text = compact(json);
     Log::module(QtDebugMsg, __func__, "structed ctrl command: ", text);
     return text;
 }
@@ -54,7 +54,7 @@ QString DevRedirectWorker::structCtrlCommand(const QString &, const QString &dev
 QString DevRedirectWorker::structUsbInfoCommand(const QString &deviceName, const QString &devicePosition,
                                                 const QString &deviceAttach, int fileDescriptor)
 {
-    const QString text = compact({
+    QString text = compact({
         {QStringLiteral("command"), QStringLiteral("devchange")},
         {QStringLiteral("rdrName"), USBRDR},
         {QStringLiteral("devicePosition"), devicePosition},
@@ -69,7 +69,7 @@ QString DevRedirectWorker::structUsbInfoCommand(const QString &deviceName, const
 QString DevRedirectWorker::structCameraConfigerInfoCommand(const QList<QString> &policies)
 {
     Log::module(QtInfoMsg, __func__, "struct camera configer info command: ", policies);
-    const QString text = compact({
+    QString text = compact({
         {QStringLiteral("rdrName"), CAMRDR},
         {QStringLiteral("command"), QStringLiteral("setpolicy")},
         {QStringLiteral("policy"), QJsonArray::fromStringList(policies)},

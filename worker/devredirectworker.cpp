@@ -49,7 +49,7 @@ void DevRedirectWorker::onLoadDynamicLibByWorker()
 
 QString DevRedirectWorker::getConfigFilePath(bool &ok)
 {
-    const QString path = QCoreApplication::applicationDirPath() + QDir::separator() + QStringLiteral("Device Redirect")
+    QString path = QCoreApplication::applicationDirPath() + QDir::separator() + QStringLiteral("Device Redirect")
         + QDir::separator() + QStringLiteral("config.json");
     if (!QFileInfo::exists(path)) {
         Log::module(QtCriticalMsg, __func__, "config file is not exist!");

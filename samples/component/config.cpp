@@ -26,6 +26,8 @@ bool isAllOf(const QJsonValue &value, QJsonValue::Type type)
 
 bool readRedirectors(const QJsonValue &value, Config &config, QString &error)
 {
+    if (!value.isUndefined() && !value.isObject())
+        return fail(error, QStringLiteral("\"redirectors\" is not an object"));
     const QJsonObject table = value.toObject();
     for (auto entry = table.begin(); entry != table.end(); ++entry) {
         const QString redirector = entry.value().toString();

@@ -138,7 +138,9 @@ void Redirector::receive(quintptr channel, std::string bytes)
             break;
         case UsbChannel::Read::DeviceRejected:
             release(*found);
-            setFailure(deviceId, failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
+            if (!deviceId.isEmpty())
+                setFailure(deviceId,
+                           failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
             break;
         case UsbChannel::Read::DeviceLost:
             release(*found);
@@ -284,7 +286,7 @@ void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
     m_mutex.lock();
     if (outcome)
         m_failures.remove(deviceId);
-    else
+    else if (outcome.code != Refusal::NoSuchDevice) // no list would show it
         m_failures.insert(deviceId, outcome);
     m_mutex.unlock();
     if (!outcome) {

@@ -93,9 +93,9 @@ QByteArray Chain::monitor(const QString &command)
                               {QStringLiteral("arguments"), text},
                               {QStringLiteral("id"), 1}};
     return askSocket(path(QStringLiteral("qmp.sock")),
-                    "{\"execute\":\"qmp_capabilities\"}\n" + QJsonDocument(execute).toJson(QJsonDocument::Compact)
-                        + '\n',
-                    "\"id\": 1}\r\n");
+                     "{\"execute\":\"qmp_capabilities\"}\n" + QJsonDocument(execute).toJson(QJsonDocument::Compact)
+                         + '\n',
+                     "\"id\": 1}\r\n");
 }
 
 QByteArray Chain::printed() const

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The reference component at the library's end, and at the other a SPICE server whose port the test opens and closes. It
-// runs inside usbworld, which names its control socket in the environment.
+// The reference component at the library's end, and at the other a SPICE server whose port the test opens and closes.
+// It runs inside usbworld, which names its control socket in the environment.
 
 #include "interface/devredirectinterface.h"
 #include "support/asksocket.h"

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A host that is treated badly for a long time: sticks come and go, are shared and taken back at random, and the virtual
-// machine is killed and started again by tools/soak. Runs inside usbworld. At the end everything must be where it was
-// after the first minute, and every stick must have its local driver.
-// usage: soak SPICE_URI MINUTES STICK...
+// A host that is treated badly for a long time: sticks come and go, are shared and taken back at random, and the
+// virtual machine is killed and started again by tools/soak. Runs inside usbworld. At the end everything must be where
+// it was after the first minute, and every stick must have its local driver. usage: soak SPICE_URI MINUTES STICK...
 
 #include "host/spicesession.h"
 #include "interface/devredirectinterface.h"
@@ -28,7 +27,8 @@ constexpr qint64 AllowedGrowthKib = 16 * 1024; // what the allocator keeps back 
 struct Usage
 {
     int threads = QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
-    int descriptors = QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
+    int descriptors =
+        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size();
     qint64 residentKib = 0;
 
     Usage()

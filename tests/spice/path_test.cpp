@@ -7,6 +7,7 @@
 #include "support/eventlist.h"
 #include "support/logrecorder.h"
 #include "support/logtext.h"
+#include "support/portwrites.h"
 #include "support/printing.h"
 #include "support/spiceserver.h"
 #include "support/waitfor.h"
@@ -36,6 +37,7 @@ class SpicePath : public ::testing::Test
 protected:
     SpicePath()
     {
+        g_log_set_always_fatal(GLogLevelFlags(G_LOG_LEVEL_ERROR | G_LOG_LEVEL_CRITICAL));
         script.init = [this](SendCallback send, const EventCallback &, const std::string &, const std::string &) {
             componentsSend = std::move(send);
             return true;
@@ -246,6 +248,7 @@ TEST_F(SpicePath, an_empty_message_sends_nothing_and_the_channel_lives_on)
     EXPECT_TRUE(componentReceives("answer"));
     EXPECT_EQ(events, std::vector<int>());
     EXPECT_EQ(warnings(), QStringList());
+    EXPECT_EQ(PortWrites::countEmpty(), 0);
 }
 
 TEST_F(SpicePath, the_component_can_answer_from_inside_its_handler)
@@ -279,6 +282,40 @@ TEST_F(SpicePath, eight_mebibytes_against_an_echoing_machine_come_back_whole)
     component.join();
     EXPECT_TRUE(received[0] == all);
     EXPECT_EQ(events, std::vector<int>());
+}
+
+TEST_F(SpicePath, the_channel_is_never_given_more_than_it_can_write_before_it_has_to_read_again)
+{
+    ASSERT_TRUE(bind());
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([this] {
+            for (int message = 0; message < 200; ++message)
+                send(std::string(1000 + std::size_t(message) * 100, 'x'));
+        });
+    }
+    const std::size_t all = 4 * (200 * 1000 + 100 * 199 * 200 / 2);
+    EXPECT_TRUE(waitFor([&] { return server->port().received().size() == all; }));
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(PortWrites::count(), 800);
+    EXPECT_GT(PortWrites::mostOutstanding(), 100000u);
+    EXPECT_LE(PortWrites::mostOutstanding(), 128u * 1024);
+}
+
+TEST_F(SpicePath, the_channel_is_given_messages_by_the_main_loop_only)
+{
+    ASSERT_TRUE(bind());
+    send("from the host's thread");
+    EXPECT_EQ(PortWrites::count(), 0) << "the main loop has not run yet";
+    std::thread([&] {
+        for (int i = 0; i < 200; ++i)
+            send(std::string(4096, 'x'));
+    }).join();
+    EXPECT_TRUE(waitFor([this] { return server->port().received().size() == 22 + 200 * 4096; }));
+    EXPECT_EQ(PortWrites::count(), 201);
+    EXPECT_EQ(PortWrites::countFromOtherThreads(), 0);
+    EXPECT_EQ(PortWrites::countFromCallbacks(), 0);
 }
 
 TEST_F(SpicePath, one_message_of_eight_mebibytes_against_an_echoing_machine_comes_back_whole)

@@ -10,6 +10,8 @@ struct Resources
     int descriptors = 0;
 
     static Resources now();
+    /// The number of threads when no other than this one's is in use; a sanitizer's own begins with the first.
+    static int threadsBeforeAny();
     /// Resident memory in KiB.
     static long memory();
     /// False under sanitizers, which keep for a while what was freed.

@@ -101,7 +101,7 @@ protected:
     {
         EXPECT_TRUE(MountTable::setLister(QStringLiteral("{\"blockdevices\": []}")));
         published() = 0;
-        const int threads = Resources::now().threads;
+        const int threads = Resources::threadsBeforeAny();
         redirect = std::make_unique<DevRedirectInterface>(nullptr); // what is set up once in a process
         waitForWorker();
         redirect.reset();
