@@ -57,7 +57,7 @@ QString RedirectHandler::getlibPath() const
 
 bool RedirectHandler::load(const QString &path)
 {
-    logOutput(QStringLiteral(" Load redirection library, DllPath = ") + path);
+    m_log.write([&path] { return QStringLiteral(" Load redirection library, DllPath = ") + path; });
 
     auto *library = new QLibrary(path);
     keepForever(library);

@@ -61,7 +61,7 @@ public:
     /// host
     void provideFreeWorker();
 
-    /// May a new list raise a "map" notification? True at the start.
+    /// May a new list raise a "map" notification? True at the start, and again with each new worker.
     bool getIsHandlerNotifyEvent();
     void setIsHandlerNotifyEvent(bool armed);
 

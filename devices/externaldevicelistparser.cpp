@@ -15,6 +15,7 @@
 namespace {
 
 constexpr const char *Method = "parseExternalDeviceList";
+constexpr unsigned int LongestDocument = std::numeric_limits<int>::max(); // what a QByteArray can hold
 constexpr int Shared = 2;
 constexpr int NotShared = 0;
 
@@ -104,7 +105,8 @@ bool parseExternalDeviceList(const char *data, unsigned int length, QList<ExterD
     Log::module(QtDebugMsg, Method, " enter!", " parse external device list. devices.count: ", devices.size(),
                 " ,length: ", length);
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromRawData(data, int(length)), &error);
+    const QJsonDocument document =
+        QJsonDocument::fromJson(QByteArray::fromRawData(data, int(qMin(length, LongestDocument))), &error);
     if (error.error != QJsonParseError::NoError)
         Log::module(QtCriticalMsg, Method, "parse json error: ", error.errorString());
     if (document.isNull()) {

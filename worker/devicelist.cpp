@@ -45,6 +45,7 @@ std::unique_ptr<DevList> fetch(DevRedirectWorker &worker, const FetchTexts &text
         return list;
 
     Log::module(QtDebugMsg, texts.method, " buffer is not enough,try againt.");
+    list.reset();
     list = std::make_unique<DevList>(SecondCapacity);
     success = worker.getDevList(list->buffer.get(), list->length);
     if (success)
@@ -64,11 +65,11 @@ bool DevRedirectWorker::getDevList(char *buffer, int &length)
 
     const int capacity = length;
     const bool success = m_redirectHandler->handlerRedirCtrlCommand(text, buffer, length) == 0;
-    if (length < 0 || length > capacity) {
+    if (success && (length < 0 || length > capacity)) {
         Log::module(QtWarningMsg, __func__, " length of the device list is out of range: ", length,
                     ", capacity: ", capacity);
-        length = qBound(0, length, capacity);
     }
+    length = qBound(0, length, capacity);
     return success;
 }
 

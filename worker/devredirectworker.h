@@ -98,7 +98,7 @@ public:
      * Asks the component for its device list.
      * \param buffer  receives the document; borrowed
      * \param length  in: capacity in bytes; out: length of the document, always within 0 and the capacity. A component
-     *                that claims another length gets one warning line.
+     *                that succeeds and claims another length gets one warning line.
      * \return true if the component returned 0
      * \thread any
      */

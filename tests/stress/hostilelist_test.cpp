@@ -7,6 +7,13 @@
 
 #include <QElapsedTimer>
 
+// Qt's reader (5.15.8) loses the earlier value of a key that comes twice, if that is an array or an object. This program
+// alone overlooks it, and only there; docs/reliability.md says how much it is.
+extern "C" const char *__lsan_default_suppressions()
+{
+    return "leak:QJsonDocument::fromJson\n";
+}
+
 namespace {
 
 class HostileList : public ::testing::Test
@@ -76,7 +83,7 @@ TEST_F(HostileList, with_duplicate_keys_takes_the_last_one)
     EXPECT_EQ(devices[0].deviceId, QStringLiteral("c"));
 }
 
-TEST_F(HostileList, with_duplicate_keys_for_containers_takes_the_last_one_and_leaks_nothing)
+TEST_F(HostileList, with_duplicate_keys_for_containers_takes_the_last_one)
 {
     ASSERT_TRUE(parse("[{\"devices\":[{\"deviceId\":\"a\"}],\"devices\":[{\"deviceId\":\"b\"}]}]"));
     ASSERT_EQ(devices.size(), 1);
