@@ -73,8 +73,14 @@ public:
         m_announced = true;
     }
 
-    /// Follows \a channel if it has been announced.
-    void meet(SpicePortChannel *channel)
+    void follow(SpicePortChannel *channel)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_announced = false;
+        g_weak_ref_set(&m_channel, channel);
+    }
+
+    void followIfAnnounced(SpicePortChannel *channel)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (std::exchange(m_announced, false))
@@ -201,6 +207,11 @@ void PortMessages::provideSignal()
     messageSignal();
 }
 
+void PortMessages::follow(SpicePortChannel *channel)
+{
+    Outboxes::instance().of(channel).follow(channel);
+}
+
 void PortMessages::announce(const void *channel)
 {
     Outboxes::instance().of(channel).announce();
@@ -216,6 +227,6 @@ void PortMessages::send(SpicePortChannel *channel, const char *message, int leng
     if (!channel || !message || length <= 0)
         return;
     Outbox &outbox = Outboxes::instance().of(channel);
-    outbox.meet(channel);
+    outbox.followIfAnnounced(channel);
     outbox.add(std::string(message, size_t(length)));
 }

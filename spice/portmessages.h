@@ -16,8 +16,12 @@ namespace PortMessages {
 /// \thread any; only the first call does something
 void provideSignal();
 
-/// Says that \a channel is alive. Needed before a component gets to know a channel, because a new one may have the
-/// address of one that is gone. The pointer is not followed. \thread any
+/// Watches the life of \a channel, which must be alive: from now on messages for it are safe at any time. \thread any
+void follow(SpicePortChannel *channel);
+
+/// Says that \a channel is alive without looking at it, because it may be something else: the first message then follows
+/// it. Needed before a component gets to know it, because a new channel may have the address of one that is gone.
+/// \thread any
 void announce(const void *channel);
 
 /**
@@ -26,7 +30,7 @@ void announce(const void *channel);
  * With the stock library the bytes are copied, and written from the default main context in the order of the calls.
  * Messages for a channel that is gone or refuses them are dropped with one warning line until it takes them again. A
  * null or empty message sends nothing.
- * \param channel  borrowed. The first message on a channel must come while it is alive; later ones need not.
+ * \param channel  borrowed. The first message on a channel that is not followed must come while it is alive.
  * \thread any
  */
 void send(SpicePortChannel *channel, const char *message, int length, int type);

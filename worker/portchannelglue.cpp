@@ -62,6 +62,7 @@ void DevRedirectWorker::onCheckRedirChannelByWorker(SpicePortChannel *channel, c
                 "port msg.");
 
     PortMessages::provideSignal();
+    PortMessages::follow(channel);
     const struct
     {
         const char *signal;
@@ -74,7 +75,7 @@ void DevRedirectWorker::onCheckRedirChannelByWorker(SpicePortChannel *channel, c
     for (const auto &binding : bindings)
         g_signal_connect_data(channel, binding.signal, binding.handler, context, nullptr, GConnectFlags(0));
 
-    const bool joined = setupRedirContext(context, channel);
+    const bool joined = m_redirectHandler->setupRedirContext(context, channel);
     // A component that returns false leaves the announcement of an open channel to us; true means that it looks itself.
     if (isOpened && !joined)
         m_redirectHandler->handlerRedirNoticeEvent(ChannelEventOpened, nullptr, 0, context);

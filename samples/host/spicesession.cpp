@@ -3,6 +3,8 @@
 
 #include <QTimer>
 
+#include <memory>
+
 #include <spice-client.h>
 
 SpicePortSession::SpicePortSession(QObject *parent) : QObject(parent), m_session(spice_session_new())
@@ -53,12 +55,11 @@ void SpicePortSession::onPortName(SpicePortChannel *port, void *, void *self)
 {
     // Whether the port is open is known a moment after its name.
     auto *session = static_cast<SpicePortSession *>(self);
-    g_object_ref(port);
-    QTimer::singleShot(0, session, [session, port] {
+    const std::shared_ptr<void> alive(g_object_ref(port), g_object_unref);
+    QTimer::singleShot(0, session, [session, port, alive] {
         g_autofree gchar *name = nullptr;
         gboolean opened = FALSE;
         g_object_get(port, "port-name", &name, "port-opened", &opened, nullptr);
         Q_EMIT session->portFound(port, QString::fromUtf8(name), opened);
-        g_object_unref(port);
     });
 }
