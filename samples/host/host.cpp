@@ -84,18 +84,11 @@ void Host::onDeviceList(QList<ExterDeviceInfo> &devices)
 
 void Host::devicesListed(const QList<ExterDeviceInfo> &devices)
 {
-    m_devices = devices;
     if (!m_listed) {
         m_listed = true;
         for (const ExterDeviceInfo &device : devices)
             m_unjudged.insert(device.deviceId);
         m_output.tell("started", QStringLiteral("component: started, %1 devices").arg(devices.size()));
-    }
-    if (m_current == QLatin1String("list")) {
-        m_output.list(devices);
-        finishedPart();
-    } else if (m_current.startsWith(QLatin1String("share")) && m_pending.isEmpty()) {
-        shareDevices(m_current.section(QLatin1Char(' '), 1));
     }
     shareByRules();
     runNext();
@@ -104,9 +97,9 @@ void Host::devicesListed(const QList<ExterDeviceInfo> &devices)
 // Each device is looked at once for each plug: one that the user takes back stays where it is.
 void Host::shareByRules()
 {
-    if (!m_options.autoShare || !m_channelBound || m_leaving)
+    if (!m_options.autoShare || !m_channelBound || m_unjudged.isEmpty() || m_leaving)
         return;
-    for (const ExterDeviceInfo &device : qAsConst(m_devices)) {
+    for (const ExterDeviceInfo &device : listNow()) {
         if (m_unjudged.remove(device.deviceId) && m_options.autoRules.allow(device))
             request(QStringLiteral("share ") + device.deviceId);
     }

@@ -59,6 +59,7 @@ public:
 private:
     static void onDeviceList(QList<ExterDeviceInfo> &devices);
     void devicesListed(const QList<ExterDeviceInfo> &devices);
+    QList<ExterDeviceInfo> listNow();
     void componentReported(RedirEvent event, const QByteArray &text);
     void portFound(SpicePortChannel *channel, const QString &name, bool isOpened);
     void loadComponent();
@@ -89,7 +90,7 @@ private:
     bool m_listed = false;
     bool m_leaving = false;
     int m_exitCode = ExitCode::Success;
-    QList<ExterDeviceInfo> m_devices;
+    QList<ExterDeviceInfo> m_fresh; ///< what listNow() was given
     QSet<QString> m_shared;
     QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QHash<QString, QString> m_failures; ///< by device, what the component said

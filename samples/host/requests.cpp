@@ -13,6 +13,8 @@ const QString All = QStringLiteral("all");
 
 void Host::connectResults()
 {
+    connect(m_redirect.get(), &DevRedirectInterface::sendDevListInfoToVirAppByDevInter, this,
+            [this](const QList<ExterDeviceInfo> &devices) { m_fresh = devices; });
     connect(m_redirect.get(), &DevRedirectInterface::shareDeviceResultByInterface, this,
             [this](const ExterDeviceInfo &device, bool success) { shareEnded(device.deviceId, success); });
     connect(m_redirect.get(), &DevRedirectInterface::unRedirectDeviceByIdResult, this,
@@ -56,16 +58,30 @@ void Host::runNext()
 
     m_current = m_requests.takeFirst();
     m_deadline.start();
-    if (m_current == QLatin1String("list") || needsChannel)
-        m_redirect->getDeviceListFromUniqueFrame(); // goes on when the list is there
-    else
-        unshareDevices(m_current.section(QLatin1Char(' '), 1));
+    const QString which = m_current.section(QLatin1Char(' '), 1);
+    if (m_current == QLatin1String("list")) {
+        m_output.list(listNow());
+        finishedPart();
+    } else if (needsChannel) {
+        shareDevices(which);
+    } else {
+        unshareDevices(which);
+    }
+}
+
+// The list that comes through the map callback may have been fetched before the last plug. This one is fetched while we
+// wait, and its signal is emitted before the request returns.
+QList<ExterDeviceInfo> Host::listNow()
+{
+    m_fresh.clear();
+    Q_EMIT m_redirect->getDevListByVirApp();
+    return m_fresh;
 }
 
 void Host::shareDevices(const QString &which)
 {
     QList<ExterDeviceInfo> chosen;
-    for (const ExterDeviceInfo &device : qAsConst(m_devices)) {
+    for (const ExterDeviceInfo &device : listNow()) {
         if (which == All ? device.status == 0 : device.deviceId == which)
             chosen.append(device);
     }
