@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 #include <mntent.h>
 
@@ -92,11 +93,15 @@ UsbDevice::Interface UsbDevice::kind() const
 
 bool UsbDevice::isComplete() const
 {
-    return !interfaces.isEmpty() && (kind().usbClass != QLatin1String("08") || !disks.isEmpty());
+    const QString usbClass = kind().usbClass;
+    return !interfaces.isEmpty() && !usbClass.isEmpty() && (usbClass != QLatin1String("08") || !disks.isEmpty());
 }
 
 QList<UsbDevice> UsbDevice::all()
 {
+    // One walk through the device tree at a time: several threads ask, and each wants one consistent answer.
+    static std::mutex &mutex = *new std::mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
     QList<UsbDevice> devices;
     const Udev context(udev_new());
     if (!context)
