@@ -19,9 +19,9 @@ void provideSignal();
 /// Watches the life of \a channel, which must be alive: from now on messages for it are safe at any time. \thread any
 void follow(SpicePortChannel *channel);
 
-/// Says that \a channel is alive without looking at it, because it may be something else: the first message then follows
-/// it. Needed before a component gets to know it, because a new channel may have the address of one that is gone.
-/// \thread any
+/// Says that \a channel is alive without looking at it, because it may be something else: the first message then
+/// follows it. Needed before a component gets to know it, because a new channel may have the address of one that is
+/// gone. \thread any
 void announce(const void *channel);
 
 /**
