@@ -2,6 +2,7 @@
 #include "devices/externaldevicelistparser.h"
 
 #include "devices/devredirectmanger.h"
+#include "json/readjson.h"
 #include "log/log.h"
 
 #include <QJsonArray>
@@ -105,8 +106,7 @@ bool parseExternalDeviceList(const char *data, unsigned int length, QList<ExterD
     Log::module(QtDebugMsg, Method, " enter!", " parse external device list. devices.count: ", devices.size(),
                 " ,length: ", length);
     QJsonParseError error;
-    const QJsonDocument document =
-        QJsonDocument::fromJson(QByteArray::fromRawData(data, int(qMin(length, LongestDocument))), &error);
+    const QJsonDocument document = readJson(QByteArray::fromRawData(data, int(qMin(length, LongestDocument))), &error);
     if (error.error != QJsonParseError::NoError)
         Log::module(QtCriticalMsg, Method, "parse json error: ", error.errorString());
     if (document.isNull()) {

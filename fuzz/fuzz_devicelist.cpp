@@ -1,12 +1,19 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// Device-list documents: every record is compared with what a second reader makes of the same document.
+// Device-list documents: every record is compared with what a second reader makes of the same document, and every error
+// with what Qt's reader says of it.
 
 #include "devices/externaldevicelistparser.h"
 #include "jsonreader.h"
 #include "target.h"
+#include "json/readjson.h"
+
+#include <QJsonDocument>
+#include <QJsonParseError>
 
 #include <memory>
+
+#include <sanitizer/lsan_interface.h>
 
 namespace {
 
@@ -89,6 +96,19 @@ void compareAll(const QList<ExterDeviceInfo> &devices, int before, const Json::V
     expectEqual(devices.size(), next, "number of records");
 }
 
+void compareErrors(const QByteArray &document)
+{
+    QJsonParseError actual;
+    QJsonParseError expected;
+    readJson(document, &actual);
+    {
+        const __lsan::ScopedDisabler known; // Qt's reader by itself loses what has a name twice
+        QJsonDocument::fromJson(document, &expected);
+    }
+    expectEqual(actual.errorString(), expected.errorString(), "error");
+    expectEqual(actual.offset, expected.offset, "where the error is");
+}
+
 } // namespace
 
 int LLVMFuzzerInitialize(int *, char ***)
@@ -107,6 +127,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     const bool isJson = parseExternalDeviceList(document.get(), unsigned(size), devices);
     expect(isJson || devices.size() == 1, "a document that is not JSON gives no records");
     expect(devices.size() >= 1 && devices[0].deviceId.isEmpty(), "earlier records stay");
+
+    compareErrors(bytesOf(data, size));
 
     Json::Value expected;
     if (Json::Reader(document.get(), document.get() + size).read(expected)) {

@@ -7,13 +7,6 @@
 
 #include <QElapsedTimer>
 
-// Qt's reader (5.15.8) loses the earlier value of a key that comes twice, if that is an array or an object. This
-// program alone overlooks it (the leak checker sees no function names there); docs/reliability.md says how much it is.
-extern "C" __attribute__((visibility("default"))) const char *__lsan_default_suppressions()
-{
-    return "leak:libQt5Core.so.5\n";
-}
-
 namespace {
 
 class HostileList : public ::testing::Test
