@@ -19,28 +19,15 @@ class LoadedHandler : public ::testing::Test
 protected:
     LoadedHandler()
     {
-        forgetScript();
+        script.reset();
         EXPECT_TRUE(handler.load(Component::path()));
         log.clear();
     }
-    ~LoadedHandler() override { forgetScript(); }
+    ~LoadedHandler() override { script.reset(); }
 
     LogRecorder log;
     Script &script = Component::script();
     RedirectHandler handler;
-
-private:
-    void forgetScript()
-    {
-        script.init = nullptr;
-        script.check = nullptr;
-        script.handler = nullptr;
-        script.setupContext = nullptr;
-        script.eventHandler = nullptr;
-        script.ctrl = nullptr;
-        script.deinit = nullptr;
-        script.forgetCalls();
-    }
 };
 
 /// A line of the handler's own channel at info level.

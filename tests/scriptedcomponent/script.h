@@ -8,13 +8,8 @@
 #include <string>
 #include <vector>
 
-/**
- * What the scripted component does, entry point by entry point, and what it was asked.
- *
- * The component is a real libdevredir.so that the library loads by itself. A test fills in what it wants to happen;
- * an entry point that has no text of its own succeeds and does nothing.
- */
-struct Script
+/// What the entry points do.
+struct Hooks
 {
     std::function<RedirInit> init;
     std::function<RedirCheck> check; ///< by default: claims every channel, with defaultContext
@@ -23,7 +18,16 @@ struct Script
     std::function<RedirEventHandler> eventHandler;
     std::function<RedirCtrl> ctrl;
     std::function<RedirDeinit> deinit;
+};
 
+/**
+ * What the scripted component does, entry point by entry point, and what it was asked.
+ *
+ * The component is a real libdevredir.so that the library loads by itself. A test fills in what it wants to happen;
+ * an entry point that has no text of its own succeeds and does nothing.
+ */
+struct Script : Hooks
+{
     int defaultContext = 0;
 
     /// The entry points that were called, by symbol, in order.
@@ -57,6 +61,13 @@ struct Script
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_calls.clear();
         m_commands.clear();
+    }
+
+    /// As if it had just been loaded.
+    void reset()
+    {
+        static_cast<Hooks &>(*this) = {};
+        forgetCalls();
     }
 
 private:

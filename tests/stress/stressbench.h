@@ -116,7 +116,7 @@ protected:
         redirect.reset();
         const auto asBefore = [this] { return Resources::now() == m_before; };
         EXPECT_TRUE(waitFor(asBefore, 10000)) << Resources::now() << ", before: " << m_before;
-        forgetHooks();
+        script.reset();
     }
 
     void makeInterface()
@@ -173,18 +173,6 @@ protected:
         for (int i = 0; i < devices; ++i)
             all.push_back("\"deviceId\":\"" + std::to_string(i) + "\",\"rdrName\":\"usbrdr\"");
         return Component::listDocument(all);
-    }
-
-    void forgetHooks()
-    {
-        script.init = nullptr;
-        script.check = nullptr;
-        script.handler = nullptr;
-        script.setupContext = nullptr;
-        script.eventHandler = nullptr;
-        script.ctrl = nullptr;
-        script.deinit = nullptr;
-        script.forgetCalls();
     }
 
     Deadline deadline{100};
