@@ -370,5 +370,8 @@ void Redirector::deviceLeft(const QString &portPath)
         if (channel->deviceId() == deviceId)
             release(*channel);
     }
+    m_mutex.lock();
+    m_failures.remove(deviceId); // no list will show it any more
+    m_mutex.unlock();
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
 }

@@ -13,6 +13,8 @@
 #include <QLoggingCategory>
 #include <QMutex>
 
+#include <atomic>
+
 namespace {
 
 const std::string PortName = "org.devredir.usb.0";
@@ -34,6 +36,8 @@ protected:
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
         redirect.sendMapCommandByDevModel(ignoreList);
         redirect.setNotifyEventCallback([this](void *, RedirEvent event, const char *, int) {
+            if (event == stopsAt)
+                redirect.realeaseDeviceResource();
             const QMutexLocker lock(&mutex);
             events.append(event);
         });
@@ -77,6 +81,7 @@ protected:
 
     TestServer server{{PortName}};
     TestClient client{server};
+    std::atomic<RedirEvent> stopsAt{RedirEvent(-1)}; ///< the component is stopped from inside this event
     QMutex mutex;
     QList<RedirEvent> events;
     QList<bool> results;
@@ -131,4 +136,19 @@ TEST_F(Reference, garbage_from_the_virtual_machine_costs_the_channel_and_nothing
     server.port().close();
     server.port().open();
     EXPECT_TRUE(shareWhenOpen());
+}
+
+TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_starts_again)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    stopsAt = RedirEventChannelLost;
+    server.port().close();
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    EXPECT_FALSE(share()) << "nothing runs any more";
+
+    stopsAt = RedirEvent(-1);
+    Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
+    EXPECT_FALSE(share());
+    EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
 }
