@@ -15,6 +15,8 @@
 
 #include <atomic>
 
+#include <dlfcn.h>
+
 namespace {
 
 const std::string PortName = "org.devredir.usb.0";
@@ -25,6 +27,8 @@ bool getsDriver(const QByteArray &name)
     const QString control = qEnvironmentVariable("USBWORLD_CONTROL");
     return waitFor([&] { return askSocket(control, "driver 1-1\n", "\n") == "ok " + name + "\n"; });
 }
+
+std::atomic<bool> usbWorks{true};
 
 void ignoreList(QList<ExterDeviceInfo> &) { }
 
@@ -88,7 +92,26 @@ protected:
     DevRedirectInterface redirect{nullptr};
 };
 
+class ReferenceWithoutUsb : public Reference
+{
+protected:
+    ReferenceWithoutUsb() { usbWorks = false; }
+    ~ReferenceWithoutUsb() override { usbWorks = true; }
+};
+
 } // namespace
+
+// The component finds this one before libusb's own.
+struct libusb_context;
+extern "C" __attribute__((visibility("default"))) int libusb_init(libusb_context **context)
+{
+    constexpr int OtherError = -99;
+    if (!usbWorks)
+        return OtherError;
+    static void *const libusb = dlopen("libusb-1.0.so.0", RTLD_NOW);
+    static const auto init = reinterpret_cast<int (*)(libusb_context **)>(dlsym(libusb, "libusb_init"));
+    return init(context);
+}
 
 TEST_F(Reference, a_port_that_closes_gives_the_device_back_and_takes_it_again_when_it_opens)
 {
@@ -151,4 +174,13 @@ TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_st
     Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
     EXPECT_FALSE(share());
     EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
+}
+
+TEST_F(ReferenceWithoutUsb, lists_devices_refuses_to_share_them_and_stops)
+{
+    EXPECT_FALSE(share());
+    EXPECT_TRUE(reported(RedirEventShareFailed));
+    server.port().close();
+    server.port().open();
+    EXPECT_FALSE(share());
 }
