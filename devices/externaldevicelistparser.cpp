@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char *Method = "parseExternalDeviceList";
-constexpr unsigned int LongestDocument = std::numeric_limits<int>::max(); // what a QByteArray can hold
+constexpr unsigned int LongestDocument = std::numeric_limits<int>::max() - 64; // a QByteArray with its own header
 constexpr int Shared = 2;
 constexpr int NotShared = 0;
 

@@ -8,9 +8,12 @@
 #include "target.h"
 #include "json/readjson.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QJsonParseError>
 
+#include <algorithm>
 #include <memory>
 
 #include <sanitizer/lsan_interface.h>
@@ -96,6 +99,36 @@ void compareAll(const QList<ExterDeviceInfo> &devices, int before, const Json::V
     expectEqual(devices.size(), next, "number of records");
 }
 
+/// Whether Qt's reader found all of it, numbers aside, and nothing else.
+bool isSame(const QJsonValue &actual, const Json::Value &expected)
+{
+    using Kind = Json::Value::Kind;
+    switch (expected.kind) {
+    case Kind::Absent:
+        return actual.isUndefined();
+    case Kind::Null:
+        return actual.isNull();
+    case Kind::Boolean:
+        return actual == QJsonValue(expected.boolean);
+    case Kind::Number:
+        return actual.isDouble();
+    case Kind::Text:
+        return actual == QJsonValue(expected.text);
+    case Kind::Array: {
+        const QJsonArray array = actual.toArray();
+        return actual.isArray()
+            && std::equal(array.begin(), array.end(), expected.entries.begin(), expected.entries.end(), isSame);
+    }
+    case Kind::Object: {
+        const QJsonObject object = actual.toObject();
+        return actual.isObject() && std::size_t(object.size()) == expected.members.size()
+            && std::all_of(expected.members.begin(), expected.members.end(),
+                           [&](const auto &member) { return isSame(object.value(member.first), member.second); });
+    }
+    }
+    return false;
+}
+
 void compareErrors(const QByteArray &document)
 {
     QJsonParseError actual;
@@ -134,6 +167,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     if (Json::Reader(document.get(), document.get() + size).read(expected)) {
         expect(isJson, "a document that everybody can read was refused");
         compareAll(devices, 1, expected);
+        const QJsonDocument read = readJson(bytesOf(data, size));
+        expect(isSame(read.isArray() ? QJsonValue(read.array()) : QJsonValue(read.object()), expected),
+               "the document differs from what was written");
     }
     return 0;
 }

@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -47,11 +48,17 @@ private:
 
     bool readToken()
     {
-        switch (const char c = m_text.at(m_next++)) {
+        const char c = m_text.at(m_next++);
+        if (c == ' ' || c == '\t' || c == '\n' || c == '\r')
+            return true;
+        const char before = std::exchange(m_latest, c);
+        switch (c) {
         case '"':
             return readText();
         case '{':
         case '[':
+            if (!mayFollow(before))
+                return false;
             m_levels.push_back({c == '{' ? '}' : ']', {}});
             return m_levels.size() <= DeepestNesting;
         case ',':
@@ -63,6 +70,15 @@ private:
         default:
             return true;
         }
+    }
+
+    // Whether a value may begin behind this. Where it may not, Qt's reader takes the bracket and the blanks after it
+    // for part of the error, so there must not be more of them.
+    bool mayFollow(char before) const
+    {
+        if (m_levels.empty())
+            return true;
+        return m_levels.back().closing == '}' ? before == ':' : before == '[' || before == ',';
     }
 
     bool readText()
@@ -107,7 +123,7 @@ private:
     {
         const QByteArray name = m_text.mid(member.begin + 1, member.nameEnd - member.begin - 2);
         if (std::all_of(name.begin(), name.end(), [](char c) { return c != '\\' && uchar(c) < 0x80; }))
-            return QString::fromLatin1(name);
+            return QString::fromLatin1(name.constData(), name.size());
         // Behind another character a byte order mark is one, too, and is not taken away.
         return QJsonDocument::fromJson("[\"." + name + "\"]").array().at(0).toString().mid(1);
     }
@@ -124,6 +140,7 @@ private:
 
     QByteArray m_text; ///< shared with the caller until something is blanked
     int m_next = 0;
+    char m_latest = 0; ///< the character before it that is no blank; a quote for a whole text
     std::vector<Level> m_levels;
 };
 
