@@ -1,52 +1,29 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "component/entrypoints.h"
 #include "component/redirecthandler.h"
+#include "log/contained.h"
 
 #include <QByteArray>
 
 #include <cstring>
-#include <exception>
 
 namespace {
 
-// Runs foreign code. What it throws ends here: the callers, Qt and GLib among them, could not carry it on.
-template<typename Result, typename Call>
-Result contained(const char *method, const char *callee, Result neutral, const Call &call)
-{
-    try {
-        return call();
-    } catch (const std::exception &e) {
-        Log::module(QtCriticalMsg, method, "exception from", callee, ":", e.what());
-    } catch (...) {
-        Log::module(QtCriticalMsg, method, "exception from", callee);
-    }
-    return neutral;
-}
-
-template<typename Call>
-void containedVoid(const char *method, const char *callee, const Call &call)
-{
-    contained(method, callee, 0, [&call] {
-        call();
-        return 0;
-    });
-}
-
-SendCallback contained(SendCallback send)
+SendCallback safe(SendCallback send)
 {
     if (!send)
         return send;
     return [send = std::move(send)](void *channel, char *message, int length) {
-        return contained("redirInit", "the send callback", -1, [&] { return send(channel, message, length); });
+        return Log::contained("redirInit", "the send callback", -1, [&] { return send(channel, message, length); });
     };
 }
 
-EventCallback contained(EventCallback notify)
+EventCallback safe(EventCallback notify)
 {
     if (!notify)
         return notify;
     return [notify = std::move(notify)](void *context, RedirEvent event, const char *text, int length) {
-        containedVoid("redirInit", "the event callback", [&] { notify(context, event, text, length); });
+        Log::containedVoid("redirInit", "the event callback", [&] { notify(context, event, text, length); });
     };
 }
 
@@ -79,8 +56,8 @@ bool RedirectHandler::loadRedirComponent(SendCallback send, EventCallback event,
         Log::module(QtCriticalMsg, __func__, " Fail to call redirInit, due to that m_funcRedirInit is NULL");
         return false;
     }
-    const bool result = contained(__func__, "redirInit", false, [&] {
-        return init(contained(std::move(send)), contained(std::move(event)), std::move(vmId), std::move(configPath));
+    const bool result = Log::contained(__func__, "redirInit", false, [&] {
+        return init(safe(std::move(send)), safe(std::move(event)), std::move(vmId), std::move(configPath));
     });
     m_log.write(
         [result] { return QStringLiteral(" End to  call RedirInit function. result: ") + trueOrFalse(result); });
@@ -96,7 +73,7 @@ bool RedirectHandler::checkRedirChannel(std::string channelName, void **context)
         return false;
     }
     const bool result =
-        contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
+        Log::contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
     m_log.write(
         [result] { return QStringLiteral(" End to  call RedirCheck function. result: ") + trueOrFalse(result); });
     return result;
@@ -111,7 +88,7 @@ bool RedirectHandler::setupRedirContext(void *context, void *channel)
                    "call redirSetupContext failed due to that m_funcRedirSetupContext is NULL");
         return false;
     }
-    const bool result = contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
+    const bool result = Log::contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
     m_log.write([result] {
         return QStringLiteral(" End to  call RedirSetupContext function. result: ") + trueOrFalse(result);
     });
@@ -125,7 +102,7 @@ void RedirectHandler::handlerRedirData(char *data, int length, void *context)
         Log::guard(QtCriticalMsg, __func__, "call redirHandler failed due to that m_funcRedirHandler is NULL");
         return;
     }
-    containedVoid(__func__, "redirHandler", [&] { handler(data, length, context); });
+    Log::containedVoid(__func__, "redirHandler", [&] { handler(data, length, context); });
 }
 
 void RedirectHandler::handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context)
@@ -141,7 +118,7 @@ void RedirectHandler::handlerRedirNoticeEvent(ChannelEvent event, char *data, in
                        "call redirEventHandler failed due to that m_funcRedirEventHandler is NULL");
             return;
         }
-        containedVoid(__func__, "redirEventHandler", [&] { handler(event, data, length, context); });
+        Log::containedVoid(__func__, "redirEventHandler", [&] { handler(event, data, length, context); });
     }
     Log::trace(QtDebugMsg, __func__, 224, "after call m_funcRedirEventHandler.");
 }
@@ -158,7 +135,7 @@ int RedirectHandler::handlerRedirCtrlCommand(const std::string &command, char *b
         return 1;
     }
     const int capacity = length;
-    const int result = contained(__func__, "redirCtrl", 1, [&] { return control(command, buffer, length); });
+    const int result = Log::contained(__func__, "redirCtrl", 1, [&] { return control(command, buffer, length); });
     m_log.write([&] {
         // The length stands here as the one character whose code is its low byte, as readers of this line expect.
         return QStringLiteral(" End to call redirCtrl function. result:") + QString::number(result)
@@ -184,7 +161,7 @@ void RedirectHandler::redirDeinit()
         Log::guard(QtCriticalMsg, __func__, "call redirEventHandler failed due to that m_funcRedirDeinit is NULL");
         return;
     }
-    containedVoid(__func__, "redirDeinit", [&] { deinit(); });
+    Log::containedVoid(__func__, "redirDeinit", [&] { deinit(); });
     Log::trace(QtInfoMsg, __func__, 309, "dlx unload lib.");
     logOutput(QStringLiteral(" End to call RedirDeinit function."));
 }

@@ -4,9 +4,8 @@
 
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
+#include "log/contained.h"
 #include "worker/devredirectworker.h"
-
-#include <exception>
 
 ExterDeviceInfo DevRedirectInterface::getDeviceInfo(const QString &deviceId)
 {
@@ -42,13 +41,7 @@ void DevRedirectInterface::onSendMapCommandByDevRedInter()
     // Armed first, so that a list which comes during the callback raises a notification of its own.
     registry->setIsHandlerNotifyEvent(true);
     QList<ExterDeviceInfo> devices = registry->getDevListInfo();
-    try {
-        m_mapCallback(devices);
-    } catch (const std::exception &e) {
-        Log::module(QtCriticalMsg, __func__, "exception from the map callback:", e.what());
-    } catch (...) {
-        Log::module(QtCriticalMsg, __func__, "exception from the map callback");
-    }
+    Log::containedVoid(__func__, "the map callback", [&] { m_mapCallback(devices); });
     registry->setMapsDevListInfo(devices);
 }
 

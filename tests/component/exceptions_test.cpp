@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "component/handlertest.h"
 
+#include <atomic>
 #include <functional>
 #include <stdexcept>
 #include <thread>
+
+#include <pthread.h>
+#include <unistd.h>
 
 namespace {
 
@@ -149,4 +153,47 @@ TEST_F(ThrowingComponent, sees_nothing_when_the_event_callback_throws)
         EXPECT_EQ(log.linesWith(QStringLiteral("critical: ")).size(), 1);
         log.clear();
     }
+}
+
+TEST_F(ThrowingComponent, may_end_a_thread_inside_a_callback_of_the_host)
+{
+    EventCallback toHost;
+    script.init = [&](SendCallback, EventCallback event, std::string, std::string) {
+        toHost = std::move(event);
+        return true;
+    };
+    static std::atomic<int> inside{0};
+    ASSERT_TRUE(handler.loadRedirComponent(
+        nullptr,
+        [](void *, RedirEvent event, const char *, int) {
+            ++inside;
+            if (event == RedirEventShared)
+                pthread_exit(&inside);
+            for (;;)
+                pause(); // until it is cancelled
+        },
+        "", ""));
+    const auto startThread = [&toHost](void *(*run)(void *)) {
+        pthread_t thread;
+        EXPECT_EQ(pthread_create(&thread, nullptr, run, &toHost), 0);
+        return thread;
+    };
+    const pthread_t exiting = startThread([](void *callback) -> void * {
+        (*static_cast<EventCallback *>(callback))(nullptr, RedirEventShared, "", 0);
+        return nullptr;
+    });
+    void *result = nullptr;
+    EXPECT_EQ(pthread_join(exiting, &result), 0);
+    EXPECT_EQ(result, &inside);
+
+    const pthread_t cancelled = startThread([](void *callback) -> void * {
+        (*static_cast<EventCallback *>(callback))(nullptr, RedirEventUnshared, "", 0);
+        return nullptr;
+    });
+    while (inside < 2)
+        std::this_thread::yield();
+    EXPECT_EQ(pthread_cancel(cancelled), 0);
+    EXPECT_EQ(pthread_join(cancelled, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(log.linesWith(QStringLiteral("critical: ")), QStringList());
 }

@@ -185,6 +185,27 @@ TEST_F(Queries, a_callback_that_empties_the_list_empties_the_mapped_list)
     EXPECT_EQ(registry.getDevListInfo().size(), 2);
 }
 
+TEST_F(Queries, a_callback_that_throws_is_reported_and_what_it_left_becomes_the_device_list)
+{
+    store("a", "b");
+    for (const auto thrower : {+[](QList<ExterDeviceInfo> &) { throw std::runtime_error("the host's trouble"); },
+                               +[](QList<ExterDeviceInfo> &) { throw 5; }}) {
+        redirect->sendMapCommandByDevModel(thrower);
+        log.clear();
+        redirect->onSendMapCommandByDevRedInter();
+        const QStringList lines = log.linesWith(QStringLiteral("critical: "));
+        ASSERT_EQ(lines.size(), 1);
+        EXPECT_TRUE(lines[0].startsWith(
+            moduleLine("critical", "onSendMapCommandByDevRedInter", QStringLiteral("exception from the map callback"))))
+            << lines[0].toStdString();
+        EXPECT_EQ(idsOf(redirect->getDeviceList()), "[a b]");
+    }
+    redirect->sendMapCommandByDevModel(look);
+    script.ctrl = Component::listing(Component::listDocument({R"("deviceId":"c")"}));
+    redirect->getDeviceListFromUniqueFrame();
+    EXPECT_TRUE(waitFor([] { return mapped.ids == "[c]"; })) << "lists are published as before";
+}
+
 TEST_F(Queries, a_null_callback_is_refused_and_the_earlier_one_stays)
 {
     store("a", "b");
