@@ -26,7 +26,6 @@ void DevRedirectManger::adoptNewWorker()
 {
     auto *worker = new DevRedirectWorker(nullptr);
     m_worker = worker;
-    m_notifyGate = true; // a notification that the last interface had not handled has gone with it
     connect(
         worker, &QObject::destroyed, this,
         [this, worker] {

@@ -10,6 +10,8 @@
 
 #include <spice-client.h>
 
+#include <QCoreApplication>
+
 #include <limits>
 
 Q_DECLARE_METATYPE(SpicePortChannel)
@@ -39,10 +41,20 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 
 DevRedirectInterface::~DevRedirectInterface()
 {
-    for (QThread *thread : {&m_workerThread, &m_mountThread}) {
-        thread->quit();
-        thread->wait(std::numeric_limits<unsigned long>::max());
+    const struct
+    {
+        QThread &thread;
+        QObject *inhabitant;
+    } all[] = {{m_workerThread, m_devRedirectWorker}, {m_mountThread, m_watchMountWorker}};
+    for (const auto &one : all) {
+        // A thread that is asked to quit would first do all that had been asked of it before.
+        if (one.inhabitant)
+            QCoreApplication::removePostedEvents(one.inhabitant, QEvent::MetaCall);
+        one.thread.quit();
+        one.thread.wait(std::numeric_limits<unsigned long>::max());
     }
+    // A notification that this object has not handled goes with it, and the next one must not wait for it.
+    DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
 }
 
 void DevRedirectInterface::connectWorker()

@@ -75,16 +75,27 @@ public:
 
     void follow(SpicePortChannel *channel)
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_announced = false;
-        g_weak_ref_set(&m_channel, channel);
+        announce();
+        followIfAnnounced(channel);
     }
 
     void followIfAnnounced(SpicePortChannel *channel)
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        if (std::exchange(m_announced, false))
+        g_autoptr(GObject) followed = nullptr; // outlives the lock, since to let go of it may end it
+        std::deque<std::string> left;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (!std::exchange(m_announced, false))
+                return;
+            followed = static_cast<GObject *>(g_weak_ref_get(&m_channel));
+            if (followed)
+                return;
             g_weak_ref_set(&m_channel, channel);
+            m_waiting.swap(left); // for the channel that had this address before
+            m_refused = false;
+        }
+        if (!left.empty())
+            warn(ChannelGone);
     }
 
     void add(std::string message)
@@ -127,7 +138,7 @@ private:
         if (channel)
             g_object_unref(channel);
         else
-            tellOutcome(false, "the channel is gone");
+            tellOutcome(false, ChannelGone);
     }
 
     std::vector<std::string> nextBatch(bool alive)
@@ -164,15 +175,23 @@ private:
 
     void tellOutcome(bool success, const char *reason)
     {
-        if (!success && !m_refused)
-            Log::module(QtWarningMsg, "PortMessages::send", " port channel refuses messages: ", reason);
-        m_refused = !success;
+        m_mutex.lock();
+        const bool wasRefused = std::exchange(m_refused, !success);
+        m_mutex.unlock();
+        if (!success && !wasRefused)
+            warn(reason);
     }
 
-    GWeakRef m_channel;
-    bool m_refused = false; ///< main context only
+    static void warn(const char *reason)
+    {
+        Log::module(QtWarningMsg, "PortMessages::send", " port channel refuses messages: ", reason);
+    }
 
+    static constexpr const char *ChannelGone = "the channel is gone";
+
+    GWeakRef m_channel;
     std::mutex m_mutex; ///< guards what follows
+    bool m_refused = false;
     std::deque<std::string> m_waiting;
     std::size_t m_writing = 0; ///< messages that the channel has been given and not yet finished
     bool m_scheduled = false;

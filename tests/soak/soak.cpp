@@ -69,14 +69,19 @@ struct Usage
     }
 };
 
-void ignoreList(QList<ExterDeviceInfo> &) { }
+int lists = 0;
+
+void countList(QList<ExterDeviceInfo> &)
+{
+    ++lists;
+}
 
 class Soak : public QObject
 {
 public:
     Soak(QString uri, QStringList sticks) : m_uri(std::move(uri)), m_sticks(std::move(sticks))
     {
-        m_redirect.sendMapCommandByDevModel(ignoreList);
+        m_redirect.sendMapCommandByDevModel(countList);
         m_redirect.setNotifyEventCallback([](void *, RedirEvent, const char *, int) {});
         Q_EMIT m_redirect.loadDynamicLib();
         Q_EMIT m_redirect.loadDevRedirComponentByThread(QStringLiteral("soak"));
@@ -120,7 +125,13 @@ public:
     {
         for (auto count = m_count.begin(); count != m_count.end(); ++count)
             std::printf("%s %d, ", count.key().constData(), count.value());
-        std::printf("end\n");
+        std::printf("lists %d\n", lists);
+    }
+
+    /// Otherwise nothing has been shown.
+    bool hasWorked() const
+    {
+        return m_count["connections"] > 1 && m_count["channels"] > 1 && m_count["shared"] > 0 && lists > 0;
     }
 
 private:
@@ -207,7 +218,8 @@ int main(int argc, char **argv)
 
     const bool steady = after.threads <= before.threads && after.descriptors <= before.descriptors + AllowedDescriptors
         && after.residentKib <= before.residentKib + AllowedGrowthKib;
-    std::printf("%s, %s\n", steady ? "nothing grew beyond what is allowed" : "GREW",
-                rest ? "every stick has its local driver" : "A STICK HAS THE WRONG DRIVER");
-    return steady && rest ? 0 : 1;
+    std::printf("%s, %s%s\n", steady ? "nothing grew beyond what is allowed" : "GREW",
+                rest ? "every stick has its local driver" : "A STICK HAS THE WRONG DRIVER",
+                soak.hasWorked() ? "" : ", BUT NOTHING WAS SHARED");
+    return steady && rest && soak.hasWorked() ? 0 : 1;
 }

@@ -13,6 +13,8 @@
 #include <cstring>
 #include <thread>
 
+#include <spice-client.h>
+
 namespace {
 std::atomic<int> lines{0};
 std::atomic<int> notices{0};
@@ -34,6 +36,8 @@ int main(int argc, char **argv)
     redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++lists; });
     Q_EMIT redirect->loadDynamicLib();
     Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
+    SpiceChannel *const channel = spice_channel_new(spice_session_new(), SPICE_CHANNEL_PORT, 0);
+    Q_EMIT redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
     redirect->notifyEvent(); // the watch waits
     std::thread([redirect] {
         for (;;)

@@ -5,6 +5,7 @@
 
 #include "component/entrypoints.h"
 
+#include <atomic>
 #include <cstring>
 #include <thread>
 
@@ -12,12 +13,14 @@
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
+static std::atomic<void *> channel{nullptr};
+
 EXPORTED bool redirInit(SendCallback send, EventCallback notify, std::string, std::string)
 {
     std::thread([send = new SendCallback(std::move(send))] {
         char message[] = "x";
         for (;; usleep(20))
-            (*send)(nullptr, message, 1);
+            (*send)(channel, message, 1);
     }).detach();
     std::thread([notify = new EventCallback(std::move(notify))] {
         for (;; usleep(20))
@@ -26,15 +29,17 @@ EXPORTED bool redirInit(SendCallback send, EventCallback notify, std::string, st
     return true;
 }
 
-EXPORTED bool redirCheck(std::string, void **)
+EXPORTED bool redirCheck(std::string, void **context)
 {
-    return false;
+    *context = &channel;
+    return true;
 }
 
 EXPORTED void redirHandler(char *, int, void *) { }
 
-EXPORTED bool redirSetupContext(void *, void *)
+EXPORTED bool redirSetupContext(void *, void *toSendOn)
 {
+    channel = toSendOn;
     return false;
 }
 

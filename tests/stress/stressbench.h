@@ -44,21 +44,20 @@ public:
     QuietLog(const QuietLog &) = delete;
     QuietLog &operator=(const QuietLog &) = delete;
 
-    static int criticalLines() { return count(QtCriticalMsg); }
-    static int warningLines() { return count(QtWarningMsg); }
+    static int warningLines() { return m_warnings; }
+    static int exceptionLines() { return m_exceptions; }
 
 private:
-    static std::atomic<int> &count(QtMsgType type)
+    static void take(QtMsgType type, const QMessageLogContext &, const QString &line)
     {
-        static std::atomic<int> warnings{0};
-        static std::atomic<int> criticals{0};
-        return type == QtCriticalMsg ? criticals : warnings;
+        if (type == QtWarningMsg)
+            ++m_warnings;
+        if (type == QtCriticalMsg && line.contains(QLatin1String("exception from")))
+            ++m_exceptions;
     }
-    static void take(QtMsgType type, const QMessageLogContext &, const QString &)
-    {
-        if (type == QtCriticalMsg || type == QtWarningMsg)
-            ++count(type);
-    }
+
+    static inline std::atomic<int> m_warnings{0};
+    static inline std::atomic<int> m_exceptions{0};
 };
 
 /// Holds whoever enters until it is opened, for good.
