@@ -26,8 +26,8 @@ typedef struct _SpicePortChannel SpicePortChannel;
  * std::unique_ptr::reset() does; from then on the old one is good for nothing but to be destroyed.) Then, in this
  * order: set the client parameters, both callbacks and the map callback; emit loadDynamicLib() and
  * loadDevRedirComponentByThread(); hand over each port channel; call notifyEvent(). At the end of the session call
- * setQuitFlag(true), take the devices back and destroy the object. A second object starts from nothing: set its
- * parameters and callbacks again.
+ * setQuitFlag(true), take the devices back and destroy the object. A second object needs its parameters and callbacks
+ * set again, and setQuitFlag(false): the quit flag and the last lists belong to the process and outlive the object.
  *
  * \code
  *     DevRedirectInterface redirect(nullptr);
@@ -116,7 +116,8 @@ public:
     void setQuitFlag(bool quit);
 
     /// Joins a component's context to its channel, for a host that binds channels itself. False: the component wants
-    /// to be told of an open channel by handlerRedirNoticeEvent(), or could not be asked. \thread any
+    /// to be told of an open channel by handlerRedirNoticeEvent(), or could not be asked. \a channel has to live until
+    /// the component has sent its first message on it; checkRedirChannelByThread() does not ask for that. \thread any
     bool setupRedirContext(void *context, void *channel);
     /// Asks whether the channel of this name is the component's: 1 yes, 0 no. \a context receives its context.
     /// \thread any

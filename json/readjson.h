@@ -11,7 +11,7 @@ struct QJsonParseError;
  *
  * Does what QJsonDocument::fromJson() does, with the same errors, but for members with one name in one object: the last
  * of them counts, however many members there are, and none of the others stays behind in memory. Qt's reader (5.15.8)
- * loses those that are arrays or objects, up to 47 bytes for each byte of the document.
+ * loses those that are arrays or objects.
  *
  * \a text is borrowed for the call; \a error may be null. \thread any
  */
