@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 
+#include <initializer_list>
 #include <limits>
 
 Q_DECLARE_METATYPE(SpicePortChannel)
@@ -41,17 +42,14 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 
 DevRedirectInterface::~DevRedirectInterface()
 {
-    const struct
-    {
-        QThread &thread;
-        QObject *inhabitant;
-    } all[] = {{m_workerThread, m_devRedirectWorker}, {m_mountThread, m_watchMountWorker}};
-    for (const auto &one : all) {
-        // A thread that is asked to quit would first do all that had been asked of it before.
-        if (one.inhabitant)
-            QCoreApplication::removePostedEvents(one.inhabitant, QEvent::MetaCall);
-        one.thread.quit();
-        one.thread.wait(std::numeric_limits<unsigned long>::max());
+    // A thread that is asked to quit would first do all that had been asked of it before.
+    for (QObject *const inhabitant : std::initializer_list<QObject *>{m_devRedirectWorker, m_watchMountWorker}) {
+        if (inhabitant)
+            QCoreApplication::removePostedEvents(inhabitant, QEvent::MetaCall);
+    }
+    for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
+        thread->quit();
+        thread->wait(std::numeric_limits<unsigned long>::max());
     }
     // A notification that this object has not handled goes with it, and the next one must not wait for it.
     DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
