@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QString>
+#include <QVector>
 
 #include <algorithm>
 #include <utility>
@@ -108,7 +109,7 @@ private:
     bool endLevel()
     {
         endMember();
-        QHash<QString, const Member *> latest;
+        QHash<QVector<uint>, const Member *> latest;
         for (const Member &member : m_levels.back().members) {
             const Member *&sameName = latest[nameOf(member)];
             if (sameName && !blank(*sameName))
@@ -119,7 +120,18 @@ private:
         return !m_levels.empty();
     }
 
-    QString nameOf(const Member &member) const
+    // Alike for all that Qt's reader may take for one name: it does not look beyond a zero, nor tell half a surrogate
+    // pair from the character that stands for it in UTF-8 (which toUcs4() puts in its place).
+    QVector<uint> nameOf(const Member &member) const
+    {
+        QVector<uint> name = textOf(member).toUcs4();
+        const int zero = name.indexOf(0);
+        if (zero >= 0)
+            name.resize(zero + 1);
+        return name;
+    }
+
+    QString textOf(const Member &member) const
     {
         const QByteArray name = m_text.mid(member.begin + 1, member.nameEnd - member.begin - 2);
         if (std::all_of(name.begin(), name.end(), [](char c) { return c != '\\' && uchar(c) < 0x80; }))
