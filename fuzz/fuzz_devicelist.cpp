@@ -4,9 +4,9 @@
 // with what Qt's reader says of it.
 
 #include "devices/externaldevicelistparser.h"
+#include "json/readjson.h"
 #include "jsonreader.h"
 #include "target.h"
-#include "json/readjson.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

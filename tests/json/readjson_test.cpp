@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include "stress/resources.h"
 #include "json/readjson.h"
+#include "stress/resources.h"
 
 #include <gtest/gtest.h>
 
