@@ -66,6 +66,45 @@ struct ChannelsBefore
 
 class LifeCycleOfChannels : private ChannelsBefore, public LifeCycle
 {
+protected:
+    LifeCycleOfChannels()
+    {
+        script.init = [this](SendCallback toMachine, EventCallback, const std::string &, const std::string &) {
+            send = std::move(toMachine);
+            return true;
+        };
+        script.setupContext = [this](void *, void *channel) { return given = channel, true; };
+        Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
+    }
+
+    /// Binds a new channel, which ends with its session; null from then on.
+    struct Bound
+    {
+        Bound(LifeCycleOfChannels &test, SpiceSession *session)
+            : channel(spice_channel_new(session, SPICE_CHANNEL_PORT, 0))
+        {
+            Q_EMIT test.redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
+            EXPECT_EQ(test.given, channel);
+            g_object_add_weak_pointer(G_OBJECT(channel), &channel);
+        }
+        ~Bound()
+        {
+            if (channel)
+                g_object_remove_weak_pointer(G_OBJECT(channel), &channel);
+        }
+        Bound(const Bound &) = delete;
+        Bound &operator=(const Bound &) = delete;
+        gpointer channel;
+    };
+
+    static void end(SpiceSession *session)
+    {
+        spice_session_disconnect(session);
+        g_object_unref(session);
+    }
+
+    SendCallback send;
+    void *given = nullptr; ///< the channel that the component was given last
 };
 
 } // namespace
@@ -443,20 +482,9 @@ TEST_F(LifeCycle, memory_does_not_grow_over_2000_interfaces)
 
 TEST_F(LifeCycleOfChannels, a_channel_goes_while_four_threads_send_on_it)
 {
-    SendCallback send;
-    void *given = nullptr;
-    script.init = [&](SendCallback toMachine, EventCallback, const std::string &, const std::string &) {
-        send = std::move(toMachine);
-        return true;
-    };
-    script.setupContext = [&](void *, void *channel) { return given = channel, true; };
-    Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
     for (int round = 0; round < 20; ++round) {
         SpiceSession *const session = spice_session_new();
-        SpiceChannel *const channel = spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
-        Q_EMIT redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
-        gpointer alive = channel;
-        g_object_add_weak_pointer(G_OBJECT(channel), &alive);
+        const Bound bound(*this, session);
         std::atomic<bool> stop{false};
         std::atomic<int> sent{0};
         std::vector<std::thread> senders;
@@ -471,9 +499,8 @@ TEST_F(LifeCycleOfChannels, a_channel_goes_while_four_threads_send_on_it)
             });
         }
         EXPECT_TRUE(waitFor([&sent] { return sent > 20; }));
-        spice_session_disconnect(session);
-        g_object_unref(session);
-        EXPECT_TRUE(waitFor([&alive] { return !alive; }));
+        end(session);
+        EXPECT_TRUE(waitFor([&bound] { return !bound.channel; }));
         const int before = sent;
         EXPECT_TRUE(waitFor([&] { return sent > before + 20; }));
         stop = true;
@@ -484,23 +511,10 @@ TEST_F(LifeCycleOfChannels, a_channel_goes_while_four_threads_send_on_it)
 
 TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_is_dropped_even_after_the_interface)
 {
-    SendCallback send;
-    void *given = nullptr;
-    script.init = [&](SendCallback toMachine, EventCallback, const std::string &, const std::string &) {
-        send = std::move(toMachine);
-        return true;
-    };
-    script.setupContext = [&](void *, void *channel) { return given = channel, true; };
-    Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
     SpiceSession *const session = spice_session_new();
-    SpiceChannel *const channel = spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
-    Q_EMIT redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
-    ASSERT_EQ(given, channel);
-    gpointer alive = channel;
-    g_object_add_weak_pointer(G_OBJECT(channel), &alive);
-    spice_session_disconnect(session);
-    g_object_unref(session);
-    EXPECT_TRUE(waitFor([&alive] { return !alive; }));
+    const Bound bound(*this, session);
+    end(session);
+    EXPECT_TRUE(waitFor([&bound] { return !bound.channel; }));
 
     char early[] = "late";
     const int before = QuietLog::warningLines();
@@ -508,7 +522,7 @@ TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_is_dropped_eve
     EXPECT_TRUE(waitFor([&] { return QuietLog::warningLines() > before; })) << "one line says that it was dropped";
     redirect->realeaseDeviceResource();
     redirect.reset();
-    std::thread([&send, given] {
+    std::thread([this] {
         char message[] = "late";
         EXPECT_EQ(send(given, message, 4), 4);
         EXPECT_EQ(send(nullptr, message, 4), 4);
@@ -520,26 +534,11 @@ TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_is_dropped_eve
 
 TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_does_not_go_to_one_that_has_its_address)
 {
-    SendCallback send;
-    void *given = nullptr;
-    script.init = [&](SendCallback toMachine, EventCallback, const std::string &, const std::string &) {
-        send = std::move(toMachine);
-        return true;
-    };
-    script.setupContext = [&](void *, void *channel) { return given = channel, true; };
-    Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm-7"));
-    const auto newChannel = [this](SpiceSession *session) {
-        SpiceChannel *const channel = spice_channel_new(session, SPICE_CHANNEL_PORT, 0);
-        Q_EMIT redirect->checkRedirChannelByThread(SPICE_PORT_CHANNEL(channel), QStringLiteral("name"), false);
-        return channel;
-    };
     SpiceSession *session = spice_session_new();
-    gpointer old = newChannel(session);
-    g_object_add_weak_pointer(G_OBJECT(old), &old);
+    const Bound old(*this, session);
     const void *const address = given;
-    spice_session_disconnect(session);
-    g_object_unref(session);
-    ASSERT_TRUE(waitFor([&old] { return !old; }));
+    end(session);
+    ASSERT_TRUE(waitFor([&old] { return !old.channel; }));
     char late[] = "late";
     EXPECT_EQ(send(given, late, 4), 4);
 
@@ -547,7 +546,7 @@ TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_does_not_go_to
     const int writes = PortWrites::count();
     const int warnings = QuietLog::warningLines();
     for (int i = 0; i < 1000 && (i == 0 || given != address); ++i) // until the address is taken again
-        newChannel(session);
+        const Bound next(*this, session);
     if (given != address)
         GTEST_SKIP() << "memory is not given out again here";
     EXPECT_EQ(QuietLog::warningLines(), warnings + 1);
@@ -557,8 +556,7 @@ TEST_F(LifeCycleOfChannels, a_message_for_a_channel_that_has_gone_does_not_go_to
     char early[] = "early";
     EXPECT_EQ(send(given, early, 5), 5);
     EXPECT_TRUE(waitFor([writes] { return PortWrites::count() == writes + 1; }));
-    spice_session_disconnect(session);
-    g_object_unref(session);
+    end(session);
 }
 
 // --- replaced ---
