@@ -10,15 +10,33 @@
 
 #include <spice-client.h>
 
+#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 
+#include <atomic>
 #include <initializer_list>
 #include <limits>
 
 Q_DECLARE_METATYPE(SpicePortChannel)
 
+namespace {
+
+std::atomic<int> interfaces{0};
+
+// When the application object goes while a worker runs, the worker may be just about to wake the main thread. So what
+// it would wake, which goes with the application otherwise, stays.
+void keepEventDispatcher()
+{
+    if (QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher())
+        dispatcher->setParent(nullptr);
+}
+
+} // namespace
+
 DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 {
+    if (interfaces++ == 0)
+        qAddPostRoutine(keepEventDispatcher);
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
@@ -51,6 +69,8 @@ DevRedirectInterface::~DevRedirectInterface()
         thread->quit();
         thread->wait(std::numeric_limits<unsigned long>::max());
     }
+    if (--interfaces == 0)
+        qRemovePostRoutine(keepEventDispatcher);
     // A notification that this object has not handled goes with it, and the next one must not wait for it.
     DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
 }

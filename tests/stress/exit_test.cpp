@@ -43,3 +43,13 @@ TEST(Exit, by_exit_ends_the_process_with_everything_still_running)
 {
     expectThatItEnds("exit");
 }
+
+TEST(Exit, while_the_worker_wakes_the_main_thread_leaves_what_it_wakes)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::MergedChannels);
+    child.start(QStringLiteral(WAKING_CHILD), QStringList());
+    ASSERT_TRUE(child.waitForFinished(40000));
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(child.exitCode(), 0) << child.readAll().toStdString();
+}

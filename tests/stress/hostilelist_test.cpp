@@ -28,7 +28,7 @@ protected:
         return text;
     }
 
-    Deadline deadline{100};
+    Deadline deadline{250};
     QuietLog log;
     QList<ExterDeviceInfo> devices;
 };

@@ -174,7 +174,7 @@ protected:
         return Component::listDocument(all);
     }
 
-    Deadline deadline{100};
+    Deadline deadline{250}; ///< most take less than one; the thread sanitizer on a busy machine needs a hundred
     QuietLog log;
     Script &script = Component::script();
     DevRedirectManger &registry = *DevRedirectManger::instance();
