@@ -55,8 +55,13 @@ public:
         return m_next == m_end;
     }
 
+    /// Whether a large object had a name twice. Qt's reader by itself takes any of the members then, readJson() the
+    /// last.
+    bool hadNameTwiceInLargeObject() const { return m_nameTwiceInLargeObject; }
+
 private:
     static constexpr int DeepestNesting = 500;
+    static constexpr std::size_t MostMembersInOrder = 16; // Qt's reader sorts so few without mixing up two of one name
     static constexpr int MostDigits = 15;
 
     void skipBlanks()
@@ -134,6 +139,7 @@ private:
         skipBlanks();
         if (take('}'))
             return true;
+        std::size_t count = 0;
         do {
             skipBlanks();
             QString name;
@@ -147,8 +153,11 @@ private:
             if (!readValue(member, depth + 1))
                 return false;
             value.members[name] = member;
+            ++count;
             skipBlanks();
         } while (take(','));
+        if (count > MostMembersInOrder && count != value.members.size())
+            m_nameTwiceInLargeObject = true;
         return take('}');
     }
 
@@ -255,6 +264,7 @@ private:
 
     const char *m_next;
     const char *const m_end;
+    bool m_nameTwiceInLargeObject = false;
 };
 
 } // namespace Json
