@@ -10,8 +10,8 @@
  * A second opinion on JSON for the fuzz targets, written apart from Qt's reader.
  *
  * It reads only what every reader must understand in the same way. Anything else (control characters or broken UTF-8
- * in a text, halves of surrogate pairs, nesting near the usual limits, numbers of many digits) makes it refuse, and the
- * target then has nothing to compare with.
+ * in a text, a byte order mark at its start, halves of surrogate pairs, nesting near the usual limits, numbers of many
+ * digits) makes it refuse, and the target then has nothing to compare with.
  */
 namespace Json {
 
@@ -254,6 +254,8 @@ private:
         }
         static constexpr uint Smallest[] = {0, 0x80, 0x800, 0x10000};
         if (code < Smallest[following] || code > 0x10ffff || (code >= 0xd800 && code <= 0xdfff))
+            return false;
+        if (code == QChar::ByteOrderMark && text.isEmpty())
             return false;
         if (code > 0xffff)
             text.append(QChar(QChar::highSurrogate(code))).append(QChar(QChar::lowSurrogate(code)));
