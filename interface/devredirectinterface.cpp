@@ -22,13 +22,17 @@ Q_DECLARE_METATYPE(SpicePortChannel)
 namespace {
 
 std::atomic<int> interfaces{0};
+std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
 
 // When the application object goes while a worker runs, the worker may be just about to wake the main thread. So what
 // it would wake, which goes with the application otherwise, stays.
 void keepEventDispatcher()
 {
-    if (QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher())
-        dispatcher->setParent(nullptr);
+    QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher();
+    if (!dispatcher)
+        return;
+    dispatcher->setParent(nullptr);
+    keptDispatcher = dispatcher;
 }
 
 } // namespace
