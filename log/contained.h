@@ -15,7 +15,6 @@ namespace Log {
  * itself or is cancelled in there goes on: the system does not let anybody stop that.
  */
 template<typename Result, typename Call>
-__attribute__((no_sanitize("undefined"))) // the end of a thread is thrown as a reference to nothing
 Result contained(const char *method, const char *callee, Result neutral, const Call &call)
 {
     try {

@@ -157,6 +157,9 @@ TEST_F(ThrowingComponent, sees_nothing_when_the_event_callback_throws)
 
 TEST_F(ThrowingComponent, may_end_a_thread_inside_a_callback_of_the_host)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the address sanitizer loses track of a stack that is unwound because its thread ends";
+#endif
     EventCallback toHost;
     script.init = [&](SendCallback, EventCallback event, std::string, std::string) {
         toHost = std::move(event);
