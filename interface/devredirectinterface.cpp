@@ -21,11 +21,13 @@ Q_DECLARE_METATYPE(SpicePortChannel)
 
 namespace {
 
-std::atomic<int> interfaces{0};
+constexpr int LongestGoodbyeMilliseconds = 100; // for each thread when the application object goes
+
+QList<DevRedirectInterface *> living; // main thread only
 std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
 
-// When the application object goes while a worker runs, the worker may be just about to wake the main thread. So what
-// it would wake, which goes with the application otherwise, stays.
+// The worker may be just about to wake the main thread. So what it would wake, which goes with the application
+// otherwise, stays.
 void keepEventDispatcher()
 {
     QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher();
@@ -39,8 +41,9 @@ void keepEventDispatcher()
 
 DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 {
-    if (interfaces++ == 0)
-        qAddPostRoutine(keepEventDispatcher);
+    if (living.isEmpty())
+        qAddPostRoutine(onApplicationGoes);
+    living.append(this);
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
@@ -64,19 +67,39 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 
 DevRedirectInterface::~DevRedirectInterface()
 {
+    askThreadsToQuit();
+    for (QThread *const thread : {&m_workerThread, &m_mountThread})
+        thread->wait(std::numeric_limits<unsigned long>::max());
+    living.removeOne(this);
+    if (living.isEmpty())
+        qRemovePostRoutine(onApplicationGoes);
+    // A notification that this object has not handled goes with it, and the next one must not wait for it.
+    DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
+}
+
+void DevRedirectInterface::askThreadsToQuit()
+{
     // A thread that is asked to quit would first do all that had been asked of it before.
     for (QObject *const inhabitant : std::initializer_list<QObject *>{m_devRedirectWorker, m_watchMountWorker}) {
         if (inhabitant)
             QCoreApplication::removePostedEvents(inhabitant, QEvent::MetaCall);
     }
-    for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
+    for (QThread *const thread : {&m_workerThread, &m_mountThread})
         thread->quit();
-        thread->wait(std::numeric_limits<unsigned long>::max());
+}
+
+// The host ends with the interface still there. Qt delivers no event safely while the application object goes, so the
+// threads take no more of them. One that is in the component or waits for the mount table takes none either.
+void DevRedirectInterface::onApplicationGoes()
+{
+    keepEventDispatcher();
+    for (DevRedirectInterface *const interface : qAsConst(living)) {
+        // Other threads may still call the worker, so it stays.
+        disconnect(&interface->m_workerThread, &QThread::finished, nullptr, nullptr);
+        interface->askThreadsToQuit();
+        for (QThread *const thread : {&interface->m_workerThread, &interface->m_mountThread})
+            thread->wait(LongestGoodbyeMilliseconds);
     }
-    if (--interfaces == 0)
-        qRemovePostRoutine(keepEventDispatcher);
-    // A notification that this object has not handled goes with it, and the next one must not wait for it.
-    DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
 }
 
 void DevRedirectInterface::connectWorker()

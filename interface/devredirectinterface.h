@@ -65,6 +65,8 @@ public:
      * that cannot wait for the user to plug something makes such a change itself (a mount and an unmount in the mount
      * namespace of this process), or leaves the object alone and ends the process. Requests that have not begun are
      * dropped. The component is neither stopped nor unloaded: call realeaseDeviceResource() before.
+     *
+     * If the application object goes first, both threads take no more requests from then on.
      */
     ~DevRedirectInterface() override;
 
@@ -203,11 +205,13 @@ public Q_SLOTS:
 
 private:
     void connectWorker();
+    void askThreadsToQuit();
+    static void onApplicationGoes();
 
     QThread m_workerThread;
     QPointer<DevRedirectWorker> m_devRedirectWorker; ///< not owned; dies with the worker thread
     MapCallback m_mapCallback = nullptr;
     QThread m_mountThread;
-    WatchMountWorker *m_watchMountWorker = nullptr; ///< dies with the mount thread
+    QPointer<WatchMountWorker> m_watchMountWorker; ///< not owned; dies with the mount thread
     RateLimitedLog m_log{"infoLogOutput"};
 };
