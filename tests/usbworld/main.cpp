@@ -56,14 +56,15 @@ gboolean passOn(gpointer data)
 
 int runCommand(const std::vector<char *> &command, Child &child)
 {
+    // Before the command runs: it may be what makes somebody send one. They are passed on by the loop below.
+    g_unix_signal_add(SIGTERM, passOn<SIGTERM>, &child);
+    g_unix_signal_add(SIGINT, passOn<SIGINT>, &child);
+    g_unix_signal_add(SIGHUP, passOn<SIGHUP>, &child);
     child.pid = start(command);
     if (child.pid < 0) {
         std::perror("fork");
         return ExitNoWorld;
     }
-    g_unix_signal_add(SIGTERM, passOn<SIGTERM>, &child);
-    g_unix_signal_add(SIGINT, passOn<SIGINT>, &child);
-    g_unix_signal_add(SIGHUP, passOn<SIGHUP>, &child);
     g_child_watch_add(child.pid, onChildEnd, &child);
     g_main_loop_run(child.loop);
     return child.exitCode;
