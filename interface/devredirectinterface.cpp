@@ -67,9 +67,11 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 
 DevRedirectInterface::~DevRedirectInterface()
 {
-    askThreadsToQuit();
-    for (QThread *const thread : {&m_workerThread, &m_mountThread})
+    dropRequests();
+    for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
+        thread->quit();
         thread->wait(std::numeric_limits<unsigned long>::max());
+    }
     living.removeOne(this);
     if (living.isEmpty())
         qRemovePostRoutine(onApplicationGoes);
@@ -77,15 +79,13 @@ DevRedirectInterface::~DevRedirectInterface()
     DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
 }
 
-void DevRedirectInterface::askThreadsToQuit()
+void DevRedirectInterface::dropRequests()
 {
     // A thread that is asked to quit would first do all that had been asked of it before.
     for (QObject *const inhabitant : std::initializer_list<QObject *>{m_devRedirectWorker, m_watchMountWorker}) {
         if (inhabitant)
             QCoreApplication::removePostedEvents(inhabitant, QEvent::MetaCall);
     }
-    for (QThread *const thread : {&m_workerThread, &m_mountThread})
-        thread->quit();
 }
 
 // The host ends with the interface still there. Qt delivers no event safely while the application object goes, so the
@@ -96,9 +96,11 @@ void DevRedirectInterface::onApplicationGoes()
     for (DevRedirectInterface *const interface : qAsConst(living)) {
         // Other threads may still call the worker, so it stays.
         disconnect(&interface->m_workerThread, &QThread::finished, nullptr, nullptr);
-        interface->askThreadsToQuit();
-        for (QThread *const thread : {&interface->m_workerThread, &interface->m_mountThread})
+        interface->dropRequests();
+        for (QThread *const thread : {&interface->m_workerThread, &interface->m_mountThread}) {
+            thread->quit();
             thread->wait(LongestGoodbyeMilliseconds);
+        }
     }
 }
 

@@ -205,7 +205,7 @@ public Q_SLOTS:
 
 private:
     void connectWorker();
-    void askThreadsToQuit();
+    void dropRequests();
     static void onApplicationGoes();
 
     QThread m_workerThread;
