@@ -5,6 +5,7 @@
 #include "interface/devredirectinterface.h"
 
 #include "devices/devredirectmanger.h"
+#include "log/exitgate.h"
 #include "mount/watchmountworker.h"
 #include "worker/devredirectworker.h"
 
@@ -14,6 +15,7 @@
 #include <QCoreApplication>
 
 #include <atomic>
+#include <cstdlib>
 #include <initializer_list>
 #include <limits>
 
@@ -21,9 +23,10 @@ Q_DECLARE_METATYPE(SpicePortChannel)
 
 namespace {
 
-constexpr int LongestGoodbyeMilliseconds = 100; // for each thread when the application object goes
+constexpr int LongestGoodbyeMilliseconds = 100; // for each thread when the host ends with the interface still there
 
 QList<DevRedirectInterface *> living; // main thread only
+std::atomic<Qt::HANDLE> mainThread{nullptr};
 std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
 
 // The worker may be just about to wake the main thread. So what it would wake, which goes with the application
@@ -41,6 +44,10 @@ void keepEventDispatcher()
 
 DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 {
+    mainThread = QThread::currentThreadId();
+    Log::ExitGate::closeAtExit();
+    static const bool endsAtExit = std::atexit(onProcessEnds) == 0; // and so before the gate closes
+    Q_UNUSED(endsAtExit)
     if (living.isEmpty())
         qAddPostRoutine(onApplicationGoes);
     living.append(this);
@@ -88,11 +95,23 @@ void DevRedirectInterface::dropRequests()
     }
 }
 
-// The host ends with the interface still there. Qt delivers no event safely while the application object goes, so the
-// threads take no more of them. One that is in the component or waits for the mount table takes none either.
+// Qt delivers no event safely while the application object goes.
 void DevRedirectInterface::onApplicationGoes()
 {
     keepEventDispatcher();
+    endThreads();
+}
+
+// Nor while its statics go, if the host calls exit() and leaves the application object behind.
+void DevRedirectInterface::onProcessEnds()
+{
+    if (QThread::currentThreadId() == mainThread)
+        endThreads();
+}
+
+// The threads take no more events. One that is in the component or waits for the mount table takes none either.
+void DevRedirectInterface::endThreads()
+{
     for (DevRedirectInterface *const interface : qAsConst(living)) {
         // Other threads may still call the worker, so it stays.
         disconnect(&interface->m_workerThread, &QThread::finished, nullptr, nullptr);
@@ -102,6 +121,7 @@ void DevRedirectInterface::onApplicationGoes()
             thread->wait(LongestGoodbyeMilliseconds);
         }
     }
+    living.clear();
 }
 
 void DevRedirectInterface::connectWorker()

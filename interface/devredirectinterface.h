@@ -207,6 +207,8 @@ private:
     void connectWorker();
     void dropRequests();
     static void onApplicationGoes();
+    static void onProcessEnds();
+    static void endThreads();
 
     QThread m_workerThread;
     QPointer<DevRedirectWorker> m_devRedirectWorker; ///< not owned; dies with the worker thread

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "log/exitgate.h"
+
 #include <QDebug>
 #include <QLoggingCategory>
 
@@ -41,7 +43,10 @@ inline QDebug stream(QtMsgType level)
 template<typename... Pieces>
 void plain(QtMsgType level, const Pieces &...pieces)
 {
-    if (enabled(level))
+    if (!enabled(level))
+        return;
+    const ExitGate::Passage passage;
+    if (passage.isOpen())
         (stream(level) << ... << pieces);
 }
 

@@ -32,6 +32,16 @@ void expectThatItEnds(const char *way)
     }
 }
 
+void expectThatItIsOrderly(const char *program)
+{
+    QProcess child;
+    child.setProcessChannelMode(QProcess::MergedChannels);
+    child.start(QString::fromUtf8(program), QStringList());
+    ASSERT_TRUE(child.waitForFinished(40000));
+    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(child.exitCode(), 0) << child.readAll().toStdString();
+}
+
 } // namespace
 
 TEST(Exit, by_mains_return_ends_the_process_with_everything_still_running)
@@ -46,10 +56,10 @@ TEST(Exit, by_exit_ends_the_process_with_everything_still_running)
 
 TEST(Exit, while_the_worker_wakes_the_main_thread_leaves_what_it_wakes)
 {
-    QProcess child;
-    child.setProcessChannelMode(QProcess::MergedChannels);
-    child.start(QStringLiteral(WAKING_CHILD), QStringList());
-    ASSERT_TRUE(child.waitForFinished(40000));
-    EXPECT_EQ(child.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(child.exitCode(), 0) << child.readAll().toStdString();
+    expectThatItIsOrderly(WAKING_CHILD);
+}
+
+TEST(Exit, lets_no_line_of_another_thread_meet_the_end_of_qt)
+{
+    expectThatItIsOrderly(LOGGING_CHILD);
 }
