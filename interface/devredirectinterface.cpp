@@ -44,16 +44,18 @@ void keepEventDispatcher()
 
 DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
 {
+    qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
+    qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
+    qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
+
     mainThread = QThread::currentThreadId();
     Log::ExitGate::closeAtExit();
-    static const bool endsAtExit = std::atexit(onProcessEnds) == 0; // and so before the gate closes
+    // Later than all that, and so before the gate closes and Qt's list of these types goes.
+    static const bool endsAtExit = std::atexit(onProcessEnds) == 0;
     Q_UNUSED(endsAtExit)
     if (living.isEmpty())
         qAddPostRoutine(onApplicationGoes);
     living.append(this);
-    qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
-    qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
-    qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
 
     DevRedirectManger::instance()->provideFreeWorker();
     m_devRedirectWorker = DevRedirectManger::instance()->getRedirectWorkerInstance();

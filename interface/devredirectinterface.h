@@ -66,7 +66,7 @@ public:
      * namespace of this process), or leaves the object alone and ends the process. Requests that have not begun are
      * dropped. The component is neither stopped nor unloaded: call realeaseDeviceResource() before.
      *
-     * If the application object goes first, both threads take no more requests from then on.
+     * If the application object goes first, or exit() is called, both threads take no more requests from then on.
      */
     ~DevRedirectInterface() override;
 

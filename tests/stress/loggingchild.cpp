@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A host that calls exit() while one of its threads writes lines. Status 0 if none is under way, and none comes, once
-// the interface's part of the end is over.
+// A host that calls exit() while one of its threads writes lines. Status 0 if, once the interface's part of the end is
+// over, no line is under way, none comes, and the worker takes no request.
 
 #include "interface/devredirectinterface.h"
 
@@ -21,6 +21,8 @@ constexpr int WatchMilliseconds = 100;
 
 std::atomic<int> begun{0};
 std::atomic<int> ended{0};
+DevRedirectInterface *redirect = nullptr; // never destroyed
+bool isAnswered = false;
 
 void onLine(QtMsgType, const QMessageLogContext &, const QString &)
 {
@@ -37,9 +39,13 @@ void onInterfaceOver()
     const int before = begun;
     if (before != ended)
         _exit(4);
+    redirect->unRedirectDeviceAll();
     QThread::msleep(WatchMilliseconds);
     if (begun != before)
         _exit(5);
+    QCoreApplication::processEvents();
+    if (isAnswered)
+        _exit(6);
 }
 
 } // namespace
@@ -50,8 +56,13 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     qDebug("The first line is the main thread's.");
     std::atexit(onInterfaceOver);
-    auto *const redirect = new DevRedirectInterface(nullptr); // never destroyed
-    std::thread([redirect] {
+    redirect = new DevRedirectInterface(nullptr);
+    QObject::connect(redirect, &DevRedirectInterface::unRedirectDeviceAllResult, [] { isAnswered = true; });
+    redirect->unRedirectDeviceAll();
+    while (!isAnswered)
+        QCoreApplication::processEvents();
+    isAnswered = false;
+    std::thread([] {
         for (;;)
             redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5"));
     }).detach();
