@@ -3,7 +3,10 @@
 
 #include "logging.h"
 
+#include <algorithm>
 #include <cstring>
+
+#include <usbredirproto.h>
 
 namespace {
 
@@ -13,6 +16,40 @@ void writeLog(void *, int level, const char *message)
         qCWarning(logComponent, "usbredir: %s", message);
     else
         qCDebug(logComponent, "usbredir: %s", message);
+}
+
+// Usbredirhost hands these to libusb even without a device, which libusb does not survive.
+bool needsDevice(uint32_t messageType)
+{
+    return messageType == usb_redir_alloc_bulk_streams || messageType == usb_redir_free_bulk_streams;
+}
+
+// Usbredirhost takes the number of an alternate setting for its place.
+bool hasSettingsInPlace(const libusb_config_descriptor &config)
+{
+    for (int i = 0; i < config.bNumInterfaces; ++i) {
+        const libusb_interface &interface = config.interface[i];
+        for (int place = 0; place < interface.num_altsetting; ++place) {
+            if (interface.altsetting[place].bAlternateSetting >= interface.num_altsetting)
+                return false;
+        }
+    }
+    return true;
+}
+
+bool hasSettingsInPlace(libusb_device *device)
+{
+    libusb_device_descriptor descriptor{};
+    libusb_get_device_descriptor(device, &descriptor);
+    bool inPlace = true;
+    for (uint8_t i = 0; inPlace && i < descriptor.bNumConfigurations; ++i) {
+        libusb_config_descriptor *config = nullptr;
+        if (libusb_get_config_descriptor(device, i, &config) != LIBUSB_SUCCESS)
+            continue; // usbredirhost will not get it either
+        inPlace = hasSettingsInPlace(*config);
+        libusb_free_config_descriptor(config);
+    }
+    return inPlace;
 }
 
 } // namespace
@@ -37,39 +74,71 @@ void UsbChannel::close()
 {
     m_host.reset();
     m_deviceId.clear();
+    m_hasDevice = false;
     m_received.clear();
-    m_taken = 0;
+    m_taken = m_shown = 0;
+    m_messages = {};
 }
 
 bool UsbChannel::connectDevice(const QString &deviceId, libusb_device_handle *handle, QString &error)
 {
+    if (!hasSettingsInPlace(libusb_get_device(handle))) {
+        libusb_close(handle);
+        error = QStringLiteral("its alternate settings are not numbered one after the other");
+        return false;
+    }
     const int result = usbredirhost_set_device(m_host.get(), handle);
     if (result != usb_redir_success) {
         error = QStringLiteral("the device cannot be taken from the local system (usbredir result %1)").arg(result);
         return false;
     }
     m_deviceId = deviceId;
+    m_hasDevice = true;
     return true;
 }
 
 void UsbChannel::disconnectDevice()
 {
-    if (m_host)
+    if (m_hasDevice)
         usbredirhost_set_device(m_host.get(), nullptr);
+    m_hasDevice = false;
     m_deviceId.clear();
 }
+
+// --- what comes in ---
 
 UsbChannel::Read UsbChannel::receive(const std::string &bytes)
 {
     if (!m_host)
         return Read::Fine; // left over from before the channel was closed
     m_received.erase(0, m_taken);
-    m_taken = 0;
+    m_taken = m_shown = 0;
     m_received += bytes;
+    Read result = Read::Fine;
+    while (result != Read::Broken && showNextMessage())
+        result = std::max(result, readMessage());
+    return result;
+}
+
+// One at a time: what the next may do depends on whether this one made the device go.
+bool UsbChannel::showNextMessage()
+{
+    const GuestMessages::Piece piece = m_messages.next(m_received.data() + m_shown, m_received.size() - m_shown);
+    m_shown += piece.size;
+    if (piece.isWhole && needsDevice(piece.type) && !m_hasDevice)
+        m_taken = m_shown;
+    return piece.size > 0;
+}
+
+UsbChannel::Read UsbChannel::readMessage()
+{
     switch (usbredirhost_read_guest_data(m_host.get())) {
     case usbredirhost_read_device_rejected:
+        usbredirhost_set_device(m_host.get(), nullptr);
+        m_hasDevice = false;
         return Read::DeviceRejected;
     case usbredirhost_read_device_lost:
+        m_hasDevice = false;
         return Read::DeviceLost;
     case usbredirhost_read_io_error:
     case usbredirhost_read_parse_error:
@@ -87,7 +156,7 @@ void UsbChannel::flush()
 
 int UsbChannel::take(uint8_t *buffer, int size)
 {
-    const std::size_t count = std::min(std::size_t(size), m_received.size() - m_taken);
+    const std::size_t count = std::min(std::size_t(size), m_shown - m_taken);
     std::memcpy(buffer, m_received.data() + m_taken, count);
     m_taken += count;
     return int(count);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "component/entrypoints.h"
+#include "guestmessages.h"
 
 #include <QString>
 
@@ -41,7 +42,8 @@ public:
     /// Gives the device back to the local system; nothing happens without one.
     void disconnectDevice();
 
-    /// Bytes from the virtual machine.
+    /// Bytes from the virtual machine. A device that is rejected or lost has been given back; it is disconnectDevice()
+    /// that makes the channel free again.
     Read receive(const std::string &bytes);
     /// Sends what has come together for the virtual machine.
     void flush();
@@ -51,6 +53,8 @@ private:
     {
         void operator()(usbredirhost *host) const { usbredirhost_close(host); }
     };
+    bool showNextMessage();
+    Read readMessage();
     int take(uint8_t *buffer, int size);
     int send(uint8_t *bytes, int size);
 
@@ -58,7 +62,9 @@ private:
     const SendCallback m_send;
     void *m_spiceChannel = nullptr;
     QString m_deviceId;
+    bool m_hasDevice = false; ///< usbredirhost has it; it may have been lost since m_deviceId was set
     std::string m_received;
-    std::size_t m_taken = 0;
+    std::size_t m_taken = 0, m_shown = 0; ///< how much of it usbredirhost has read, and may read
+    GuestMessages m_messages;
     std::unique_ptr<usbredirhost, CloseHost> m_host;
 };

@@ -16,21 +16,57 @@
 #include <atomic>
 
 #include <dlfcn.h>
+#include <usbredirproto.h>
 
 namespace {
 
 const std::string PortName = "org.devredir.usb.0";
 const QString Id = QStringLiteral("1-1:11");
 
-bool getsDriver(const QByteArray &name)
-{
-    const QString control = qEnvironmentVariable("USBWORLD_CONTROL");
-    return waitFor([&] { return askSocket(control, "driver 1-1\n", "\n") == "ok " + name + "\n"; });
-}
-
 std::atomic<bool> usbWorks{true};
 
 void ignoreList(QList<ExterDeviceInfo> &) { }
+
+// --- a virtual machine ---
+
+template<typename Body>
+std::string message(uint32_t type, const Body &body, bool hasLongId = true)
+{
+    const usb_redir_header header{type, sizeof body, 1};
+    const std::size_t headerSize = hasLongId ? sizeof header : sizeof header - sizeof(uint32_t);
+    return std::string(reinterpret_cast<const char *>(&header), headerSize)
+        + std::string(reinterpret_cast<const char *>(&body), sizeof body);
+}
+
+std::string greeting()
+{
+    struct
+    {
+        char version[sizeof(usb_redir_hello_header)] = "a test";
+        uint32_t capabilities = 0xff;
+    } const hello;
+    return message(usb_redir_hello, hello, false);
+}
+
+// What a virtual machine has sent before it learned that the device is gone.
+std::string requestsForStreams()
+{
+    const usb_redir_alloc_bulk_streams_header allocate{0x00020002, 4};
+    const usb_redir_free_bulk_streams_header free{0x00020002};
+    return message(usb_redir_alloc_bulk_streams, allocate) + message(usb_redir_free_bulk_streams, free);
+}
+
+// --- the emulated computer ---
+
+QByteArray world(const QByteArray &command)
+{
+    return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + '\n', "\n");
+}
+
+bool getsDriver(const QByteArray &name)
+{
+    return waitFor([&] { return world("driver 1-1") == "ok " + name + "\n"; });
+}
 
 class Reference : public ::testing::Test
 {
@@ -159,6 +195,29 @@ TEST_F(Reference, garbage_from_the_virtual_machine_costs_the_channel_and_nothing
     server.port().close();
     server.port().open();
     EXPECT_TRUE(shareWhenOpen());
+}
+
+TEST_F(Reference, a_request_for_streams_without_a_device_does_no_harm)
+{
+    server.port().send(greeting() + requestsForStreams());
+    ASSERT_TRUE(shareWhenOpen());
+    EXPECT_TRUE(getsDriver("usbfs"));
+}
+
+TEST_F(Reference, a_request_for_streams_of_a_device_that_has_just_been_pulled_does_no_harm)
+{
+    server.port().send(greeting());
+    ASSERT_TRUE(shareWhenOpen());
+    const usb_redir_set_configuration_header toOne{1};
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_EQ(world("unplug 1-1"), "ok\n");
+        server.port().send(message(usb_redir_set_configuration, toOne) + requestsForStreams());
+        EXPECT_TRUE(reported(RedirEventUnshared));
+        server.port().send(requestsForStreams());
+        ASSERT_TRUE(world("plug 1-1").startsWith("ok"));
+        ASSERT_TRUE(shareWhenOpen());
+        EXPECT_TRUE(getsDriver("usbfs"));
+    }
 }
 
 TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_starts_again)

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "guestmessages.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+
+#include <usbredirproto.h>
+
+namespace {
+
+constexpr std::size_t LongHeader = sizeof(usb_redir_header);
+constexpr std::size_t ShortHeader = LongHeader - sizeof(uint32_t); // the id has half its length
+
+constexpr std::size_t LongestWhole = 256; // all but data, and greetings from a distant future
+
+uint32_t numberAt(const char *bytes)
+{
+    return qFromLittleEndian<uint32_t>(bytes);
+}
+
+} // namespace
+
+GuestMessages::Piece GuestMessages::next(const char *bytes, std::size_t count)
+{
+    Piece piece;
+    if (m_left == 0) {
+        const std::size_t header = m_hasLongIds ? LongHeader : ShortHeader;
+        if (count < header)
+            return piece;
+        const uint32_t type = numberAt(bytes);
+        const std::size_t size = header + numberAt(bytes + 4);
+        const bool isShort = size <= LongestWhole;
+        if ((isShort || type == usb_redir_hello) && count < std::min(size, LongestWhole))
+            return piece;
+        if (type == usb_redir_hello)
+            greet(bytes + header, size - header);
+        piece.isWhole = isShort;
+        piece.type = isShort ? type : 0;
+        m_left = size;
+    }
+    piece.size = std::min(m_left, count);
+    m_left -= piece.size;
+    return piece;
+}
+
+// The other end of the bargain: usbredirhost always offers long ids.
+void GuestMessages::greet(const char *message, std::size_t size)
+{
+    constexpr std::size_t capabilities = sizeof(usb_redir_hello_header);
+    if (m_isGreeted)
+        return; // a second greeting counts for nothing
+    m_isGreeted = size >= capabilities; // a shorter one is no greeting
+    m_hasLongIds =
+        size >= capabilities + sizeof(uint32_t) && numberAt(message + capabilities) & 1u << usb_redir_cap_64bits_ids;
+}
