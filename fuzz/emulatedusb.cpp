@@ -10,6 +10,15 @@
 #include <memory>
 #include <set>
 
+namespace {
+
+struct InterfaceState
+{
+    bool hasDriver = true, isClaimed = false;
+};
+
+} // namespace
+
 struct libusb_device
 {
     EmulatedDevice shape;
@@ -18,7 +27,7 @@ struct libusb_device
     std::vector<std::vector<libusb_interface_descriptor>> settingDescriptors;
     std::vector<libusb_interface> interfaceDescriptors;
     libusb_config_descriptor config{};
-    std::vector<bool> hasDriver, isClaimed;
+    std::vector<InterfaceState> interfaces;
     bool isOpen = false, detachesDrivers = false, wasMadeToFail = false, isGone = false;
 };
 
@@ -66,19 +75,20 @@ int resultOf(libusb_device_handle *handle)
     return resultOf(deviceOf(handle));
 }
 
-// The interface of this number, wherever it stands; -1 if there is none. The kernel looks at no others.
-int indexOf(const libusb_device &device, int number)
+// A call about an interface: null, and the result, if the call fails before it does its work. The number is what
+// counts, not the place; of two with the same number the kernel looks at the first.
+InterfaceState *interfaceOf(libusb_device_handle *handle, int number, int &result)
 {
-    const auto &interfaces = device.shape.interfaces;
-    const auto found = std::find_if(interfaces.begin(), interfaces.end(),
-                                    [number](const auto &settings) { return settings.front().interface == number; });
-    return found == interfaces.end() ? -1 : int(found - interfaces.begin());
-}
-
-bool isClaimed(const libusb_device &device, int number)
-{
-    const int index = indexOf(device, number);
-    return index >= 0 && device.isClaimed[std::size_t(index)];
+    libusb_device &device = deviceOf(handle);
+    result = resultOf(device);
+    if (result != LIBUSB_SUCCESS)
+        return nullptr;
+    for (std::size_t place = 0; place < device.interfaces.size(); ++place) {
+        if (device.shape.interfaces[place].front().interface == number)
+            return &device.interfaces[place];
+    }
+    result = LIBUSB_ERROR_NOT_FOUND;
+    return nullptr;
 }
 
 libusb_endpoint_descriptor described(const EmulatedEndpoint &endpoint)
@@ -95,8 +105,7 @@ libusb_endpoint_descriptor described(const EmulatedEndpoint &endpoint)
 void describe(libusb_device &device)
 {
     const auto &interfaces = device.shape.interfaces;
-    device.hasDriver.assign(interfaces.size(), true);
-    device.isClaimed.assign(interfaces.size(), false);
+    device.interfaces.resize(interfaces.size());
     for (const auto &settings : interfaces) {
         auto &descriptors = device.settingDescriptors.emplace_back();
         for (const EmulatedSetting &setting : settings) {
@@ -205,8 +214,8 @@ void EmulatedUsb::expectDrivers()
 {
     if (!state.device || state.device->isGone || state.device->wasMadeToFail)
         return;
-    const auto &drivers = state.device->hasDriver;
-    expect(std::all_of(drivers.begin(), drivers.end(), [](bool has) { return has; }), "the local drivers are back");
+    for (const InterfaceState &interface : state.device->interfaces)
+        expect(interface.hasDriver, "the local drivers are back");
 }
 
 // --- what libusb offers ---
@@ -288,46 +297,37 @@ int libusb_set_auto_detach_kernel_driver(libusb_device_handle *handle, int enabl
 
 int libusb_claim_interface(libusb_device_handle *handle, int number)
 {
-    libusb_device &device = deviceOf(handle);
-    const int result = resultOf(device);
-    if (result != LIBUSB_SUCCESS)
+    int result;
+    InterfaceState *interface = interfaceOf(handle, number, result);
+    if (!interface)
         return result;
-    const int index = indexOf(device, number);
-    if (index < 0)
-        return LIBUSB_ERROR_NOT_FOUND;
-    const auto interface = std::size_t(index);
-    if (device.hasDriver[interface] && !device.detachesDrivers)
+    if (interface->hasDriver && !handle->device->detachesDrivers)
         return LIBUSB_ERROR_BUSY;
-    device.hasDriver[interface] = false;
-    device.isClaimed[interface] = true;
+    *interface = {false, true};
     return LIBUSB_SUCCESS;
 }
 
 int libusb_release_interface(libusb_device_handle *handle, int number)
 {
-    libusb_device &device = deviceOf(handle);
-    const int result = resultOf(device);
-    if (result != LIBUSB_SUCCESS)
+    int result;
+    InterfaceState *interface = interfaceOf(handle, number, result);
+    if (!interface)
         return result;
-    if (!isClaimed(device, number))
+    if (!interface->isClaimed)
         return LIBUSB_ERROR_NOT_FOUND;
-    const auto interface = std::size_t(indexOf(device, number));
-    device.isClaimed[interface] = false;
-    device.hasDriver[interface] = device.hasDriver[interface] || device.detachesDrivers;
+    *interface = {handle->device->detachesDrivers, false};
     return LIBUSB_SUCCESS;
 }
 
 int libusb_attach_kernel_driver(libusb_device_handle *handle, int number)
 {
-    libusb_device &device = deviceOf(handle);
-    const int result = resultOf(device);
-    if (result != LIBUSB_SUCCESS)
+    int result;
+    InterfaceState *interface = interfaceOf(handle, number, result);
+    if (!interface)
         return result;
-    if (indexOf(device, number) < 0)
-        return LIBUSB_ERROR_NOT_FOUND;
-    if (isClaimed(device, number))
+    if (interface->isClaimed)
         return LIBUSB_ERROR_BUSY;
-    device.hasDriver[std::size_t(indexOf(device, number))] = true;
+    interface->hasDriver = true;
     return LIBUSB_SUCCESS;
 }
 
@@ -338,17 +338,16 @@ int libusb_set_configuration(libusb_device_handle *handle, int)
 
 int libusb_set_interface_alt_setting(libusb_device_handle *handle, int number, int alternate)
 {
-    libusb_device &device = deviceOf(handle);
-    const int result = resultOf(device);
-    if (result != LIBUSB_SUCCESS)
+    int result;
+    const InterfaceState *interface = interfaceOf(handle, number, result);
+    if (!interface)
         return result;
-    if (!isClaimed(device, number))
-        return LIBUSB_ERROR_NOT_FOUND;
-    const auto &settings = device.shape.interfaces[std::size_t(indexOf(device, number))];
+    const libusb_device &device = *handle->device;
+    const auto &settings = device.shape.interfaces[std::size_t(interface - device.interfaces.data())];
     const bool exists = std::any_of(settings.begin(), settings.end(), [alternate](const EmulatedSetting &setting) {
         return setting.alternate == alternate;
     });
-    return exists ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
+    return interface->isClaimed && exists ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
 }
 
 int libusb_clear_halt(libusb_device_handle *handle, unsigned char)

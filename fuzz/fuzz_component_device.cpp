@@ -4,10 +4,10 @@
 //
 // An input: the greeting of the virtual machine, then steps. Numbers come from the input's end, bytes from its start.
 
+#include "deliver.h"
 #include "emulatedusb.h"
 #include "logging.h"
 #include "target.h"
-#include "usbchannel.h"
 
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sanitizer/asan_interface.h>
@@ -125,7 +125,7 @@ private:
         body.append(reinterpret_cast<const char *>(&capabilities), sizeof capabilities);
         m_longIds = false;
         m_posted.clear();
-        deliver(framed(usb_redir_hello, body));
+        arrive(framed(usb_redir_hello, body));
         m_longIds = capabilities & 1u << usb_redir_cap_64bits_ids; // the channel's end knows them
     }
 
@@ -236,25 +236,16 @@ private:
         m_posted += bytes;
         const std::size_t arriving =
             m_input.ConsumeBool() ? m_posted.size() : m_input.ConsumeIntegralInRange<std::size_t>(0, m_posted.size());
-        deliver(m_posted.substr(0, arriving));
+        arrive(m_posted.substr(0, arriving));
         m_posted.erase(0, arriving);
     }
 
-    // What the redirector does with what comes in.
-    void deliver(const std::string &bytes)
+    void arrive(const std::string &bytes)
     {
-        switch (m_channel.receive(bytes)) {
-        case UsbChannel::Read::Fine:
-            break;
-        case UsbChannel::Read::DeviceRejected:
-        case UsbChannel::Read::DeviceLost:
-            m_channel.disconnectDevice();
-            break;
-        case UsbChannel::Read::Broken:
-            m_channel.disconnectDevice();
-            m_channel.close();
-            break;
-        }
+        if (deliver(m_channel, bytes))
+            return;
+        m_channel.disconnectDevice();
+        m_channel.close();
     }
 
     FuzzedDataProvider &m_input;

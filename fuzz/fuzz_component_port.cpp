@@ -4,9 +4,9 @@
 //
 // An input: one byte for the size of the pieces in which the rest arrives (0: all at once), then the messages.
 
+#include "deliver.h"
 #include "logging.h"
 #include "target.h"
-#include "usbchannel.h"
 
 #include <sanitizer/allocator_interface.h>
 
@@ -36,23 +36,6 @@ std::string greetingOf(UsbChannel &channel)
     channel.open(usb);
     expect(channel.isOpen(), "the channel can be opened");
     return sent;
-}
-
-// What the redirector does with what comes in; false when it gives the channel up.
-bool deliver(UsbChannel &channel, const std::string &bytes)
-{
-    switch (channel.receive(bytes)) {
-    case UsbChannel::Read::Fine:
-        break;
-    case UsbChannel::Read::DeviceRejected:
-    case UsbChannel::Read::DeviceLost:
-        channel.disconnectDevice();
-        break;
-    case UsbChannel::Read::Broken:
-        return false;
-    }
-    channel.flush();
-    return true;
 }
 
 void exchange(std::size_t pieceSize, const std::string &messages)
