@@ -53,10 +53,12 @@ void compare(const Config &config, const Json::Value &document)
     for (int i = 0; i < config.devices.size(); ++i) {
         const Json::Value &device = devices[std::size_t(i)];
         expectEqual(config.devices[i].size(), int(device.members.size()), "number of a device's members");
-        for (const auto &[name, member] : device.members) {
-            expect(config.devices[i].contains(name), "a device's member");
-            if (member.isText())
-                expectEqual(config.devices[i].value(name).toString(), member.text, "a device's text");
+        // Member by member: Qt's look-up misses some names when others have characters beyond U+E000.
+        for (auto member = config.devices[i].begin(); member != config.devices[i].end(); ++member) {
+            const auto found = device.members.find(member.key());
+            expect(found != device.members.end(), "a device's member");
+            if (found->second.isText())
+                expectEqual(member.value().toString(), found->second.text, "a device's text");
         }
     }
 

@@ -99,6 +99,21 @@ void compareAll(const QList<ExterDeviceInfo> &devices, int before, const Json::V
     expectEqual(devices.size(), next, "number of records");
 }
 
+bool isSame(const QJsonValue &actual, const Json::Value &expected);
+
+// Member by member: Qt's look-up misses some names when others have characters beyond U+E000.
+bool hasSameMembers(const QJsonObject &object, const std::map<QString, Json::Value> &expected)
+{
+    if (std::size_t(object.size()) != expected.size())
+        return false;
+    for (auto member = object.begin(); member != object.end(); ++member) {
+        const auto found = expected.find(member.key());
+        if (found == expected.end() || !isSame(member.value(), found->second))
+            return false;
+    }
+    return true;
+}
+
 /// Whether Qt's reader found all of it, numbers aside, and nothing else.
 bool isSame(const QJsonValue &actual, const Json::Value &expected)
 {
@@ -119,12 +134,8 @@ bool isSame(const QJsonValue &actual, const Json::Value &expected)
         return actual.isArray()
             && std::equal(array.begin(), array.end(), expected.entries.begin(), expected.entries.end(), isSame);
     }
-    case Kind::Object: {
-        const QJsonObject object = actual.toObject();
-        return actual.isObject() && std::size_t(object.size()) == expected.members.size()
-            && std::all_of(expected.members.begin(), expected.members.end(),
-                           [&](const auto &member) { return isSame(object.value(member.first), member.second); });
-    }
+    case Kind::Object:
+        return actual.isObject() && hasSameMembers(actual.toObject(), expected.members);
     }
     return false;
 }

@@ -45,6 +45,7 @@ private:
         char closing; ///< the bracket that ends it
         std::vector<Member> members;
         bool inMember = false;
+        bool hasZeroInName = false;
     };
 
     bool readToken()
@@ -94,6 +95,7 @@ private:
         if (level.closing == '}' && !level.inMember) {
             level.members.push_back({begin, m_next, m_next});
             level.inMember = true;
+            level.hasZeroInName = level.hasZeroInName || m_text.mid(begin, m_next - begin).contains('\0');
         }
         return true;
     }
@@ -109,9 +111,10 @@ private:
     bool endLevel()
     {
         endMember();
+        const Level &level = m_levels.back();
         QHash<QVector<uint>, const Member *> latest;
-        for (const Member &member : m_levels.back().members) {
-            const Member *&sameName = latest[nameOf(member)];
+        for (const Member &member : level.members) {
+            const Member *&sameName = latest[nameOf(member, level.hasZeroInName)];
             if (sameName && !blank(*sameName))
                 return false;
             sameName = &member;
@@ -120,12 +123,12 @@ private:
         return !m_levels.empty();
     }
 
-    // Alike for all that Qt's reader may take for one name: it does not look beyond a zero, nor tell half a surrogate
-    // pair from the character that stands for it in UTF-8 (which toUcs4() puts in its place).
-    QVector<uint> nameOf(const Member &member) const
+    // Alike for all that Qt's reader may take for one name: it does not look beyond a zero that is not escaped, nor
+    // tell half a surrogate pair from the character that stands for it in UTF-8 (which toUcs4() puts in its place).
+    QVector<uint> nameOf(const Member &member, bool endsAtZero) const
     {
         QVector<uint> name = textOf(member).toUcs4();
-        const int zero = name.indexOf(0);
+        const int zero = endsAtZero ? name.indexOf(0) : -1;
         if (zero >= 0)
             name.resize(zero + 1);
         return name;

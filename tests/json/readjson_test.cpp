@@ -44,6 +44,7 @@ TEST(ReadJson, reads_what_has_each_name_once_as_qt_does)
              "\xef\xbb\xbf{\"a\":\"\xc3\xa4\\u00e4\\n\\\"\"}",
              "{\"a\":{\"a\":{\"a\":[{\"a\":1},{\"a\":2}]}},\"b\":\"a\",\"\":{},\"c\":[\"a\",\"a\"]}",
              "{\"a,\\\"\":1,\"}\":\"]\",\"a\\\\\":[\"{\\\"a\\\":\"]}",
+             "{\"\\u0000a\":{},\"\\u0000b\":[],\"\\u0000\":1,\"\":2}",
              "{\"?\":1,\"\\ufffd\":2,\"\xef\xbb\xbfx\":{},\"x\":{},\"\\ud83d\\ude00\":3}",
          })
         expectAsQtReads(text);
@@ -65,7 +66,7 @@ TEST(ReadJson, takes_the_last_of_the_members_with_one_name)
         {"{\"a\":{},\"\\u0061\":2}", "{\"a\":2}"},
         {"{\"\\u00e4\":{},\"\xc3\xa4\":2}", "{\"\xc3\xa4\":2}"},
         {"{\"\":[],\"\":[1]}", "{\"\":[1]}"},
-        {"{\"\\u0000a\":{},\"\\u0000b\":[]}", "{\"\\u0000b\":[]}"},
+        {"{\"\\u0000a\":{},\"\\u0000a\":[]}", "{\"\\u0000a\":[]}"},
         {"{\"\\ud800\":{},\"\xef\xbf\xbd\":[]}", "{\"\xef\xbf\xbd\":[]}"},
         {"{\"\xef\xbf\xbd\":{},\"\\udc00\":[]}", "{\"\\udc00\":[]}"},
         {"{\"a\\ud800\":{},\"a\\ud801\":{},\"a\\ufffd\":1}", "{\"a\xef\xbf\xbd\":1}"},
@@ -76,6 +77,8 @@ TEST(ReadJson, takes_the_last_of_the_members_with_one_name)
     };
     for (const auto &row : table)
         EXPECT_EQ(compactOf(row.text), QByteArray(row.expected)) << row.text;
+    const char zeros[] = "{\"a\0b\":{},\"a\0c\":[],\"a\":1}";
+    EXPECT_EQ(compactOf(QByteArray(zeros, sizeof zeros - 1)), QByteArray("{\"a\":1,\"a\\u0000c\":[]}"));
 }
 
 TEST(ReadJson, takes_the_last_one_among_any_number_of_members)
