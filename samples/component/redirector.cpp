@@ -173,6 +173,7 @@ Outcome Redirector::share(const UsbDevice &device)
         const Outcome outcome = connectDevice(device);
         setFailure(device.id(), outcome);
         if (outcome) {
+            m_idByPortPath.insert(device.portPath, device.id()); // it may leave before its arrival is reported
             noteShared(device.id(), true);
             report(RedirEventShared, {{QStringLiteral("deviceId"), device.id()}});
         }

@@ -29,31 +29,37 @@ void ignoreList(QList<ExterDeviceInfo> &) { }
 
 // --- a virtual machine ---
 
+std::string header(uint32_t type, std::size_t length, bool hasLongId)
+{
+    const usb_redir_header header{type, uint32_t(length), 1};
+    return std::string(reinterpret_cast<const char *>(&header), hasLongId ? 16 : 12);
+}
+
 template<typename Body>
 std::string message(uint32_t type, const Body &body, bool hasLongId = true)
 {
-    const usb_redir_header header{type, sizeof body, 1};
-    const std::size_t headerSize = hasLongId ? sizeof header : sizeof header - sizeof(uint32_t);
-    return std::string(reinterpret_cast<const char *>(&header), headerSize)
-        + std::string(reinterpret_cast<const char *>(&body), sizeof body);
+    return header(type, sizeof body, hasLongId) + std::string(reinterpret_cast<const char *>(&body), sizeof body);
 }
 
-std::string greeting()
+std::string greeting(bool hasLongIds = true)
 {
     struct
     {
         char version[sizeof(usb_redir_hello_header)] = "a test";
         uint32_t capabilities = 0xff;
-    } const hello;
+    } hello;
+    if (!hasLongIds)
+        hello.capabilities &= ~(1u << usb_redir_cap_64bits_ids);
     return message(usb_redir_hello, hello, false);
 }
 
 // What a virtual machine has sent before it learned that the device is gone.
-std::string requestsForStreams()
+std::string requestsForStreams(bool hasLongIds = true)
 {
     const usb_redir_alloc_bulk_streams_header allocate{0x00020002, 4};
     const usb_redir_free_bulk_streams_header free{0x00020002};
-    return message(usb_redir_alloc_bulk_streams, allocate) + message(usb_redir_free_bulk_streams, free);
+    return message(usb_redir_alloc_bulk_streams, allocate, hasLongIds)
+        + message(usb_redir_free_bulk_streams, free, hasLongIds);
 }
 
 // --- the emulated computer ---
@@ -197,9 +203,24 @@ TEST_F(Reference, garbage_from_the_virtual_machine_costs_the_channel_and_nothing
     EXPECT_TRUE(shareWhenOpen());
 }
 
-TEST_F(Reference, a_request_for_streams_without_a_device_does_no_harm)
+TEST_F(Reference, a_request_for_streams_without_a_device_does_no_harm_however_it_arrives)
 {
-    server.port().send(greeting() + requestsForStreams());
+    constexpr std::size_t AllAtOnce = 1000;
+    for (const bool hasLongIds : {true, false}) {
+        const std::string question = header(usb_redir_get_configuration, 0, hasLongIds);
+        const usb_redir_configuration_status_header noDevice{usb_redir_ioerror, 0};
+        const std::string answer = message(usb_redir_configuration_status, noDevice, hasLongIds);
+        const std::string messages = greeting(hasLongIds) + requestsForStreams(hasLongIds) + question;
+        for (const std::size_t pieceSize : {AllAtOnce, std::size_t(7), std::size_t(1)}) {
+            server.port().close();
+            server.port().open();
+            const std::size_t before = server.port().received().size();
+            for (std::size_t next = 0; next < messages.size(); next += pieceSize)
+                server.port().send(messages.substr(next, pieceSize));
+            EXPECT_TRUE(waitFor([&] { return server.port().received().find(answer, before) != std::string::npos; }))
+                << "in pieces of " << pieceSize << (hasLongIds ? ", long ids" : ", short ids");
+        }
+    }
     ASSERT_TRUE(shareWhenOpen());
     EXPECT_TRUE(getsDriver("usbfs"));
 }
@@ -208,15 +229,25 @@ TEST_F(Reference, a_request_for_streams_of_a_device_that_has_just_been_pulled_do
 {
     server.port().send(greeting());
     ASSERT_TRUE(shareWhenOpen());
-    const usb_redir_set_configuration_header toOne{1};
     for (int i = 0; i < 10; ++i) {
         ASSERT_EQ(world("unplug 1-1"), "ok\n");
-        server.port().send(message(usb_redir_set_configuration, toOne) + requestsForStreams());
+        server.port().send(header(usb_redir_reset, 0, true) + requestsForStreams());
         EXPECT_TRUE(reported(RedirEventUnshared));
         server.port().send(requestsForStreams());
         ASSERT_TRUE(world("plug 1-1").startsWith("ok"));
         ASSERT_TRUE(shareWhenOpen());
         EXPECT_TRUE(getsDriver("usbfs"));
+    }
+}
+
+TEST_F(Reference, a_device_that_is_pulled_at_once_after_it_was_shared_is_back_when_it_is_plugged_in_again)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(world("unplug 1-1"), "ok\n");
+        EXPECT_TRUE(reported(RedirEventUnshared));
+        ASSERT_TRUE(world("plug 1-1").startsWith("ok"));
+        ASSERT_TRUE(shareWhenOpen()) << "its arrival may not have been reported yet";
     }
 }
 
