@@ -35,8 +35,11 @@ GuestMessages::Piece GuestMessages::next(const char *bytes, std::size_t count)
             return piece;
         if (type == usb_redir_hello)
             greet(bytes + header, size - header);
-        piece.isWhole = isShort;
-        piece.type = isShort ? type : 0;
+        if (isShort) {
+            piece.isWhole = true;
+            piece.type = type;
+            piece.headerSize = header;
+        }
         m_left = size;
     }
     piece.size = std::min(m_left, count);

@@ -17,6 +17,7 @@ public:
         std::size_t size = 0; ///< 0: more has to come first
         bool isWhole = false;
         uint32_t type = 0; ///< usb_redir_reset, ...; only of a whole message
+        std::size_t headerSize = 0; ///< what follows belongs to the type; only of a whole message
     };
 
     /// The next piece, which begins at \a bytes. It counts as taken.

@@ -24,6 +24,17 @@ bool needsDevice(uint32_t messageType)
     return messageType == usb_redir_alloc_bulk_streams || messageType == usb_redir_free_bulk_streams;
 }
 
+// Usbredirhost begins to send when half of a stream's packets are there. Of one packet there is no half: it never
+// begins, and has no room for the second.
+bool startsStreamOfOnePacket(const char *message, const GuestMessages::Piece &piece)
+{
+    usb_redir_start_iso_stream_header start;
+    if (piece.type != usb_redir_start_iso_stream || piece.size != piece.headerSize + sizeof start)
+        return false;
+    std::memcpy(&start, message + piece.headerSize, sizeof start);
+    return !(start.endpoint & LIBUSB_ENDPOINT_IN) && start.pkts_per_urb * start.no_urbs == 1;
+}
+
 // Usbredirhost takes the number of an alternate setting for its place.
 bool hasSettingsInPlace(const libusb_config_descriptor &config)
 {
@@ -123,9 +134,10 @@ UsbChannel::Read UsbChannel::receive(const std::string &bytes)
 // One at a time: what the next may do depends on whether this one made the device go.
 bool UsbChannel::showNextMessage()
 {
-    const GuestMessages::Piece piece = m_messages.next(m_received.data() + m_shown, m_received.size() - m_shown);
+    const char *const message = m_received.data() + m_shown;
+    const GuestMessages::Piece piece = m_messages.next(message, m_received.size() - m_shown);
     m_shown += piece.size;
-    if (piece.isWhole && needsDevice(piece.type) && !m_hasDevice)
+    if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece)))
         m_taken = m_shown;
     return piece.size > 0;
 }
