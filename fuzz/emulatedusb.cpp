@@ -248,7 +248,7 @@ int libusb_get_device_descriptor(libusb_device *device, libusb_device_descriptor
 {
     *descriptor = {};
     descriptor->bDeviceClass = device->shape.usbClass;
-    descriptor->bNumConfigurations = device->shape.configurations;
+    descriptor->bNumConfigurations = 2; // the second cannot be read
     return LIBUSB_SUCCESS;
 }
 
@@ -258,8 +258,10 @@ int libusb_get_active_config_descriptor(libusb_device *device, libusb_config_des
     return result == LIBUSB_SUCCESS ? libusb_get_config_descriptor(device, 0, config) : result;
 }
 
-int libusb_get_config_descriptor(libusb_device *device, uint8_t, libusb_config_descriptor **config)
+int libusb_get_config_descriptor(libusb_device *device, uint8_t index, libusb_config_descriptor **config)
 {
+    if (index > 0)
+        return LIBUSB_ERROR_NOT_FOUND;
     *config = &device->config;
     ++state.borrowedDescriptors;
     return LIBUSB_SUCCESS;

@@ -33,7 +33,7 @@ struct EmulatedSetting
 struct EmulatedDevice
 {
     int speed = LIBUSB_SPEED_SUPER;
-    uint8_t usbClass = 0, configurations = 1;
+    uint8_t usbClass = 0;
     std::vector<std::vector<EmulatedSetting>> interfaces;
 };
 

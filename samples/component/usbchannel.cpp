@@ -137,8 +137,10 @@ bool UsbChannel::showNextMessage()
     const char *const message = m_received.data() + m_shown;
     const GuestMessages::Piece piece = m_messages.next(message, m_received.size() - m_shown);
     m_shown += piece.size;
-    if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece)))
+    if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece))) {
+        qCWarning(logComponent, "%s: a message of type %u is dropped", qPrintable(m_name), piece.type);
         m_taken = m_shown;
+    }
     return piece.size > 0;
 }
 

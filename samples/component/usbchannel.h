@@ -20,6 +20,7 @@
 class UsbChannel
 {
 public:
+    /// From good to bad: of several messages the worst counts.
     enum class Read { Fine, DeviceRejected, DeviceLost, Broken };
 
     UsbChannel(QString name, SendCallback send);
