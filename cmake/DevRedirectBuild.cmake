@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
-# Warnings, sanitizers and coverage, the same for the library, the samples and the tests.
+# Warnings, sanitizers and coverage, the same for the library, the reference and the tests.
 
 set(DEVREDIRECT_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion)
 if(DEVREDIRECT_SANITIZE) # the checks that gcc puts in look to it like uses of what is not set

@@ -24,7 +24,7 @@ enum ChannelEvent : int {
  * What the component reports through the event callback.
  *
  * The component fixes the numbers and the host interprets them; the library passes them through and never looks at
- * them. The enumerators are those of the component in samples/component. A component may report others.
+ * them. The enumerators are those of the component in reference/component. A component may report others.
  */
 enum RedirEvent : int {
     RedirEventDeviceArrived = 1, ///< a device was plugged in

@@ -10,7 +10,7 @@
 
 /**
  * The whole chain, each part a process of its own: a virtual machine with USB ports on SPICE, and an emulated computer
- * with USB sticks on which the sample host runs. Everything lies in a folder that goes with this object, and every
+ * with USB sticks on which the reference host runs. Everything lies in a folder that goes with this object, and every
  * process ends with it.
  */
 class Chain
