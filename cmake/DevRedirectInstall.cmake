@@ -6,9 +6,18 @@ set(DEVREDIRECT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/DevRedirect)
 
 install(TARGETS devredirecthandler EXPORT DevRedirectTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(room devices component worker mount interface log)
-    install(DIRECTORY ${room} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect FILES_MATCHING PATTERN "*.h")
+foreach(header
+        component/entrypoints.h component/redirecthandler.h component/redirevents.h
+        devices/devredirectmanger.h devices/exterdeviceinfo.h devices/externaldevicelistparser.h
+        devices/redirectconstants.h
+        interface/devparamfromclient.h interface/devredirectinterface.h
+        mount/watchmountworker.h
+        worker/devredirectworker.h worker/portchannelglue.h)
+    get_filename_component(room ${header} DIRECTORY)
+    install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect/${room})
 endforeach()
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/include/devredirectexport.h
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect)
 
 install(EXPORT DevRedirectTargets NAMESPACE DevRedirect:: DESTINATION ${DEVREDIRECT_CMAKE_DIR})
 configure_package_config_file(cmake/DevRedirectConfig.cmake.in DevRedirectConfig.cmake

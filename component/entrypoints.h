@@ -3,14 +3,20 @@
 
 #include "component/redirevents.h"
 
+#include <cstdint>
 #include <string>
 
 /**
  * \file
- * The seven C entry points of the redirection component "libdevredir.so", by the names that it exports.
+ * The seven entry points of the redirection component "libdevredir.so", by the names that it exports, and the one
+ * function that a component may look up in this library.
  *
- * Some take library-level objects, so a component must be built with the same standard library as this one. A
- * component's author includes this header and defines the functions extern "C" with these types.
+ * They are C++ functions with C linkage: some take std::function and std::string, so a component must be built with
+ * the same standard library as this one. A component's author includes this header and declares
+ *
+ *     extern "C" RedirCheck redirCheck;
+ *
+ * before he defines the function, so that the compiler compares the types.
  */
 
 /// "redirInit": starts the component. Arguments: send callback, event callback (both may be empty), VM identifier,
@@ -35,3 +41,9 @@ using RedirCtrl = int(std::string, char *, int &);
 
 /// "redirDeinit": stops the component. No callback may be called once it has returned.
 using RedirDeinit = void();
+
+/// "devredirectBytesWaiting", exported by this library: how many bytes of the component's messages wait to be written
+/// to \a channel (the pointer from "redirSetupContext"); -1 if that cannot be known, as with the client's own build of
+/// the SPICE client library. A component looks it up when it starts and does without it where it is missing.
+/// \thread any
+using BytesWaiting = std::int64_t(const void *channel);

@@ -1,18 +1,20 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "component/redirevents.h"
-#include "devices/devredirectexport.h"
-#include "log/ratelimitedlog.h"
+#include "component/entrypoints.h"
+#include "devredirectexport.h"
 
+#include <QMutex>
 #include <QString>
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 QT_BEGIN_NAMESPACE
 class QLibrary;
 QT_END_NAMESPACE
+class RateLimitedLog;
 
 /**
  * Loads the redirection component and calls its seven entry points.
@@ -48,8 +50,18 @@ public:
      */
     bool load(const QString &path);
 
-    /// Loads from getlibPath(). Whether it worked shows in the log and in the later calls.
+    /// Loads from getlibPath(). Whether it worked is what isLoaded() and the log tell.
     void loadDynamicLib();
+
+    /// Did the last load() find the component with all seven entry points? False before it and after unLoad().
+    bool isLoaded() const { return m_loaded; }
+
+    /// Why the last load() failed, as one line for people: the file was not found, what the system's loader says, or
+    /// the entry point that is missing. Empty if it did not fail.
+    QString loadError() const;
+
+    /// Is the component running: has "redirInit" returned true, without a redirDeinit() since?
+    bool isStarted() const { return m_started; }
 
     /**
      * Unloads the component. Call redirDeinit() and stopMappingFunction() before: the entry points are not cleared.
@@ -101,17 +113,19 @@ public:
     void logOutput(const QString &text);
 
 private:
-    using EntryPoint = std::atomic<void (*)()>;
-    struct NamedEntryPoint;
-    static const NamedEntryPoint EntryPoints[7];
+    void setLoadError(const QString &reason);
 
     std::atomic<QLibrary *> m_library{nullptr};
-    EntryPoint m_funcRedirInit{nullptr};
-    EntryPoint m_funcRedirCheck{nullptr};
-    EntryPoint m_funcRedirHandler{nullptr};
-    EntryPoint m_funcRedirSetupContext{nullptr};
-    EntryPoint m_funcRedirEventHandler{nullptr};
-    EntryPoint m_redirCtrl{nullptr};
-    EntryPoint m_funcRedirDeinit{nullptr};
-    RateLimitedLog m_log{"logOutput"};
+    std::atomic<RedirInit *> m_funcRedirInit{nullptr};
+    std::atomic<RedirCheck *> m_funcRedirCheck{nullptr};
+    std::atomic<RedirHandler *> m_funcRedirHandler{nullptr};
+    std::atomic<RedirSetupContext *> m_funcRedirSetupContext{nullptr};
+    std::atomic<RedirEventHandler *> m_funcRedirEventHandler{nullptr};
+    std::atomic<RedirCtrl *> m_redirCtrl{nullptr};
+    std::atomic<RedirDeinit *> m_funcRedirDeinit{nullptr};
+    std::atomic<bool> m_loaded{false};
+    std::atomic<bool> m_started{false};
+    mutable QMutex m_mutex; ///< guards m_loadError
+    QString m_loadError;
+    const std::unique_ptr<RateLimitedLog> m_log;
 };

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include "component/entrypoints.h"
+#include "component/contained.h"
 #include "component/redirecthandler.h"
-#include "log/contained.h"
+#include "log/ratelimitedlog.h"
 
 #include <QByteArray>
 
@@ -14,7 +14,7 @@ SendCallback safe(SendCallback send)
     if (!send)
         return send;
     return [send = std::move(send)](void *channel, char *message, int length) {
-        return Log::contained("redirInit", "the send callback", -1, [&] { return send(channel, message, length); });
+        return contained("redirInit", "the send callback", -1, [&] { return send(channel, message, length); });
     };
 }
 
@@ -23,14 +23,8 @@ EventCallback safe(EventCallback notify)
     if (!notify)
         return notify;
     return [notify = std::move(notify)](void *context, RedirEvent event, const char *text, int length) {
-        Log::containedVoid("redirInit", "the event callback", [&] { notify(context, event, text, length); });
+        containedVoid("redirInit", "the event callback", [&] { notify(context, event, text, length); });
     };
-}
-
-template<typename Function>
-Function *as(void (*entryPoint)())
-{
-    return reinterpret_cast<Function *>(entryPoint);
 }
 
 QString trueOrFalse(bool value)
@@ -51,15 +45,16 @@ bool RedirectHandler::loadRedirComponent(SendCallback send, EventCallback event,
                                          std::string configPath)
 {
     logOutput(QStringLiteral(" Begin to load redirect component, call RedirInit function."));
-    auto *const init = as<RedirInit>(m_funcRedirInit);
+    RedirInit *const init = m_funcRedirInit;
     if (!init) {
         Log::module(QtCriticalMsg, __func__, " Fail to call redirInit, due to that m_funcRedirInit is NULL");
         return false;
     }
-    const bool result = Log::contained(__func__, "redirInit", false, [&] {
+    const bool result = contained(__func__, "redirInit", false, [&] {
         return init(safe(std::move(send)), safe(std::move(event)), std::move(vmId), std::move(configPath));
     });
-    m_log.write(
+    m_started = result;
+    m_log->write(
         [result] { return QStringLiteral(" End to  call RedirInit function. result: ") + trueOrFalse(result); });
     return result;
 }
@@ -67,14 +62,14 @@ bool RedirectHandler::loadRedirComponent(SendCallback send, EventCallback event,
 bool RedirectHandler::checkRedirChannel(std::string channelName, void **context)
 {
     logOutput(QStringLiteral(" Begin to check redirect channel, call RedirCheck function."));
-    auto *const check = as<RedirCheck>(m_funcRedirCheck);
+    RedirCheck *const check = m_funcRedirCheck;
     if (!check) {
         Log::module(QtCriticalMsg, __func__, " Fail to call redirCheck, due to that m_funcRedirCheck is NULL");
         return false;
     }
     const bool result =
-        Log::contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
-    m_log.write(
+        contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
+    m_log->write(
         [result] { return QStringLiteral(" End to  call RedirCheck function. result: ") + trueOrFalse(result); });
     return result;
 }
@@ -82,14 +77,14 @@ bool RedirectHandler::checkRedirChannel(std::string channelName, void **context)
 bool RedirectHandler::setupRedirContext(void *context, void *channel)
 {
     logOutput(QStringLiteral(" Begin to setup redirect context, call RedirSetupContext function."));
-    auto *const setup = as<RedirSetupContext>(m_funcRedirSetupContext);
+    RedirSetupContext *const setup = m_funcRedirSetupContext;
     if (!setup) {
         Log::guard(QtCriticalMsg, __func__,
                    "call redirSetupContext failed due to that m_funcRedirSetupContext is NULL");
         return false;
     }
-    const bool result = Log::contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
-    m_log.write([result] {
+    const bool result = contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
+    m_log->write([result] {
         return QStringLiteral(" End to  call RedirSetupContext function. result: ") + trueOrFalse(result);
     });
     return result;
@@ -97,12 +92,12 @@ bool RedirectHandler::setupRedirContext(void *context, void *channel)
 
 void RedirectHandler::handlerRedirData(char *data, int length, void *context)
 {
-    auto *const handler = as<RedirHandler>(m_funcRedirHandler);
+    RedirHandler *const handler = m_funcRedirHandler;
     if (!handler) {
         Log::guard(QtCriticalMsg, __func__, "call redirHandler failed due to that m_funcRedirHandler is NULL");
         return;
     }
-    Log::containedVoid(__func__, "redirHandler", [&] { handler(data, length, context); });
+    containedVoid(__func__, "redirHandler", [&] { handler(data, length, context); });
 }
 
 void RedirectHandler::handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context)
@@ -112,31 +107,31 @@ void RedirectHandler::handlerRedirNoticeEvent(ChannelEvent event, char *data, in
         Log::trace(QtDebugMsg, __func__, " context is null ");
         Log::trace(QtDebugMsg, __func__, " eventHandler context is null ");
     } else {
-        auto *const handler = as<RedirEventHandler>(m_funcRedirEventHandler);
+        RedirEventHandler *const handler = m_funcRedirEventHandler;
         if (!handler) {
             Log::guard(QtCriticalMsg, __func__,
                        "call redirEventHandler failed due to that m_funcRedirEventHandler is NULL");
             return;
         }
-        Log::containedVoid(__func__, "redirEventHandler", [&] { handler(event, data, length, context); });
+        containedVoid(__func__, "redirEventHandler", [&] { handler(event, data, length, context); });
     }
     Log::trace(QtDebugMsg, __func__, 224, "after call m_funcRedirEventHandler.");
 }
 
 int RedirectHandler::handlerRedirCtrlCommand(const std::string &command, char *buffer, int &length)
 {
-    m_log.write([&command] {
+    m_log->write([&command] {
         return QStringLiteral(" Begin to handler redirect command, call redirCtrl function. command: ")
             + QString::fromStdString(command);
     });
-    auto *const control = as<RedirCtrl>(m_redirCtrl);
+    RedirCtrl *const control = m_redirCtrl;
     if (!control) {
         Log::guard(QtCriticalMsg, __func__, "call handlerRedirCtrlCommand failed due to that m_redirCtrl is NULL");
         return 1;
     }
     const int capacity = length;
-    const int result = Log::contained(__func__, "redirCtrl", 1, [&] { return control(command, buffer, length); });
-    m_log.write([&] {
+    const int result = contained(__func__, "redirCtrl", 1, [&] { return control(command, buffer, length); });
+    m_log->write([&] {
         // The length stands here as the one character whose code is its low byte, as readers of this line expect.
         return QStringLiteral(" End to call redirCtrl function. result:") + QString::number(result)
             + QStringLiteral(", listData:") + textIn(buffer, capacity) + QStringLiteral(", length:")
@@ -156,12 +151,13 @@ void RedirectHandler::redirDeinit()
         Log::guard(QtCriticalMsg, __func__, "redirDeinit dynamic lib is NULL");
         return;
     }
-    auto *const deinit = as<RedirDeinit>(m_funcRedirDeinit);
+    RedirDeinit *const deinit = m_funcRedirDeinit;
     if (!deinit) {
         Log::guard(QtCriticalMsg, __func__, "call redirEventHandler failed due to that m_funcRedirDeinit is NULL");
         return;
     }
-    Log::containedVoid(__func__, "redirDeinit", [&] { deinit(); });
+    containedVoid(__func__, "redirDeinit", [&] { deinit(); });
+    m_started = false;
     Log::trace(QtInfoMsg, __func__, 309, "dlx unload lib.");
     logOutput(QStringLiteral(" End to call RedirDeinit function."));
 }

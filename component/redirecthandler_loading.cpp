@@ -1,30 +1,24 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "component/redirecthandler.h"
 
+#include "log/ratelimitedlog.h"
+
 #include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QLibrary>
 #include <QList>
-#include <QMutex>
-
-struct RedirectHandler::NamedEntryPoint
-{
-    const char *symbol;
-    EntryPoint RedirectHandler::*member;
-    const char *missing;
-};
-
-const RedirectHandler::NamedEntryPoint RedirectHandler::EntryPoints[] = {
-    {"redirInit", &RedirectHandler::m_funcRedirInit, "get address of func redirInit failed"},
-    {"redirCheck", &RedirectHandler::m_funcRedirCheck, "get address of func redirCheck failed"},
-    {"redirHandler", &RedirectHandler::m_funcRedirHandler, "get address of func redirHandler failed"},
-    {"redirSetupContext", &RedirectHandler::m_funcRedirSetupContext, "get address of func redirSetupContext failed"},
-    {"redirEventHandler", &RedirectHandler::m_funcRedirEventHandler, "get address of func redirEventHandler failed"},
-    {"redirCtrl", &RedirectHandler::m_redirCtrl, "get address of func redirCtrl failed"},
-    {"redirDeinit", &RedirectHandler::m_funcRedirDeinit, "get address of func redirDeinit failed"},
-};
 
 namespace {
+
+// Looks up one entry point and keeps it, found or not. Returns its name if it was not found.
+template<typename Function>
+const char *resolve(QLibrary &library, const char *symbol, std::atomic<Function *> &entryPoint)
+{
+    entryPoint = reinterpret_cast<Function *>(library.resolve(symbol));
+    return entryPoint ? nullptr : symbol;
+}
+
 // A QLibrary is never deleted: a thread may still be asking it something when it is replaced. It is kept reachable,
 // so that a leak checker shows only what was lost by mistake.
 void keepForever(QLibrary *library)
@@ -34,11 +28,12 @@ void keepForever(QLibrary *library)
     const QMutexLocker lock(mutex);
     kept->append(library);
 }
+
 } // namespace
 
-RedirectHandler::RedirectHandler()
+RedirectHandler::RedirectHandler() : m_log(std::make_unique<RateLimitedLog>("logOutput"))
 {
-    m_log.start();
+    m_log->start();
 }
 
 RedirectHandler::~RedirectHandler()
@@ -57,28 +52,53 @@ QString RedirectHandler::getlibPath() const
 
 bool RedirectHandler::load(const QString &path)
 {
-    m_log.write([&path] { return QStringLiteral(" Load redirection library, DllPath = ") + path; });
+    m_log->write([&path] { return QStringLiteral(" Load redirection library, DllPath = ") + path; });
 
+    m_loaded = false;
     auto *library = new QLibrary(path);
     keepForever(library);
     m_library = library;
     if (!library->load()) {
         Log::module(QtCriticalMsg, __func__, " Failed to load redirection library. DllPath=", path,
                     ", error: ", library->errorString());
+        // Of a missing file the loader's text names another one: it has tried several endings.
+        setLoadError(QFileInfo::exists(path) ? library->errorString() : path + QStringLiteral(": not found"));
         return false;
     }
     Log::trace(QtDebugMsg, __func__, 47, "Success to load library on RedirectHandler, path of the library is ", path);
 
-    for (const NamedEntryPoint &entry : EntryPoints)
-        this->*entry.member = library->resolve(entry.symbol);
-    for (const NamedEntryPoint &entry : EntryPoints) {
-        if (!(this->*entry.member).load()) {
-            Log::module(QtCriticalMsg, __func__, entry.missing);
+    const char *const missing[] = {
+        resolve(*library, "redirInit", m_funcRedirInit),
+        resolve(*library, "redirCheck", m_funcRedirCheck),
+        resolve(*library, "redirHandler", m_funcRedirHandler),
+        resolve(*library, "redirSetupContext", m_funcRedirSetupContext),
+        resolve(*library, "redirEventHandler", m_funcRedirEventHandler),
+        resolve(*library, "redirCtrl", m_redirCtrl),
+        resolve(*library, "redirDeinit", m_funcRedirDeinit),
+    };
+    for (const char *symbol : missing) {
+        if (symbol) {
+            Log::module(QtCriticalMsg, __func__, QByteArray("get address of func ").append(symbol).append(" failed").constData());
+            setLoadError(path + QStringLiteral(": has no entry point ") + QLatin1String(symbol));
             return false;
         }
     }
+    setLoadError(QString());
+    m_loaded = true;
     logOutput(QStringLiteral(" Successfully to export redirection modules function."));
     return true;
+}
+
+void RedirectHandler::setLoadError(const QString &reason)
+{
+    const QMutexLocker lock(&m_mutex);
+    m_loadError = reason;
+}
+
+QString RedirectHandler::loadError() const
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_loadError;
 }
 
 void RedirectHandler::loadDynamicLib()
@@ -99,6 +119,7 @@ bool RedirectHandler::unLoad()
         return false;
     }
     m_library = nullptr;
+    m_loaded = false;
     logOutput(QStringLiteral(" Successfully unload redirection modules library."));
     return true;
 }
@@ -106,13 +127,15 @@ bool RedirectHandler::unLoad()
 void RedirectHandler::stopMappingFunction()
 {
     // "redirDeinit" stays, so that the component can still be shut down.
-    for (const NamedEntryPoint &entry : EntryPoints) {
-        if (entry.member != &RedirectHandler::m_funcRedirDeinit)
-            this->*entry.member = nullptr;
-    }
+    m_funcRedirInit = nullptr;
+    m_funcRedirCheck = nullptr;
+    m_funcRedirHandler = nullptr;
+    m_funcRedirSetupContext = nullptr;
+    m_funcRedirEventHandler = nullptr;
+    m_redirCtrl = nullptr;
 }
 
 void RedirectHandler::logOutput(const QString &text)
 {
-    m_log.write([&text] { return text; });
+    m_log->write([&text] { return text; });
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "devices/devredirectexport.h"
+#include "devredirectexport.h"
 #include "devices/redirectconstants.h"
 
 #include <QList>

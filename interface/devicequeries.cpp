@@ -2,10 +2,26 @@
 
 // Device records and lists, and what the host pushes down to the component.
 
+#include "component/contained.h"
+#include "component/redirecthandler.h"
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
-#include "log/contained.h"
 #include "worker/devredirectworker.h"
+
+bool DevRedirectInterface::isComponentLoaded() const
+{
+    return DevRedirectWorker::m_redirectHandler->isLoaded();
+}
+
+QString DevRedirectInterface::componentLoadError() const
+{
+    return DevRedirectWorker::m_redirectHandler->loadError();
+}
+
+bool DevRedirectInterface::isComponentStarted() const
+{
+    return DevRedirectWorker::m_redirectHandler->isStarted();
+}
 
 ExterDeviceInfo DevRedirectInterface::getDeviceInfo(const QString &deviceId)
 {
@@ -41,7 +57,7 @@ void DevRedirectInterface::onSendMapCommandByDevRedInter()
     // Armed first, so that a list which comes during the callback raises a notification of its own.
     registry->setIsHandlerNotifyEvent(true);
     QList<ExterDeviceInfo> devices = registry->getDevListInfo();
-    Log::containedVoid(__func__, "the map callback", [&] { m_mapCallback(devices); });
+    containedVoid(__func__, "the map callback", [&] { m_mapCallback(devices); });
     registry->setMapsDevListInfo(devices);
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "component/redirevents.h"
-#include "devices/devredirectexport.h"
+#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
 #include "interface/devparamfromclient.h"
 #include "log/ratelimitedlog.h"
@@ -134,6 +134,15 @@ public:
     void notifyEvent();
 
     // --- queries and notifications ---
+
+    /// Is the component loaded, with all its entry points? To be asked after loadDynamicLib() was emitted, which does
+    /// its work before it returns. \thread any
+    bool isComponentLoaded() const;
+    /// Why it is not, as one line for people; empty before the first try and if it is loaded. \thread any
+    QString componentLoadError() const;
+    /// Has the component started, and not been stopped since? To be asked after loadDevRedirComponentByThread() was
+    /// emitted, which does its work before it returns. \thread any
+    bool isComponentStarted() const;
 
     /// The record of this identifier; a default record, and one warning line, if it is not in the list. \thread any
     ExterDeviceInfo getDeviceInfo(const QString &deviceId);

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "component/redirevents.h"
-#include "devices/devredirectexport.h"
+#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
 
 #include <QList>

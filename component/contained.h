@@ -7,8 +7,6 @@
 
 #include <cxxabi.h>
 
-namespace Log {
-
 /**
  * Runs foreign code, of the component or the host. What it throws ends here as one critical line, since the callers,
  * Qt and GLib among them, could not carry it on; the result is then \a neutral. Only the end of a thread that ends
@@ -22,9 +20,9 @@ Result contained(const char *method, const char *callee, Result neutral, const C
     } catch (const abi::__forced_unwind &) {
         throw;
     } catch (const std::exception &e) {
-        module(QtCriticalMsg, method, "exception from", callee, ":", e.what());
+        Log::module(QtCriticalMsg, method, "exception from", callee, ":", e.what());
     } catch (...) {
-        module(QtCriticalMsg, method, "exception from", callee);
+        Log::module(QtCriticalMsg, method, "exception from", callee);
     }
     return neutral;
 }
@@ -38,5 +36,3 @@ void containedVoid(const char *method, const char *callee, const Call &call)
         return 0;
     });
 }
-
-} // namespace Log
