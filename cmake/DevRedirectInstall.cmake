@@ -12,7 +12,7 @@ foreach(header
         devices/redirectconstants.h
         interface/devparamfromclient.h interface/devredirectinterface.h
         mount/watchmountworker.h
-        worker/devredirectworker.h worker/portchannelglue.h)
+        worker/devredirectworker.h worker/portchannelglue.h worker/spiceportchannel.h)
     get_filename_component(room ${header} DIRECTORY)
     install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect/${room})
 endforeach()

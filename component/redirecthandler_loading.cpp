@@ -78,7 +78,8 @@ bool RedirectHandler::load(const QString &path)
     };
     for (const char *symbol : missing) {
         if (symbol) {
-            Log::module(QtCriticalMsg, __func__, QByteArray("get address of func ").append(symbol).append(" failed").constData());
+            Log::module(QtCriticalMsg, __func__,
+                        QByteArray("get address of func ").append(symbol).append(" failed").constData());
             setLoadError(path + QStringLiteral(": has no entry point ") + QLatin1String(symbol));
             return false;
         }

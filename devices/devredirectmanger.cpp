@@ -48,10 +48,16 @@ void DevRedirectManger::provideFreeWorker()
         adoptNewWorker();
 }
 
-QList<ExterDeviceInfo> DevRedirectManger::getDevListInfo()
+template<typename Value>
+Value DevRedirectManger::copyOf(const Value &guarded)
 {
     const QMutexLocker lock(&m_mutex);
-    return m_devices;
+    return guarded;
+}
+
+QList<ExterDeviceInfo> DevRedirectManger::getDevListInfo()
+{
+    return copyOf(m_devices);
 }
 
 void DevRedirectManger::setDevListInfo(QList<ExterDeviceInfo> &devices)
@@ -62,10 +68,7 @@ void DevRedirectManger::setDevListInfo(QList<ExterDeviceInfo> &devices)
 
 QList<ExterDeviceInfo> DevRedirectManger::getMapDevListInfo()
 {
-    m_mutex.lock();
-    const QList<ExterDeviceInfo> devices = m_mapDevices;
-    m_mutex.unlock();
-
+    const QList<ExterDeviceInfo> devices = copyOf(m_mapDevices);
     if (Log::enabled(QtDebugMsg)) {
         Log::module(QtDebugMsg, __func__, " Print device map list, list size = ", devices.size());
         for (const ExterDeviceInfo &device : devices)
@@ -82,8 +85,7 @@ void DevRedirectManger::setMapsDevListInfo(QList<ExterDeviceInfo> &devices)
 
 QString DevRedirectManger::getdevListJsonStr()
 {
-    const QMutexLocker lock(&m_mutex);
-    return m_document;
+    return copyOf(m_document);
 }
 
 void DevRedirectManger::setDevListJsonStr(const QString &text)
@@ -100,6 +102,16 @@ bool DevRedirectManger::getIsHandlerNotifyEvent()
 void DevRedirectManger::setIsHandlerNotifyEvent(bool armed)
 {
     m_notifyGate = armed;
+}
+
+void DevRedirectManger::passNotificationOn()
+{
+    if (m_notifyGate)
+        return;
+    if (DevRedirectWorker *const heir = m_worker)
+        QMetaObject::invokeMethod(heir, &DevRedirectWorker::sendMapCommandToVdiExterDevModel, Qt::QueuedConnection);
+    else
+        m_notifyGate = true;
 }
 
 bool DevRedirectManger::getDeviceInfoByDeviceId(const QString &deviceId, ExterDeviceInfo *out)

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
+#include "devredirectexport.h"
 
 #include <QList>
 #include <QMutex>
@@ -61,9 +61,14 @@ public:
     /// host
     void provideFreeWorker();
 
-    /// May a new list raise a "map" notification? True at the start, and again with each new worker.
+    /// May a new list raise a "map" notification? True at the start. The worker makes it false when it raises one, the
+    /// interface makes it true again when it handles that.
     bool getIsHandlerNotifyEvent();
     void setIsHandlerNotifyEvent(bool armed);
+
+    /// For an interface that goes and takes with it a notification that it has not handled: the worker of the one that
+    /// lives raises it again, or the next list will. \thread host
+    void passNotificationOn();
 
     /**
      * Looks a device up in the latest list; the first record with exactly this deviceId counts.
@@ -76,6 +81,8 @@ public:
 
 private:
     void adoptNewWorker();
+    template<typename Value>
+    Value copyOf(const Value &guarded);
 
     static DevRedirectManger *m_instance;
 

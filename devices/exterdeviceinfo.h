@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "devredirectexport.h"
 #include "devices/redirectconstants.h"
+#include "devredirectexport.h"
 
 #include <QList>
 #include <QMetaType>
 #include <QString>
+
+/// A text that is empty and not null. \thread any
+inline QString emptyText()
+{
+    return QString(QLatin1String(""));
+}
 
 /**
  * One function (interface) of a composite USB device, as the component lists it.
@@ -16,7 +22,7 @@
 struct DEVREDIRECT_EXPORT FunctionInfo
 {
     int founctionId = 0; ///< function number, counted from 1: the listed number plus one
-    QString founctionClass; ///< USB class code as listed, hexadecimal digits in the component's own case
+    QString founctionClass = emptyText(); ///< USB class code as listed, hexadecimal digits in the component's own case
     int founctionBitmapMask = 0; ///< this function's bit in the device's mask
 };
 
@@ -25,7 +31,7 @@ struct DEVREDIRECT_EXPORT FunctionInfo
  *
  * A plain value: it owns nothing outside its members, copies are cheap (the texts and the list are implicitly
  * shared), and it travels by value through queued signals. A default-constructed record stands for "no device": every
- * text is empty except transportMode.
+ * text is empty, and none is null but spareTextB; only transportMode has one.
  *
  * Texts marked "upper case" are upper-cased when a device list is read. Codes are hexadecimal digits.
  *
@@ -42,24 +48,24 @@ public:
      */
     QString getDevInfo() const;
 
-    QString rdrName; ///< redirector: USBRDR, DISKRDR or CAMRDR
-    QString context; ///< the component's own word for the device; passed back unread
-    QString vendorId; ///< USB vendor id, upper case
-    QString productId; ///< USB product id, upper case
-    QString deviceId; ///< the name by which the host asks for the device; look-ups match it exactly
+    QString rdrName = emptyText(); ///< redirector: USBRDR, DISKRDR or CAMRDR
+    QString context = emptyText(); ///< the component's own word for the device; passed back unread
+    QString vendorId = emptyText(); ///< USB vendor id, upper case
+    QString productId = emptyText(); ///< USB product id, upper case
+    QString deviceId = emptyText(); ///< the name by which the host asks for the device; look-ups match it exactly
     bool readOnly = false; ///< to be redirected read-only
-    QString devicePosition; ///< physical position or unique id, upper case; deviceId where none is listed
-    QString deviceName; ///< display name
-    QString deviceClass; ///< USB class code, upper case
+    QString devicePosition = emptyText(); ///< physical position or unique id, upper case; deviceId where none is listed
+    QString deviceName = emptyText(); ///< display name
+    QString deviceClass = emptyText(); ///< USB class code, upper case
     int status = 0; ///< share state: 2 shared, 0 not shared
     int parsedStatus = 0; ///< status as the list had it
-    QString storeLetter; ///< drive letter or store name of a disk
+    QString storeLetter = emptyText(); ///< drive letter or store name of a disk
     int spareValueA = 1; ///< carried only
     int nFunctionId = 0; ///< function id of the device
     bool spareFlagA = false; ///< carried only; false in every listed device
     bool spareFlagB = true; ///< carried only; true in every listed device
-    QString usbHub; ///< hub to which the device is attached
-    QString usbPort; ///< port on that hub
+    QString usbHub = emptyText(); ///< hub to which the device is attached
+    QString usbPort = emptyText(); ///< port on that hub
     bool isCompositeDevice = false; ///< at least one function is listed
     bool isCDROM = false; ///< an optical drive
     bool isMatchContext = false; ///< matched the component's context
@@ -68,15 +74,15 @@ public:
     int spareValueB = 0; ///< carried only
     QList<FunctionInfo> functions; ///< the functions, in list order
     int spareValueC = 0; ///< carried only
-    QString spareTextA; ///< for the host: sent as "deviceId" instead of deviceId when a USBRDR device is
-                        ///< shared; never filled by the library, empty means unused
-    QString vmId; ///< virtual machine to which the device is bound
-    QString spareTextB; ///< carried only
-    QString usbProt; ///< USB protocol code, upper case
-    QString deviceRel; ///< release number (bcdDevice), upper case
-    QString deviceSubClass; ///< USB subclass code, upper case
-    QString errCode; ///< the component's last error code for the device, upper case
-    QString errString; ///< the component's last error text for the device, upper case
+    QString spareTextA = emptyText(); ///< for the host: sent as "deviceId" instead of deviceId when a USBRDR device is
+                                      ///< shared; never filled by the library, empty means unused
+    QString vmId = emptyText(); ///< virtual machine to which the device is bound
+    QString spareTextB; ///< carried only; null until somebody fills it
+    QString usbProt = emptyText(); ///< USB protocol code, upper case
+    QString deviceRel = emptyText(); ///< release number (bcdDevice), upper case
+    QString deviceSubClass = emptyText(); ///< USB subclass code, upper case
+    QString errCode = emptyText(); ///< the component's last error code for the device, upper case
+    QString errString = emptyText(); ///< the component's last error text for the device, upper case
 };
 
 Q_DECLARE_METATYPE(ExterDeviceInfo)

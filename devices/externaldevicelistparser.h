@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
+#include "devredirectexport.h"
 
 #include <QList>
 

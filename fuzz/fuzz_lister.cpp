@@ -3,10 +3,11 @@
 // Output of the block-device lister. The pipe to it and the links below /sys/block are replaced, so that the input is
 // what the lister writes, and a disk's name says whether it is on USB: those that begin with "s" are.
 
-#include "jsonreader.h"
 #include "mount/watchmountworker.h"
+#include "secondreader.h"
 #include "target.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -38,20 +39,20 @@ std::string expectedOutput(const std::string &text)
     return output;
 }
 
-bool hasText(const Json::Value &object, const char *key)
+bool hasText(const QJsonValue &value, const char *key)
 {
-    return object[key].isText() && !object[key].text.isEmpty();
+    return !value.toObject().value(QLatin1String(key)).toString().isEmpty();
 }
 
-bool expectedDone(const Json::Value &listed)
+bool expectedDone(const QJsonObject &listed)
 {
-    for (const Json::Value &device : listed["blockdevices"].entries) {
-        if (!device["name"].text.startsWith(QLatin1Char('s')) || hasText(device, "mountpoint"))
+    for (const QJsonValue device : listed.value(QLatin1String("blockdevices")).toArray()) {
+        const QJsonObject disk = device.toObject();
+        if (!disk.value(QLatin1String("name")).toString().startsWith(QLatin1Char('s')) || hasText(disk, "mountpoint"))
             continue;
-        bool mounted = false;
-        for (const Json::Value &partition : device["children"].entries)
-            mounted = mounted || hasText(partition, "mountpoint");
-        if (!mounted)
+        const QJsonArray partitions = disk.value(QLatin1String("children")).toArray();
+        if (std::none_of(partitions.begin(), partitions.end(),
+                         [](const QJsonValue &partition) { return hasText(partition, "mountpoint"); }))
             return false;
     }
     return true;
@@ -101,8 +102,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     expect(expected == output.get(), "the output is the lister's, up to the limit");
 
     const bool done = worker.mountDone();
-    Json::Value listed;
-    if (Json::Reader(expected.data(), expected.data() + expected.size()).read(listed))
-        expectEqual(done, expectedDone(listed), "whether every USB disk is mounted");
+    if (const auto listed = SecondReader::read(expected))
+        expectEqual(done, expectedDone(listed->toObject()), "whether every USB disk is mounted");
     return 0;
 }

@@ -3,6 +3,7 @@
 // Sharing, unsharing and releasing devices.
 
 #include "interface/devredirectinterface.h"
+#include "log/ratelimitedlog.h"
 #include "worker/devredirectworker.h"
 
 void DevRedirectInterface::deviceOperate(const QString &deviceId, const QString &operateType)
@@ -19,7 +20,7 @@ void DevRedirectInterface::deviceOperate(const QString &deviceId, const QString 
 
 void DevRedirectInterface::redirectDeviceById(const ExterDeviceInfo &device)
 {
-    m_log.write([&device] {
+    m_log->write([&device] {
         return QStringLiteral(" Redirect device by deviceID, emit redirectDeviceById message, device.rdrName: ")
             + device.rdrName;
     });
@@ -28,7 +29,7 @@ void DevRedirectInterface::redirectDeviceById(const ExterDeviceInfo &device)
 
 void DevRedirectInterface::unRedirectDeviceById(const ExterDeviceInfo &device)
 {
-    m_log.write([&device] {
+    m_log->write([&device] {
         return QStringLiteral(
                    " Cancle redirect device by deviceID, emit unRedirectDeviceById message, device.rdrName: ")
             + device.rdrName;

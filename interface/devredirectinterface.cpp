@@ -5,125 +5,77 @@
 #include "interface/devredirectinterface.h"
 
 #include "devices/devredirectmanger.h"
-#include "log/exitgate.h"
+#include "interface/processend.h"
+#include "interface/queuedcalls.h"
+#include "log/ratelimitedlog.h"
 #include "mount/watchmountworker.h"
 #include "worker/devredirectworker.h"
 
 #include <spice-client.h>
 
-#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 
-#include <atomic>
-#include <cstdlib>
 #include <initializer_list>
 #include <limits>
 
 Q_DECLARE_METATYPE(SpicePortChannel)
 
 namespace {
-
-constexpr int LongestGoodbyeMilliseconds = 100; // for each thread when the host ends with the interface still there
-
-QList<DevRedirectInterface *> living; // main thread only
-std::atomic<Qt::HANDLE> mainThread{nullptr};
-std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
-
-// The worker may be just about to wake the main thread. So what it would wake, which goes with the application
-// otherwise, stays.
-void keepEventDispatcher()
-{
-    QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher();
-    if (!dispatcher)
-        return;
-    dispatcher->setParent(nullptr);
-    keptDispatcher = dispatcher;
+constexpr unsigned long LongestGoodbyeMilliseconds = 100; // for each thread when the process ends before this object
 }
 
-} // namespace
-
-DevRedirectInterface::DevRedirectInterface(QObject *parent) : QObject(parent)
+DevRedirectInterface::DevRedirectInterface(QObject *parent)
+    : QObject(parent), m_log(std::make_unique<RateLimitedLog>("infoLogOutput")),
+      m_calls(std::make_unique<QueuedCalls>())
 {
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
-
-    mainThread = QThread::currentThreadId();
-    Log::ExitGate::closeAtExit();
-    // Later than all that, and so before the gate closes and Qt's list of these types goes.
-    static const bool endsAtExit = std::atexit(onProcessEnds) == 0;
-    Q_UNUSED(endsAtExit)
-    if (living.isEmpty())
-        qAddPostRoutine(onApplicationGoes);
-    living.append(this);
+    // Behind the types: their list goes after what is registered here has run.
+    m_processEnd = std::make_unique<ProcessEnd>([this] { endThreads(); });
 
     DevRedirectManger::instance()->provideFreeWorker();
     m_devRedirectWorker = DevRedirectManger::instance()->getRedirectWorkerInstance();
     connectWorker();
 
     m_watchMountWorker = new WatchMountWorker;
-    connect(&m_mountThread, &QThread::finished, m_watchMountWorker, &QObject::deleteLater);
-    connect(this, &DevRedirectInterface::myWatchMount, m_watchMountWorker, &WatchMountWorker::watchMount);
-    connect(m_watchMountWorker, &WatchMountWorker::mountSuccesful, m_devRedirectWorker.data(),
+    connect(&m_mountThread, &QThread::finished, m_watchMountWorker.data(), &QObject::deleteLater);
+    connect(this, &DevRedirectInterface::myWatchMount, m_watchMountWorker.data(), &WatchMountWorker::watchMount);
+    connect(m_watchMountWorker.data(), &WatchMountWorker::mountSuccesful, m_devRedirectWorker.data(),
             &DevRedirectWorker::onNotifyEventHandler);
 
+    for (QObject *const receiver : std::initializer_list<QObject *>{this, m_devRedirectWorker, m_watchMountWorker})
+        m_calls->watch(receiver);
     m_devRedirectWorker->moveToThread(&m_workerThread);
     m_watchMountWorker->moveToThread(&m_mountThread);
     m_workerThread.start();
     m_mountThread.start();
-    m_log.start();
+    m_log->start();
 }
 
 DevRedirectInterface::~DevRedirectInterface()
 {
-    dropRequests();
-    for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
-        thread->quit();
-        thread->wait(std::numeric_limits<unsigned long>::max());
-    }
-    living.removeOne(this);
-    if (living.isEmpty())
-        qRemovePostRoutine(onApplicationGoes);
-    // A notification that this object has not handled goes with it, and the next one must not wait for it.
-    DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
+    m_calls->drop();
+    QueuedCalls::quitThread(m_devRedirectWorker);
+    m_workerThread.wait(std::numeric_limits<unsigned long>::max());
+    QueuedCalls::quitThread(m_watchMountWorker);
+    m_mountThread.wait(std::numeric_limits<unsigned long>::max());
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
+    if (m_calls->dropped() > 0)
+        Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_calls->dropped());
+    DevRedirectManger::instance()->passNotificationOn();
 }
 
-void DevRedirectInterface::dropRequests()
-{
-    // A thread that is asked to quit would first do all that had been asked of it before.
-    for (QObject *const inhabitant : std::initializer_list<QObject *>{m_devRedirectWorker, m_watchMountWorker}) {
-        if (inhabitant)
-            QCoreApplication::removePostedEvents(inhabitant, QEvent::MetaCall);
-    }
-}
-
-// Qt delivers no event safely while the application object goes.
-void DevRedirectInterface::onApplicationGoes()
-{
-    keepEventDispatcher();
-    endThreads();
-}
-
-// Nor while its statics go, if the host calls exit() and leaves the application object behind.
-void DevRedirectInterface::onProcessEnds()
-{
-    if (QThread::currentThreadId() == mainThread)
-        endThreads();
-}
-
-// The threads take no more events. One that is in the component or waits for the mount table takes none either.
+// For a process that ends. The threads take no more requests; one that is in the component or waits for the mount table
+// takes none either. The worker and the watcher stay, since other threads may still call them.
 void DevRedirectInterface::endThreads()
 {
-    for (DevRedirectInterface *const interface : qAsConst(living)) {
-        // Other threads may still call the worker, so it stays.
-        disconnect(&interface->m_workerThread, &QThread::finished, nullptr, nullptr);
-        interface->dropRequests();
-        for (QThread *const thread : {&interface->m_workerThread, &interface->m_mountThread}) {
-            thread->quit();
-            thread->wait(LongestGoodbyeMilliseconds);
-        }
+    m_calls->drop();
+    for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
+        disconnect(thread, &QThread::finished, nullptr, nullptr);
+        thread->quit();
+        thread->wait(LongestGoodbyeMilliseconds);
     }
-    living.clear();
 }
 
 void DevRedirectInterface::connectWorker()
@@ -163,5 +115,5 @@ void DevRedirectInterface::connectWorker()
 
 void DevRedirectInterface::infoLogOutput(const QString &text)
 {
-    m_log.write([&text] { return text; });
+    m_log->write([&text] { return text; });
 }

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "component/redirevents.h"
-#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
+#include "devredirectexport.h"
 #include "interface/devparamfromclient.h"
-#include "log/ratelimitedlog.h"
+#include "worker/spiceportchannel.h"
 
 #include <QList>
 #include <QObject>
@@ -13,11 +13,14 @@
 #include <QString>
 #include <QThread>
 
+#include <memory>
 #include <string>
 
 class DevRedirectWorker;
+class ProcessEnd;
+class QueuedCalls;
+class RateLimitedLog;
 class WatchMountWorker;
-typedef struct _SpicePortChannel SpicePortChannel;
 
 /**
  * The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
@@ -175,8 +178,7 @@ Q_SIGNALS:
     /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink.
     void loadDevRedirComponentByThread(const QString &vmId);
     /// Request, for the host to emit: bind this port channel if it is the component's. Runs at once. Emit it once for
-    /// each channel: every time binds once more. \a channel is borrowed. (Connecting to this signal needs
-    /// <spice-client.h>; emitting it does not.)
+    /// each channel: every time binds once more. \a channel is borrowed.
     void checkRedirChannelByThread(SpicePortChannel *channel, const QString &channelName, bool isOpened);
     /// Result of vmRebootReset(): the published list; \a status is false if it is empty.
     void deviceListResultByThread(const QList<ExterDeviceInfo> &devices, bool status);
@@ -214,15 +216,14 @@ public Q_SLOTS:
 
 private:
     void connectWorker();
-    void dropRequests();
-    static void onApplicationGoes();
-    static void onProcessEnds();
-    static void endThreads();
+    void endThreads();
 
     QThread m_workerThread;
     QPointer<DevRedirectWorker> m_devRedirectWorker; ///< not owned; dies with the worker thread
     MapCallback m_mapCallback = nullptr;
     QThread m_mountThread;
     QPointer<WatchMountWorker> m_watchMountWorker; ///< not owned; dies with the mount thread
-    RateLimitedLog m_log{"infoLogOutput"};
+    const std::unique_ptr<RateLimitedLog> m_log;
+    const std::unique_ptr<QueuedCalls> m_calls;
+    std::unique_ptr<ProcessEnd> m_processEnd;
 };

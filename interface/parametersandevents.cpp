@@ -4,6 +4,7 @@
 
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
+#include "log/log.h"
 #include "worker/devredirectworker.h"
 
 namespace {

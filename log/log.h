@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "log/exitgate.h"
-
 #include <QDebug>
 #include <QLoggingCategory>
+#include <QThread>
+
+#include <atomic>
 
 /**
  * The shapes of the library's log lines.
@@ -17,11 +18,37 @@
  */
 namespace Log {
 
+/// From now on only this thread writes: Qt is about to take down what a line needs. Waits for lines of other threads
+/// that are under way, a tenth of a second at most.
+void keepToThisThread();
+
+/// A line that is under way.
+class Line
+{
+public:
+    Line() { ++s_underWay; }
+    ~Line() { --s_underWay; }
+    Line(const Line &) = delete;
+    Line &operator=(const Line &) = delete;
+
+    static bool mayBeWritten()
+    {
+        const Qt::HANDLE onlyWriter = s_onlyWriter.load(std::memory_order_acquire);
+        return !onlyWriter || onlyWriter == QThread::currentThreadId();
+    }
+
+private:
+    friend void keepToThisThread();
+    static std::atomic<Qt::HANDLE> s_onlyWriter; ///< null: every thread writes
+    static std::atomic<int> s_underWay;
+};
+
 inline bool enabled(QtMsgType level)
 {
-    // Null once Qt's own statics are gone, which a thread that outlives main() can see.
+    if (!Line::mayBeWritten())
+        return false;
     const QLoggingCategory *category = QLoggingCategory::defaultCategory();
-    return category && category->isEnabled(level);
+    return category && category->isEnabled(level); // null before and after Qt's own statics
 }
 
 inline QDebug stream(QtMsgType level)
@@ -45,8 +72,8 @@ void plain(QtMsgType level, const Pieces &...pieces)
 {
     if (!enabled(level))
         return;
-    const ExitGate::Passage passage;
-    if (passage.isOpen())
+    const Line line;
+    if (Line::mayBeWritten()) // once more: whoever ends the process waits for the lines that have been counted
         (stream(level) << ... << pieces);
 }
 

@@ -1,28 +1,42 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "log/ratelimitedlog.h"
 
-#include <QMutexLocker>
-
 namespace {
 constexpr int LinesPerInterval = 1000;
 constexpr int ShortIntervalSeconds = 299;
 constexpr int DemotedMark = -1;
 } // namespace
 
-RateLimitedLog::Verdict RateLimitedLog::count()
+void RateLimitedLog::start()
 {
     const QMutexLocker lock(&m_mutex);
-    if (m_lines == DemotedMark)
-        return Verdict::Demoted;
-    if (++m_lines <= LinesPerInterval)
-        return Verdict::Normal;
+    m_intervalStart = QTime::currentTime();
+}
 
-    const QTime now = QTime::currentTime();
-    if (m_intervalStart.secsTo(now) <= ShortIntervalSeconds) {
-        m_lines = DemotedMark;
-        return Verdict::TooMany;
+RateLimitedLog::Verdict RateLimitedLog::count()
+{
+    int lines = m_lines;
+    while (lines != DemotedMark && lines < LinesPerInterval) {
+        if (m_lines.compare_exchange_weak(lines, lines + 1))
+            return Verdict::Normal;
     }
-    m_lines = 0;
-    m_intervalStart = now;
-    return Verdict::Normal;
+    return lines == DemotedMark ? Verdict::Demoted : countAtTheLimit();
+}
+
+RateLimitedLog::Verdict RateLimitedLog::countAtTheLimit()
+{
+    {
+        const QMutexLocker lock(&m_mutex);
+        if (m_lines == LinesPerInterval) { // otherwise another thread's line was the one too many
+            const QTime now = QTime::currentTime();
+            if (m_intervalStart.secsTo(now) <= ShortIntervalSeconds) {
+                m_lines = DemotedMark;
+                return Verdict::TooMany;
+            }
+            m_intervalStart = now;
+            m_lines = 0;
+            return Verdict::Normal;
+        }
+    }
+    return count();
 }

@@ -6,6 +6,8 @@
 #include <QMutex>
 #include <QTime>
 
+#include <atomic>
+
 /**
  * A log channel that steps back when it is used too fast.
  *
@@ -22,7 +24,7 @@ public:
     explicit RateLimitedLog(const char *method) : m_method(method) { }
 
     /// Begins the first interval. Before this call the channel would take any 1001 lines for too many.
-    void start() { m_intervalStart = QTime::currentTime(); }
+    void start();
 
     /// Writes one line. \a text returns the line as a QString; it is called only if the line will be seen.
     template<typename Text>
@@ -40,9 +42,10 @@ private:
     enum class Verdict { Normal, TooMany, Demoted };
 
     Verdict count();
+    Verdict countAtTheLimit();
 
     const char *const m_method;
-    QMutex m_mutex;
-    int m_lines = 0; ///< written at info level in this interval, or DemotedMark
+    std::atomic<int> m_lines{0}; ///< written at info level in this interval, or DemotedMark
+    QMutex m_mutex; ///< guards the interval's start, and the step from one interval to the next
     QTime m_intervalStart;
 };

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "mount/watchmountworker.h"
 
-#include "json/readjson.h"
 #include "log/log.h"
 
 #include <QByteArray>
@@ -119,7 +118,7 @@ bool WatchMountWorker::mountDone()
     }
     Log::plain(QtDebugMsg, "mountDone", "excuCmd:lsblk -J -o NAME,MOUNTPOINT,result is ", output);
 
-    const QJsonObject listing = readJson(output).object();
+    const QJsonObject listing = QJsonDocument::fromJson(output).object();
     const QJsonArray devices = listing.value(QLatin1String("blockdevices")).toArray();
     for (const QJsonValue entry : devices) {
         const QJsonObject device = entry.toObject();

@@ -1,38 +1,40 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include <spice-client.h>
+#include <cstdint>
+
+typedef struct _SpicePortChannel SpicePortChannel;
 
 /**
  * Whole messages over a SPICE port channel, with any build of the SPICE client library.
  *
- * The client's own build has the signal "port-channel-msg" and the function spice_port_channel_send_msg(); then both
- * are used as they are. The stock library has neither; then the signal is added to its port channel class and messages
- * are written with the stock calls.
+ * The client's own build has the signal "port-channel-msg" and the function spice_port_channel_send_msg(): what is
+ * here then only calls that function, and touches no channel. The stock library has neither; then the signal is added
+ * to its port channel class and messages are written with the stock calls.
+ *
+ * \thread any
  */
 namespace PortMessages {
 
-/// Makes sure that port channels have the signal "port-channel-msg" (int result; uint type, pointer data, uint length).
-/// \thread any; only the first call does something
-void provideSignal();
+/// Gives \a channel, which must be alive, the signal "port-channel-msg" (int result; uint type, pointer data, uint
+/// length). From now on messages for it are safe at any time, also when it has gone.
+void bind(SpicePortChannel *channel);
 
-/// Watches the life of \a channel, which must be alive: from now on messages for it are safe at any time. \thread any
-void follow(SpicePortChannel *channel);
-
-/// Says that \a channel is alive without looking at it, because it may be something else: the first message then
-/// follows it. Needed before a component gets to know it, because a new channel may have the address of one that is
-/// gone. \thread any
-void announce(const void *channel);
+/// For a channel that the host binds by itself, before the component gets to know it: the address may be that of a new
+/// channel. It is not looked at, since it may be something else; the first message, for which it must be alive, is
+/// what binds it.
+void expect(const void *channel);
 
 /**
  * Sends a message.
  *
  * With the stock library the bytes are copied, and written from the default main context in the order of the calls.
- * Messages for a channel that is gone or refuses them are dropped with one warning line until it takes them again. A
- * null or empty message sends nothing.
- * \param channel  borrowed. The first message on a channel that is not followed must come while it is alive.
- * \thread any
+ * Messages for a channel that is gone or refuses them, and those that wait when its port closes, are dropped with one
+ * warning line until it takes them again. A null or empty message sends nothing. \a channel is borrowed.
  */
 void send(SpicePortChannel *channel, const char *message, int length, int type);
+
+/// Bytes of the messages that wait to be written to \a channel; -1 if that cannot be known.
+std::int64_t bytesWaiting(const void *channel);
 
 } // namespace PortMessages

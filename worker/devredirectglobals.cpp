@@ -2,7 +2,6 @@
 
 // What exists once in the process, in the order in which it is made while the library is being loaded. It stands in
 // one source because only there is the order certain; nothing else in the library uses it before loading has ended.
-// Nothing of it is torn down at exit: the worker's thread may still run then. (A QStringLiteral owns no memory.)
 
 #include "component/redirecthandler.h"
 #include "devices/redirectconstants.h"
@@ -10,6 +9,7 @@
 
 #include <QMutex>
 
+// (A QStringLiteral owns no memory, so these can be read until the process has ended.)
 const QString DISKRDR = QStringLiteral("diskrdr");
 const QString CAMRDR = QStringLiteral("camrdr");
 const QString USBRDR = QStringLiteral("usbrdr");
@@ -17,7 +17,10 @@ const QString USBRDR = QStringLiteral("usbrdr");
 const QString SPICEMODE = QStringLiteral("spice");
 const QString TCPMODE = QStringLiteral("tcp");
 
-QMutex &s_mutext = *new QMutex;
+// A thread that outlives main(), inside the component or of the host's, may still lock it when it has been destroyed. A
+// QMutex that nobody holds takes that: its destructor leaves it unlocked, and locking needs nothing else.
+QMutex s_mutext;
 
-RedirectHandler *const DevRedirectWorker::m_redirectHandler = new RedirectHandler;
+// Never deleted, since such a thread may still use it.
+RedirectHandler *DevRedirectWorker::m_redirectHandler = new RedirectHandler;
 std::atomic<bool> DevRedirectWorker::m_bQuit{false};

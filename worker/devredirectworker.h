@@ -2,8 +2,9 @@
 #pragma once
 
 #include "component/redirevents.h"
-#include "devredirectexport.h"
 #include "devices/exterdeviceinfo.h"
+#include "devredirectexport.h"
+#include "worker/spiceportchannel.h"
 
 #include <QList>
 #include <QObject>
@@ -18,11 +19,10 @@ class QMutex;
 QT_END_NAMESPACE
 class RedirectHandler;
 struct DevparamfromClient;
-typedef struct _SpicePortChannel SpicePortChannel;
 
 /// Guards every worker's copy of the two client addresses, and nothing else. Not recursive. Never held while the
 /// component or the host is called. \thread any
-extern DEVREDIRECT_EXPORT QMutex &s_mutext;
+extern DEVREDIRECT_EXPORT QMutex s_mutext;
 
 /**
  * Does the work that talks to the redirection component.
@@ -123,7 +123,7 @@ public:
     /// Sends a camera policy to the component. \thread any; returns when the component has answered
     void sendConfigerInforToCamera(const QList<QString> &policies);
 
-    static RedirectHandler *const m_redirectHandler; ///< the process's one handler; never null, never deleted
+    static RedirectHandler *m_redirectHandler; ///< the process's one handler; never null, never deleted
     static std::atomic<bool> m_bQuit; ///< the application is exiting
 
 Q_SIGNALS:

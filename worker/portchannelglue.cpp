@@ -28,6 +28,11 @@ int sendDevRedirectMsgToSpice(void *channel, char *message, int length)
     return length;
 }
 
+std::int64_t devredirectBytesWaiting(const void *channel)
+{
+    return PortMessages::bytesWaiting(channel);
+}
+
 int onPortMsgProcess(void *, unsigned int, void *data, unsigned int length, void *context)
 {
     DevRedirectWorker::m_redirectHandler->handlerRedirData(static_cast<char *>(data), int(length), context);
@@ -61,8 +66,7 @@ void DevRedirectWorker::onCheckRedirChannelByWorker(SpicePortChannel *channel, c
                 "DevRedirectWorker::onCheckRedirChannelByWorker 666 redir channel is registed, bind port event and "
                 "port msg.");
 
-    PortMessages::provideSignal();
-    PortMessages::follow(channel);
+    PortMessages::bind(channel);
     const struct
     {
         const char *signal;
@@ -88,7 +92,7 @@ bool DevRedirectWorker::checkRedirChannel(std::string channelName, void **contex
 
 bool DevRedirectWorker::setupRedirContext(void *context, void *channel)
 {
-    PortMessages::announce(channel); // the component learns of the channel here
+    PortMessages::expect(channel);
     return m_redirectHandler->setupRedirContext(context, channel);
 }
 

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "component/entrypoints.h"
 #include "devredirectexport.h"
 
+// GLib's headers have members called "signals", which is a keyword of Qt's unless a host sets QT_NO_KEYWORDS.
+#pragma push_macro("signals")
+#undef signals
 #include <spice-client.h>
+#pragma pop_macro("signals")
 
 /**
  * \file
@@ -23,6 +28,9 @@
  *         default GLib main context, which the host's main loop must be running.
  */
 DEVREDIRECT_EXPORT int sendDevRedirectMsgToSpice(void *channel, char *message, int length);
+
+/// For the component: see BytesWaiting.
+extern "C" DEVREDIRECT_EXPORT BytesWaiting devredirectBytesWaiting;
 
 /// Handler of "port-channel-msg": hands received bytes to the component. Returns 0. \thread the SPICE client's
 DEVREDIRECT_EXPORT int onPortMsgProcess(void *channel, unsigned int type, void *data, unsigned int length,

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "interface/processend.h"
+
+#include "log/log.h"
+
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QList>
+
+#include <atomic>
+#include <cstdlib>
+
+namespace {
+
+QList<ProcessEnd *> &living()
+{
+    static auto *const all = new QList<ProcessEnd *>;
+    return *all;
+}
+
+std::atomic<Qt::HANDLE> mainThread{nullptr};
+std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
+
+// What is made first is destroyed last: all that Qt makes for the first line has to be there before onProcessEnds() is
+// registered.
+void makeWhatLinesNeed()
+{
+    QString line;
+    QDebug(&line) << "";
+    QLoggingCategory::defaultCategory();
+    qFormatLogMessage(QtDebugMsg, QMessageLogContext(), line);
+}
+
+} // namespace
+
+ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::move(endThreads))
+{
+    static const bool isRegistered = [] {
+        mainThread = QThread::currentThreadId();
+        makeWhatLinesNeed();
+        return std::atexit(onProcessEnds) == 0;
+    }();
+    Q_UNUSED(isRegistered)
+    Q_ASSERT_X(mainThread == QThread::currentThreadId(), "DevRedirectInterface",
+               "made on another than the main thread");
+    if (living().isEmpty())
+        qAddPostRoutine(onApplicationGoes);
+    living().append(this);
+}
+
+ProcessEnd::~ProcessEnd()
+{
+    Q_ASSERT_X(mainThread == QThread::currentThreadId(), "DevRedirectInterface",
+               "destroyed on another than the main thread");
+    living().removeOne(this);
+    if (living().isEmpty())
+        qRemovePostRoutine(onApplicationGoes);
+}
+
+void ProcessEnd::endAllThreads()
+{
+    for (ProcessEnd *const interface : qAsConst(living()))
+        interface->m_endThreads();
+    living().clear();
+}
+
+void ProcessEnd::onApplicationGoes()
+{
+    if (QAbstractEventDispatcher *const dispatcher = QCoreApplication::eventDispatcher()) {
+        dispatcher->setParent(nullptr); // or it would go with the application
+        keptDispatcher = dispatcher;
+    }
+    endAllThreads();
+}
+
+void ProcessEnd::onProcessEnds()
+{
+    if (QThread::currentThreadId() == mainThread)
+        endAllThreads();
+    Log::keepToThisThread();
+}
