@@ -6,13 +6,7 @@ set(DEVREDIRECT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/DevRedirect)
 
 install(TARGETS devredirecthandler EXPORT DevRedirectTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-foreach(header
-        component/entrypoints.h component/redirecthandler.h component/redirevents.h
-        devices/devredirectmanger.h devices/exterdeviceinfo.h devices/externaldevicelistparser.h
-        devices/redirectconstants.h
-        interface/devparamfromclient.h interface/devredirectinterface.h
-        mount/watchmountworker.h
-        worker/devredirectworker.h worker/portchannelglue.h worker/spiceportchannel.h)
+foreach(header ${DEVREDIRECT_PUBLIC_HEADERS})
     get_filename_component(room ${header} DIRECTORY)
     install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/devredirect/${room})
 endforeach()

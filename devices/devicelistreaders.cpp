@@ -211,7 +211,7 @@ DeviceListReaders::Content readContent(const Value &document)
         std::optional<Value> devices;
         forEachMember(element, Keys, [&devices](Key key, const Value &value) {
             if (key == "devices")
-                devices = value;
+                devices.emplace(value);
         });
         if (!devices)
             return;
@@ -254,7 +254,7 @@ private:
     std::mutex m_mutex;
     dom::parser m_parser;
 };
-Parser &Parser::s_instance = *new Parser;
+Parser &Parser::s_instance = *new Parser; // clazy:exclude=non-pod-global-static
 
 // Qt refuses numbers that are too small for it, and of a text it may drop a byte order mark.
 bool isReadAlike(const dom::element &value)

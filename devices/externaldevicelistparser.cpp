@@ -26,7 +26,7 @@ void addDevice(ExterDeviceInfo device, QList<ExterDeviceInfo> &devices)
         Log::module(QtDebugMsg, Method, "device:", device.devicePosition, ",functionclass:", function.founctionClass,
                     ",functionId:", function.founctionId, ",functionBitmapMask:", function.founctionBitmapMask);
     }
-    devices.append(std::move(device));
+    devices.append(device);
 }
 
 void store(const DeviceListReaders::Content &content, const QString &text, QList<ExterDeviceInfo> &devices)

@@ -25,12 +25,30 @@ class WatchMountWorker;
 /**
  * The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
  *
- * Create it on the host's main thread, one at a time. (A new one may be made just before the old one is destroyed, as
- * std::unique_ptr::reset() does; from then on the old one is good for nothing but to be destroyed.) Then, in this
- * order: set the client parameters, both callbacks and the map callback; emit loadDynamicLib() and
- * loadDevRedirComponentByThread(); hand over each port channel; call notifyEvent(). At the end of the session call
- * setQuitFlag(true), take the devices back and destroy the object. A second object needs its parameters and callbacks
- * set again, and setQuitFlag(false): the quit flag and the last lists belong to the process and outlive the object.
+ * Create it on the host's main thread, one at a time, when there is a QCoreApplication with GLib's event loop. (A new
+ * one may be made just before the old one is destroyed, as std::unique_ptr::reset() does; the old one may then only be
+ * destroyed.) Then, in this order:
+ *  -# setClientParam(), setNotifyEventCallback(), sendMapCommandByDevModel(): the component starts only with an event
+ *     callback, and the map callback is called without a check.
+ *  -# Connect to the results that are wanted.
+ *  -# Emit loadDynamicLib() and ask isComponentLoaded(); componentLoadError() says why not.
+ *  -# Emit loadDevRedirComponentByThread() and ask isComponentStarted().
+ *  -# For each port channel whose name is known emit checkRedirChannelByThread(), once.
+ *  -# getDeviceListFromUniqueFrame(), deviceOperate() and so on. notifyEvent() only if the host can live with a
+ *     destructor that waits until the mount table changes.
+ *
+ * At the end of the session, in this order:
+ *  -# Take the devices back: unRedirectDeviceAll() and wait for unRedirectDeviceAllResult(), or
+ *     syncUNRedirectDeviceAll(). The component then says goodbye to the virtual machine.
+ *  -# Let the main loop run until the ports that were announced are connected and what was sent has been written, a
+ *     second at most: a SPICE server may not survive a client that leaves earlier.
+ *  -# setQuitFlag(true): messages of the component are dropped from now on.
+ *  -# realeaseDeviceResource(): stops the component.
+ *  -# Destroy this object.
+ *  -# Disconnect the SPICE session: no channel goes away under a component that still uses it.
+ *
+ * A second object needs its parameters and callbacks set again, and setQuitFlag(false): the quit flag and the last
+ * lists belong to the process and outlive the object.
  *
  * \code
  *     DevRedirectInterface redirect(nullptr);
@@ -39,6 +57,8 @@ class WatchMountWorker;
  *     redirect.sendMapCommandByDevModel(onDeviceList);
  *     Q_EMIT redirect.loadDynamicLib();
  *     Q_EMIT redirect.loadDevRedirComponentByThread(vmId);
+ *     if (!redirect.isComponentStarted())
+ *         complain(redirect.componentLoadError());
  *     Q_EMIT redirect.checkRedirChannelByThread(channel, name, opened);
  *     redirect.getDeviceListFromUniqueFrame();
  * \endcode

@@ -25,10 +25,9 @@ std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak
 // registered.
 void makeWhatLinesNeed()
 {
-    QString line;
-    QDebug(&line) << "";
     QLoggingCategory::defaultCategory();
-    qFormatLogMessage(QtDebugMsg, QMessageLogContext(), line);
+    const QString pattern = qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
+    Q_UNUSED(pattern)
 }
 
 } // namespace
@@ -61,7 +60,6 @@ void ProcessEnd::endAllThreads()
 {
     for (ProcessEnd *const interface : qAsConst(living()))
         interface->m_endThreads();
-    living().clear();
 }
 
 void ProcessEnd::onApplicationGoes()

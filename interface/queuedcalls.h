@@ -19,8 +19,8 @@ public:
     /// From now on what is queued is not done any more. \thread any
     void drop() { m_dropping = true; }
 
-    /// Asks the thread of \a receiver to quit behind all that is queued there; nothing for null, as a receiver goes with
-    /// its thread. \thread any
+    /// Asks the thread of \a receiver to quit behind all that is queued there; nothing for null, as a receiver goes
+    /// with its thread. \thread any
     static void quitThread(QObject *receiver);
 
     /// How many calls have been dropped so far. \thread any

@@ -31,9 +31,9 @@ public:
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
 
-    static bool mayBeWritten()
+    bool mayBeWritten() const
     {
-        const Qt::HANDLE onlyWriter = s_onlyWriter.load(std::memory_order_acquire);
+        const Qt::HANDLE onlyWriter = s_onlyWriter;
         return !onlyWriter || onlyWriter == QThread::currentThreadId();
     }
 
@@ -43,12 +43,11 @@ private:
     static std::atomic<int> s_underWay;
 };
 
+/// May be asked at any time, also when Qt's own statics have gone.
 inline bool enabled(QtMsgType level)
 {
-    if (!Line::mayBeWritten())
-        return false;
     const QLoggingCategory *category = QLoggingCategory::defaultCategory();
-    return category && category->isEnabled(level); // null before and after Qt's own statics
+    return category && category->isEnabled(level);
 }
 
 inline QDebug stream(QtMsgType level)
@@ -73,7 +72,7 @@ void plain(QtMsgType level, const Pieces &...pieces)
     if (!enabled(level))
         return;
     const Line line;
-    if (Line::mayBeWritten()) // once more: whoever ends the process waits for the lines that have been counted
+    if (line.mayBeWritten())
         (stream(level) << ... << pieces);
 }
 

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t BatchBytes = 131072;
 
 // What the C library may keep for later use after a peer did not read for a while.
-constexpr std::size_t MostKeptBytes = 8 * 1024 * 1024;
+constexpr std::size_t MostKeptBytes = std::size_t(8) * 1024 * 1024;
 
 bool isLost(int event)
 {

@@ -391,3 +391,55 @@ TEST(Unloading, of_one_handler_leaves_the_other_s_library_mapped)
     int length = 0;
     EXPECT_EQ(first.handlerRedirCtrlCommand("{}", nullptr, length), 0);
 }
+
+TEST(Loading, is_known_by_a_query_until_the_library_is_unloaded)
+{
+    RedirectHandler handler;
+    EXPECT_FALSE(handler.isLoaded());
+    EXPECT_EQ(handler.loadError(), QString());
+    ASSERT_TRUE(handler.load(Component::path()));
+    EXPECT_TRUE(handler.isLoaded());
+    EXPECT_EQ(handler.loadError(), QString());
+    handler.stopMappingFunction();
+    EXPECT_TRUE(handler.isLoaded());
+    ASSERT_TRUE(handler.unLoad());
+    EXPECT_FALSE(handler.isLoaded());
+}
+
+TEST(Loading, of_a_missing_file_fails_because_it_is_not_found)
+{
+    const QString path = Component::variant(QStringLiteral("missing"));
+    RedirectHandler handler;
+    ASSERT_TRUE(handler.load(Component::path()));
+    EXPECT_FALSE(handler.load(path));
+    EXPECT_FALSE(handler.isLoaded());
+    EXPECT_EQ(handler.loadError(), path + QStringLiteral(": not found"));
+}
+
+TEST(Loading, of_another_file_fails_for_the_loaders_reason_or_a_missing_entry_point)
+{
+    RedirectHandler handler;
+    EXPECT_FALSE(handler.load(Component::variant(QStringLiteral("not_a_library"))));
+    EXPECT_TRUE(handler.loadError().contains(QStringLiteral("not_a_library.so")));
+    EXPECT_FALSE(handler.loadError().contains(QStringLiteral("not found")));
+    const QString partial = Component::variant(QStringLiteral("lacks_ctrl"));
+    EXPECT_FALSE(handler.load(partial));
+    EXPECT_FALSE(handler.isLoaded());
+    EXPECT_EQ(handler.loadError(), partial + QStringLiteral(": has no entry point redirCtrl"));
+}
+
+TEST(Loading, is_not_starting_and_a_stop_is_known_too)
+{
+    Script &script = Component::script();
+    RedirectHandler handler;
+    ASSERT_TRUE(handler.load(Component::path()));
+    EXPECT_FALSE(handler.isStarted());
+    script.init = [](auto &&...) { return false; };
+    EXPECT_FALSE(handler.loadRedirComponent(nullptr, nullptr, "vm", "config"));
+    EXPECT_FALSE(handler.isStarted());
+    script.init = nullptr;
+    EXPECT_TRUE(handler.loadRedirComponent(nullptr, nullptr, "vm", "config"));
+    EXPECT_TRUE(handler.isStarted());
+    handler.redirDeinit();
+    EXPECT_FALSE(handler.isStarted());
+}

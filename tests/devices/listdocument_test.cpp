@@ -524,3 +524,44 @@ TEST(ListDocument, reading_a_list_does_not_store_its_records)
     EXPECT_EQ(DevRedirectManger::instance()->getDevListInfo(), stored);
     EXPECT_EQ(DevRedirectManger::instance()->getMapDevListInfo(), stored);
 }
+
+TEST(ListDocument, texts_that_are_missing_empty_or_of_another_type_are_empty_and_not_null)
+{
+    for (const char *device : {R"({"founctionInfo":[{}]})", R"({"vendorId":"","errCode":"","founctionInfo":[{}]})",
+                               R"({"vendorId":7,"errCode":null,"founctionInfo":[{"founctionClass":false}]})",
+                               R"({"vendorId":7.5,"errCode":null,"founctionInfo":[{"founctionClass":false}]})"}) {
+        const std::string document = std::string(R"([{"devices":[)") + device + "]}]";
+        QList<ExterDeviceInfo> devices;
+        ASSERT_TRUE(parseExternalDeviceList(document.data(), unsigned(document.size()), devices)) << device;
+        ASSERT_EQ(devices.size(), 1);
+        for (const QString &text : {devices[0].vendorId, devices[0].errCode, devices[0].deviceName,
+                                    devices[0].devicePosition, devices[0].functions.value(0).founctionClass})
+            EXPECT_TRUE(text.isEmpty() && !text.isNull()) << device;
+        EXPECT_TRUE(devices[0].spareTextB.isNull());
+    }
+}
+
+TEST(ListDocument, with_a_number_that_is_no_integer_reads_the_same)
+{
+    for (const char *fraction : {"", ".5"}) {
+        const std::string document =
+            std::string(R"([{"devices":[{"deviceId":"a","vendorId":"abcd","isShared":"1","x":1)") + fraction
+            + R"(,"founctionInfo":[{"founctionId":"4"}]}]}])";
+        QList<ExterDeviceInfo> devices;
+        ASSERT_TRUE(parseExternalDeviceList(document.data(), unsigned(document.size()), devices)) << fraction;
+        ASSERT_EQ(devices.size(), 1) << fraction;
+        EXPECT_EQ(devices[0].deviceId, QStringLiteral("a"));
+        EXPECT_EQ(devices[0].devicePosition, QStringLiteral("a"));
+        EXPECT_EQ(devices[0].vendorId, QStringLiteral("ABCD"));
+        EXPECT_EQ(devices[0].status, 2);
+        EXPECT_EQ(devices[0].functions.value(0).founctionId, 5);
+    }
+}
+
+TEST(ListDocument, with_a_number_that_is_too_small_is_refused_as_qt_refuses_it)
+{
+    const std::string document = R"([{"devices":[{"deviceId":"a","x":0.1e-400}]}])";
+    QList<ExterDeviceInfo> devices;
+    EXPECT_FALSE(parseExternalDeviceList(document.data(), unsigned(document.size()), devices));
+    EXPECT_EQ(devices.size(), 0);
+}

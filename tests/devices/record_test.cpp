@@ -256,3 +256,11 @@ TEST(DeviceText, placeholders_beyond_the_last_stay)
     expected.replace(QStringLiteral("errStr =."), QStringLiteral("errStr =100%, %1 and %99."));
     EXPECT_EQ(device.getDevInfo(), expected);
 }
+
+TEST(DeviceRecord, has_texts_that_are_empty_and_not_null_but_for_the_one_that_nobody_fills)
+{
+    const ExterDeviceInfo record;
+    for (const TextField &field : textFields)
+        EXPECT_EQ((record.*field.member).isNull(), field.member == &ExterDeviceInfo::spareTextB) << field.name;
+    EXPECT_FALSE(FunctionInfo().founctionClass.isNull());
+}

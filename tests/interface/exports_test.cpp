@@ -51,12 +51,13 @@ TEST(Exports, the_library_has_this_soname)
 
 TEST(Exports, only_the_classes_functions_and_constants_of_the_headers_can_be_linked_against)
 {
-    const QRegularExpression known(QStringLiteral("^((typeinfo (name )?for |vtable for |non-virtual thunk to )?"
-                                                  "(DevRedirectInterface|DevRedirectManger|DevRedirectWorker|"
-                                                  "ExterDeviceInfo|FunctionInfo|RedirectHandler|WatchMountWorker)"
-                                                  "(::.*)?|(parseExternalDeviceList|sendDevRedirectMsgToSpice|"
-                                                  "onPortMsgProcess|onPortEvent|PortChannelEvent)\\(.*\\)|"
-                                                  "devredirectBytesWaiting|s_mutext|USBRDR|DISKRDR|CAMRDR|SPICEMODE|TCPMODE)$"));
+    const QRegularExpression known(
+        QStringLiteral("^((typeinfo (name )?for |vtable for |non-virtual thunk to )?"
+                       "(DevRedirectInterface|DevRedirectManger|DevRedirectWorker|"
+                       "ExterDeviceInfo|FunctionInfo|RedirectHandler|WatchMountWorker)"
+                       "(::.*)?|(parseExternalDeviceList|sendDevRedirectMsgToSpice|"
+                       "onPortMsgProcess|onPortEvent|PortChannelEvent)\\(.*\\)|"
+                       "devredirectBytesWaiting|s_mutext|USBRDR|DISKRDR|CAMRDR|SPICEMODE|TCPMODE)$"));
     const QStringList names = exportedNames();
     EXPECT_GT(names.size(), 100);
     for (const QString &name : names)

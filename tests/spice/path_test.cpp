@@ -3,6 +3,7 @@
 // The whole path between a component and a virtual machine: the library, the stock SPICE client and a SPICE server.
 
 #include "interface/devredirectinterface.h"
+#include "stress/resources.h"
 #include "support/component.h"
 #include "support/eventlist.h"
 #include "support/logrecorder.h"
@@ -11,6 +12,7 @@
 #include "support/printing.h"
 #include "support/spiceserver.h"
 #include "support/waitfor.h"
+#include "worker/portchannelglue.h"
 
 #include <gtest/gtest.h>
 
@@ -570,4 +572,56 @@ TEST_F(SpicePath, the_path_survives_the_interface_that_made_it)
     EXPECT_TRUE(componentReceives("in"));
     send("out");
     EXPECT_TRUE(machineReceives("out"));
+}
+
+TEST_F(SpicePath, messages_that_wait_when_their_port_closes_do_not_reach_its_next_opening)
+{
+    constexpr std::size_t Size = 65536;
+    constexpr std::size_t Count = 800;
+    ASSERT_TRUE(bind());
+    for (std::size_t i = 0; i < Count; ++i)
+        send(std::string(Size, 'x')); // no event loop runs, so none has been written yet
+    EXPECT_EQ(devredirectBytesWaiting(channels[0]), std::int64_t(Size * Count));
+    server->port().close();
+    ASSERT_TRUE(waitFor([this] { return events == std::vector<int>{1}; }));
+    EXPECT_LT(devredirectBytesWaiting(channels[0]), std::int64_t(4 * Size));
+    EXPECT_EQ(warnings().size(), 1);
+    server->port().open();
+    ASSERT_TRUE(waitFor([this] { return events.size() == 2; }));
+    send("fresh");
+    ASSERT_TRUE(waitFor([this] { return server->port().received().find("fresh") != std::string::npos; }));
+    EXPECT_LT(server->port().received().size(), Size * Count / 4);
+    EXPECT_EQ(warnings().size(), 1);
+    EXPECT_TRUE(waitFor([this] { return devredirectBytesWaiting(channels[0]) == 0; }));
+}
+
+TEST_F(SpicePath, nothing_waits_for_a_channel_that_nobody_sent_on)
+{
+    ASSERT_TRUE(bind());
+    EXPECT_EQ(devredirectBytesWaiting(channels[0]), 0);
+    EXPECT_EQ(devredirectBytesWaiting(nullptr), 0);
+    send("seven b");
+    EXPECT_EQ(devredirectBytesWaiting(channels[0]), 7);
+    ASSERT_TRUE(machineReceives("seven b"));
+    EXPECT_TRUE(waitFor([this] { return devredirectBytesWaiting(channels[0]) == 0; }));
+}
+
+TEST_F(SpicePath, memory_is_given_back_after_the_machine_did_not_read_for_a_while)
+{
+    if (!Resources::memoryIsReused)
+        GTEST_SKIP() << "a sanitizer keeps what was freed";
+    constexpr int Count = 1600; // 100 MiB
+    ASSERT_TRUE(bind());
+    server->port().countOnly();
+    const long before = Resources::memory();
+    std::vector<std::unique_ptr<int>> small; // what others allocate meanwhile
+    std::thread([&] {
+        for (int i = 0; i < Count; ++i) {
+            send(std::string(65536, 'x'));
+            small.push_back(std::make_unique<int>(i));
+        }
+    }).join();
+    EXPECT_GT(Resources::memory() - before, 90 * 1024);
+    EXPECT_TRUE(waitFor([this] { return server->port().counted() == 65536u * Count; }));
+    EXPECT_TRUE(waitFor([before] { return Resources::memory() - before < 10 * 1024; })) << Resources::memory() - before;
 }

@@ -54,6 +54,11 @@ TEST(Exit, by_exit_ends_the_process_with_everything_still_running)
     expectThatItEnds("exit");
 }
 
+TEST(Exit, of_the_application_ends_the_worker_first)
+{
+    expectThatItIsOrderly(APPLICATION_CHILD);
+}
+
 TEST(Exit, while_the_worker_wakes_the_main_thread_leaves_what_it_wakes)
 {
     expectThatItIsOrderly(WAKING_CHILD);

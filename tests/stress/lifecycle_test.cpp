@@ -3,6 +3,7 @@
 // Interfaces that come and go at the worst moment.
 
 #include "stress/stressbench.h"
+#include "support/logrecorder.h"
 #include "support/portwrites.h"
 #include "worker/portchannelglue.h"
 
@@ -581,6 +582,45 @@ TEST_F(LifeCycle, replaced_while_the_old_worker_handles_a_notification_publishes
     EXPECT_TRUE(waitFor([before] { return published() > before; }));
 }
 
+TEST_F(LifeCycle, replaced_with_a_notification_that_waits_publishes_the_newest_list)
+{
+    script.ctrl = Component::listing(documentOf(2));
+    redirect->getDeviceListFromUniqueFrame();
+    waitForWorker(); // the notification waits in this thread's queue
+    auto *const next = new DevRedirectInterface(nullptr);
+    next->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++published(); });
+    script.ctrl = Component::listing(documentOf(3));
+    next->getDeviceListFromUniqueFrame();
+    waitForWorker();
+    redirect.reset(next);
+    EXPECT_TRUE(waitFor([this] { return redirect->getDeviceList().size() == 3; }, 5000));
+    EXPECT_EQ(published(), 1);
+    expectThatAListComesThrough(4);
+}
+
+TEST_F(LifeCycle, destroyed_tells_how_much_is_dropped)
+{
+    Barrier barrier;
+    script.ctrl = [&barrier](const std::string &, char *, int &) {
+        barrier.enter();
+        return 0;
+    };
+    redirect->unRedirectDeviceById(device("camrdr")); // its result is dropped, too
+    ASSERT_TRUE(barrier.waitUntilHeld());
+    for (int i = 0; i < 3; ++i)
+        redirect->unRedirectDeviceById(device("camrdr"));
+    LogRecorder lines;
+    std::thread opener = whenThisThreadWaits([&barrier] { barrier.open(); });
+    redirect.reset();
+    opener.join();
+    const QString line = QStringLiteral("debug: [ ~DevRedirectInterface ] [REDIR_MODULE]  requests and notifications "
+                                        "that are dropped:  %1");
+    EXPECT_EQ(lines.linesWith(QStringLiteral("dropped")), QStringList{line.arg(4)});
+    lines.clear();
+    makeInterface();
+    redirect.reset();
+    EXPECT_EQ(lines.linesWith(QStringLiteral("dropped")), QStringList());
+}
 TEST_F(LifeCycle, a_second_interface_finds_the_lists_and_the_quit_flag_of_the_first)
 {
     expectThatAListComesThrough(3);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A host that calls exit() while one of its threads writes lines. Status 0 if, once the interface's part of the end is
-// over, no line is under way, none comes, and the worker takes no request.
+// A host that calls exit() while one of its threads writes a line. Status 0 if Qt keeps what lines need until the
+// interface's part of the end is over, and if then no line is under way, none comes, and the worker takes no request.
 
 #include "interface/devredirectinterface.h"
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QThread>
 
 #include <atomic>
@@ -21,16 +22,24 @@ constexpr int WatchMilliseconds = 100;
 
 std::atomic<int> begun{0};
 std::atomic<int> ended{0};
+std::atomic<bool> endWaitsForLine{false};
+std::atomic<bool> isEnding{false};
+Qt::HANDLE mainThread = nullptr;
 DevRedirectInterface *redirect = nullptr; // never destroyed
 bool isAnswered = false;
 
 void onLine(QtMsgType, const QMessageLogContext &, const QString &)
 {
-    static const Qt::HANDLE mainThread = QThread::currentThreadId();
     if (QThread::currentThreadId() == mainThread)
         return;
     ++begun;
+    while (endWaitsForLine && !isEnding)
+        QThread::msleep(1);
     QThread::msleep(LineMilliseconds);
+    if (!QLoggingCategory::defaultCategory())
+        _exit(7);
+    if (!qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QStringLiteral("line")).endsWith(QLatin1Char('!')))
+        _exit(8);
     ++ended;
 }
 
@@ -52,11 +61,12 @@ void onInterfaceOver()
 
 int main(int argc, char **argv)
 {
+    mainThread = QThread::currentThreadId();
     qInstallMessageHandler(onLine);
     QCoreApplication application(argc, argv);
-    qDebug("The first line is the main thread's.");
     std::atexit(onInterfaceOver);
     redirect = new DevRedirectInterface(nullptr);
+    qSetMessagePattern(QStringLiteral("%{message}!"));
     QObject::connect(redirect, &DevRedirectInterface::unRedirectDeviceAllResult, [] { isAnswered = true; });
     redirect->unRedirectDeviceAll();
     while (!isAnswered)
@@ -66,7 +76,9 @@ int main(int argc, char **argv)
         for (;;)
             redirect->notifyUsbInfo(QStringLiteral("Stick:1-1:1:5"));
     }).detach();
-    while (ended < 3)
+    endWaitsForLine = true;
+    while (begun == ended)
         QThread::msleep(1);
+    isEnding = true;
     std::exit(0);
 }

@@ -147,6 +147,8 @@ public:
 
     void echo() override { m_echo = true; }
     const std::string &received() const override { return m_received; }
+    void countOnly() override { m_countsOnly = true; }
+    std::size_t counted() const override { return m_counted; }
 
 private:
     static constexpr std::size_t EchoBacklog = 256 * 1024;
@@ -164,6 +166,10 @@ private:
 
     int take(const char *bytes, int length)
     {
+        if (m_countsOnly) {
+            m_counted += std::size_t(length);
+            return length;
+        }
         if (!m_echo) {
             m_received.append(bytes, std::size_t(length));
             return length;
@@ -214,6 +220,8 @@ private:
     std::deque<std::string> m_outgoing;
     std::size_t m_pending = 0;
     std::string m_received;
+    bool m_countsOnly = false;
+    std::size_t m_counted = 0;
     bool m_echo = false;
     bool m_refused = false;
     guint m_pump = 0;

@@ -30,6 +30,9 @@ public:
         virtual void echo() = 0;
         /// All that has arrived and was not sent back.
         virtual const std::string &received() const = 0;
+        /// From now on what arrives is only counted.
+        virtual void countOnly() = 0;
+        virtual std::size_t counted() const = 0;
     };
 
     /// A server with open ports of these names; with a \a socketPath it also listens there.
