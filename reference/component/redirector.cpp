@@ -32,16 +32,6 @@ Outcome noPermission(const UsbDevice &device)
                        .arg(userName(), device.node, device.vendorId, device.productId));
 }
 
-QString portPathOf(libusb_device *device)
-{
-    uint8_t ports[8];
-    const int count = libusb_get_port_numbers(device, ports, sizeof ports);
-    QStringList path;
-    for (int i = 0; i < count; ++i)
-        path.append(QString::number(ports[i]));
-    return QString::number(libusb_get_bus_number(device)) + QLatin1Char('-') + path.join(QLatin1Char('.'));
-}
-
 } // namespace
 
 Redirector::Redirector(SendCallback send, EventCallback notify)
@@ -76,9 +66,7 @@ void Redirector::stop()
 
 quintptr Redirector::addChannel(const QString &name)
 {
-    m_mutex.lock();
     const quintptr number = ++m_lastChannel;
-    m_mutex.unlock();
     m_usb.post([this, number, name] {
         for (auto entry = m_channels.begin(); entry != m_channels.end();) {
             if (entry->second->name() == name) {
@@ -282,14 +270,18 @@ Outcome Redirector::lastFailure(const QString &deviceId) const
     return m_failures.value(deviceId);
 }
 
-void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
+void Redirector::noteFailure(const QString &deviceId, const Outcome &outcome)
 {
-    m_mutex.lock();
+    const QMutexLocker lock(&m_mutex);
     if (outcome)
         m_failures.remove(deviceId);
     else if (outcome.code != Refusal::NoSuchDevice) // no list would show it
         m_failures.insert(deviceId, outcome);
-    m_mutex.unlock();
+}
+
+void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
+{
+    noteFailure(deviceId, outcome);
     if (!outcome) {
         report(RedirEventShareFailed,
                {{QStringLiteral("deviceId"), deviceId},
@@ -330,7 +322,7 @@ void Redirector::watchPlugs()
 int Redirector::onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self)
 {
     auto *redirector = static_cast<Redirector *>(self);
-    const QString portPath = portPathOf(device);
+    const QString portPath = DeviceIdentity::portPathOf(device);
     redirector->m_usb.post([redirector, portPath, event] {
         if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED)
             redirector->m_arriving[portPath].start();
@@ -371,8 +363,6 @@ void Redirector::deviceLeft(const QString &portPath)
         if (channel->deviceId() == deviceId)
             release(*channel);
     }
-    m_mutex.lock();
-    m_failures.remove(deviceId); // no list will show it any more
-    m_mutex.unlock();
+    noteFailure(deviceId, {}); // no list will show it any more
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "component/entrypoints.h"
+#include "outcome.h"
 #include "usbchannel.h"
 #include "usbdevice.h"
 #include "usbthread.h"
@@ -11,34 +12,9 @@
 #include <QJsonObject>
 #include <QMutex>
 
+#include <atomic>
 #include <map>
 #include <memory>
-
-/// Why a command did not succeed. The number is what "redirCtrl" returns, and "errCode" of the device in the list.
-struct Outcome
-{
-    int code = 0; ///< 0: it did succeed
-    QString text;
-
-    explicit operator bool() const { return code == 0; }
-};
-
-/// Codes from 2 on: 1 is what the library itself returns when there is no component.
-namespace Refusal {
-constexpr int UnknownCommand = 2;
-constexpr int BufferTooSmall = 3;
-constexpr int NoSuchDevice = 4;
-constexpr int NoFreeChannel = 5;
-constexpr int AlreadyShared = 6;
-constexpr int NotShared = 7;
-constexpr int Mounted = 8;
-constexpr int ReadOnly = 9;
-constexpr int NoPermission = 10;
-constexpr int DeniedByPolicy = 11;
-constexpr int UsbError = 12;
-constexpr int RejectedByGuest = 13;
-constexpr int BadArgument = 14;
-} // namespace Refusal
 
 /**
  * Redirects USB devices over port channels, one device a channel.
@@ -85,6 +61,7 @@ private:
     void release(UsbChannel &channel);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
+    void noteFailure(const QString &deviceId, const Outcome &outcome);
 
     void watchPlugs();
     static int onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self);
@@ -101,8 +78,8 @@ private:
     libusb_hotplug_callback_handle m_plugWatch = 0;
     bool m_stopping = false;
 
+    std::atomic<quintptr> m_lastChannel{0};
     mutable QMutex m_mutex; ///< guards what follows
-    quintptr m_lastChannel = 0;
     QStringList m_shared;
     QHash<QString, Outcome> m_failures;
 
