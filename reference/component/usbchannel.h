@@ -58,6 +58,7 @@ private:
     Read readMessage();
     int take(uint8_t *buffer, int size);
     int send(uint8_t *bytes, int size);
+    uint64_t waiting() const;
 
     const QString m_name;
     const SendCallback m_send;
