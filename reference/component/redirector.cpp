@@ -178,8 +178,13 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
         return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
     libusb_device_handle *handle = nullptr;
     Outcome outcome = open(device, handle);
-    if (outcome && !channel->connectDevice(device.id(), handle, outcome.text))
+    if (!outcome)
+        return outcome;
+    m_notes.try_emplace(device.id(), device.id());
+    if (!channel->connectDevice(device.id(), handle, outcome.text)) {
         outcome.code = Refusal::UsbError;
+        m_notes.erase(device.id());
+    }
     return outcome;
 }
 
@@ -244,8 +249,37 @@ void Redirector::release(UsbChannel &channel)
     if (deviceId.isEmpty())
         return;
     channel.disconnectDevice();
+    m_notes.erase(deviceId);
     noteShared(deviceId, false);
     report(RedirEventUnshared, {{QStringLiteral("deviceId"), deviceId}});
+}
+
+// A killed process leaves its devices without their local drivers.
+void Redirector::giveBackLeftBehind()
+{
+    const QStringList left = ShareNote::takeLeftBehind();
+    for (const UsbDevice &device : left.isEmpty() ? QList<UsbDevice>() : UsbDevice::all()) {
+        if (left.contains(device.id()))
+            attachDrivers(device);
+    }
+}
+
+void Redirector::attachDrivers(const UsbDevice &device)
+{
+    libusb_device_handle *handle = nullptr;
+    const Outcome opened = open(device, handle);
+    if (!opened) {
+        qCWarning(logComponent, "%s stays without its local driver: %s", qPrintable(device.id()),
+                  qPrintable(opened.text));
+        return;
+    }
+    libusb_config_descriptor *config = nullptr;
+    if (libusb_get_active_config_descriptor(libusb_get_device(handle), &config) == LIBUSB_SUCCESS) {
+        for (int i = 0; i < config->bNumInterfaces; ++i) // one that has its driver, or another owner, refuses
+            libusb_attach_kernel_driver(handle, config->interface[i].altsetting->bInterfaceNumber);
+        libusb_free_config_descriptor(config);
+    }
+    libusb_close(handle);
 }
 
 // --- what is known of devices ---
@@ -310,7 +344,10 @@ void Redirector::watchPlugs()
 {
     for (const UsbDevice &device : UsbDevice::all())
         m_idByPortPath.insert(device.portPath, device.id());
-    if (!m_usb.usb() || !libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG))
+    if (!m_usb.usb())
+        return;
+    giveBackLeftBehind();
+    if (!libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG))
         return;
     libusb_hotplug_register_callback(m_usb.usb(),
                                      LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,

@@ -3,6 +3,7 @@
 
 #include "component/entrypoints.h"
 #include "outcome.h"
+#include "sharenote.h"
 #include "usbchannel.h"
 #include "usbdevice.h"
 #include "usbthread.h"
@@ -58,6 +59,8 @@ private:
     UsbChannel *freeChannel();
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome connectDevice(const UsbDevice &device);
+    void giveBackLeftBehind();
+    void attachDrivers(const UsbDevice &device);
     void release(UsbChannel &channel);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
@@ -73,6 +76,7 @@ private:
 
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
+    std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
     libusb_hotplug_callback_handle m_plugWatch = 0;

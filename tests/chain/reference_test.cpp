@@ -20,6 +20,7 @@
 #include <QMutex>
 
 #include <atomic>
+#include <csignal>
 
 #include <dlfcn.h>
 #include <usbredirproto.h>
@@ -288,6 +289,15 @@ TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_st
     Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
     EXPECT_FALSE(share());
     EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
+}
+
+TEST_F(Reference, a_device_of_a_process_that_was_killed_is_given_back_when_the_component_next_starts)
+{
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe"; // a process of its own, with its own component
+    EXPECT_EXIT(if (shareWhenOpen()) raise(SIGKILL), ::testing::KilledBySignal(SIGKILL), "");
+    EXPECT_TRUE(getsDriver("none"));
+    Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
+    EXPECT_TRUE(getsDriver("usb-storage"));
 }
 
 TEST_F(Reference, a_device_that_is_only_described_is_shared_and_unshared_once)
