@@ -19,6 +19,7 @@
 
 static std::unique_ptr<DevRedirectInterface> redirect;
 static QString wanted; // the device to be shared
+static bool isShared = false; // there is a list for each port: the first port may be somebody else's
 static SpiceSession *session = nullptr; // null if there is only a list to be shown
 
 // The map callback: each new list comes here, on the main thread, before getDeviceList() returns it.
@@ -27,7 +28,7 @@ static void onDeviceList(QList<ExterDeviceInfo> &devices)
     for (const ExterDeviceInfo &device : devices) {
         std::printf("%s  %s  %s\n", qPrintable(device.deviceId), qPrintable(device.deviceName),
                     device.status == 2 ? "shared" : "local");
-        if (session && device.deviceId == wanted && device.status != 2) // once the list is published
+        if (!isShared && !wanted.isEmpty() && device.deviceId == wanted) // as soon as the list is published
             QTimer::singleShot(0, [] { redirect->deviceOperate(wanted, QStringLiteral("share")); });
     }
     if (!session)
@@ -65,7 +66,6 @@ int main(int argc, char **argv)
 {
     // Qt's event loop is GLib's on Linux, so that SPICE runs in it. Do not set QT_NO_GLIB.
     QCoreApplication application(argc, argv);
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const auto quit = [](void *) -> gboolean { return QCoreApplication::quit(), TRUE; };
     g_unix_signal_add(SIGINT, quit, nullptr);
     wanted = QString::fromLocal8Bit(argc > 2 ? argv[2] : "");
@@ -78,7 +78,8 @@ int main(int argc, char **argv)
         std::printf("event %d: %.*s\n", int(event), length, text);
     });
     QObject::connect(redirect.get(), &DevRedirectInterface::shareDeviceResultByInterface,
-                     [](const ExterDeviceInfo &device, bool isShared) {
+                     [](const ExterDeviceInfo &device, bool succeeded) {
+                         isShared = isShared || succeeded;
                          std::printf("%s: %s\n", isShared ? "shared" : "not shared", qPrintable(device.deviceId));
                      });
 
@@ -91,8 +92,8 @@ int main(int argc, char **argv)
         return 3;
     }
 
-    // 3. Connect to the virtual machine, or just ask for the list. With "enable-usbredir" the session
-    //    would redirect devices by itself, and take them away from the component.
+    // 3. Connect to the virtual machine, or just ask for the list. With "enable-usbredir" the session would
+    //    redirect devices by itself, and take them away from the component.
     if (argc > 1) {
         session = spice_session_new();
         g_object_set(session, "uri", argv[1], "enable-usbredir", FALSE, nullptr);

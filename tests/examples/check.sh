@@ -60,7 +60,7 @@ expect list.out 'made-up  A made-up disk  local'
 "$server" "$scratch/spice.sock" org.example.made-up >"$scratch/server.out" 2>"$scratch/server.log" & server_pid=$!
 trap 'kill "$server_pid" 2>/dev/null || true' EXIT
 await server.out "listening at $scratch/spice.sock"
-"$host" "spice+unix://$scratch/spice.sock" made-up >"$scratch/share.out" 2>"$scratch/share.log" & host_pid=$!
+stdbuf -oL "$host" "spice+unix://$scratch/spice.sock" made-up >"$scratch/share.out" 2>"$scratch/share.log" & host_pid=$!
 await share.out 'shared: made-up'
 await server.out 'received: hello from the component'
 kill -INT $host_pid
