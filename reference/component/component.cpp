@@ -5,6 +5,8 @@
 #include <QJsonDocument>
 #include <QMutexLocker>
 
+#include <algorithm>
+
 namespace {
 
 const QString DeviceId = QStringLiteral("deviceId");

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "component/entrypoints.h"
+#include "component/redirevents.h"
 #include "outcome.h"
 #include "sharenote.h"
 #include "usbchannel.h"

@@ -7,7 +7,6 @@
 #include <QFile>
 
 #include <atomic>
-#include <cstring>
 #include <memory>
 
 #include <dirent.h>
@@ -54,8 +53,7 @@ QList<QByteArray> filesIn(const Descriptor &folder)
         void operator()(DIR *open) const { closedir(open); }
     };
     QList<QByteArray> names;
-    const int number = openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, Close> open(number < 0 ? nullptr : fdopendir(number));
+    const std::unique_ptr<DIR, Close> open(fdopendir(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
     while (const dirent *entry = open ? readdir(open.get()) : nullptr) {
         if (entry->d_name[0] != '.')
             names.append(entry->d_name);
@@ -66,7 +64,7 @@ QList<QByteArray> filesIn(const Descriptor &folder)
 // The device in a note whose process has ended; empty if it lives. One that is still being written is empty, too.
 QString deviceIn(const Descriptor &note)
 {
-    if (!note || flock(note.get(), LOCK_EX | LOCK_NB) != 0)
+    if (flock(note.get(), LOCK_EX | LOCK_NB) != 0)
         return QString();
     char text[512];
     const ssize_t length = read(note.get(), text, sizeof text);
@@ -77,32 +75,27 @@ QString deviceIn(const Descriptor &note)
 
 ShareNote::ShareNote(const QString &deviceId)
     : m_folder(openFolder()), m_fileName(newFileName()),
-      m_file(m_folder ? openat(m_folder.get(), m_fileName.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
-                               S_IRUSR | S_IWUSR)
-                      : -1)
+      m_file(
+          openat(m_folder.get(), m_fileName.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR))
 {
-    if (!m_folder)
-        return;
     const QByteArray text = deviceId.toUtf8();
-    if (!m_file || flock(m_file.get(), LOCK_EX) != 0
-        || write(m_file.get(), text.constData(), size_t(text.size())) != text.size())
-        qCWarning(logComponent, "no note of a shared device can be written: %s", std::strerror(errno));
+    const bool isWritten =
+        flock(m_file.get(), LOCK_EX) == 0 && write(m_file.get(), text.constData(), size_t(text.size())) == text.size();
+    if (m_folder && !isWritten)
+        qCWarning(logComponent, "no note of a shared device can be written");
 }
 
 ShareNote::~ShareNote()
 {
-    if (m_file)
-        unlinkat(m_folder.get(), m_fileName.constData(), 0);
+    unlinkat(m_folder.get(), m_fileName.constData(), 0);
 }
 
 QStringList ShareNote::takeLeftBehind()
 {
     QStringList devices;
     const Descriptor folder = openFolder();
-    if (!folder)
-        return devices;
     for (const QByteArray &name : filesIn(folder)) {
-        const Descriptor note(openat(folder.get(), name.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
+        const Descriptor note(openat(folder.get(), name.constData(), O_RDONLY | O_CLOEXEC));
         const QString device = deviceIn(note);
         if (device.isEmpty())
             continue;

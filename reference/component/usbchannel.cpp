@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "usbchannel.h"
 
+#include "component/entrypoints.h"
 #include "logging.h"
 
 #include <algorithm>

@@ -45,6 +45,7 @@ protected:
         const ShareNote note(Id);
         EXPECT_EQ(ShareNote::takeLeftBehind(), QStringList());
         EXPECT_EQ(log.linesWith(QStringLiteral("devices stay taken if this process is killed")).size(), 2);
+        EXPECT_EQ(log.lines().size(), 2);
     }
 
     QTemporaryDir runtime;
