@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
-# The installed tree: the library, its headers, a CMake package and a pkg-config file.
+# The installed tree: the library, its headers, a CMake package, a pkg-config file and the licence.
 
 include(CMakePackageConfigHelpers)
 set(DEVREDIRECT_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/DevRedirect)
@@ -24,3 +24,5 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/DevRedirectConfig.cmake
 file(RELATIVE_PATH DEVREDIRECT_PC_TO_PREFIX /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/devredirecthandler.pc.in devredirecthandler.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/devredirecthandler.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

@@ -5,21 +5,11 @@
 #include <QJsonDocument>
 #include <QMutexLocker>
 
+#include <algorithm>
+
 namespace {
 
 const QString DeviceId = QStringLiteral("deviceId");
-const QString IsShared = QStringLiteral("isShared");
-
-QString textIn(const QJsonObject &object, const char *key)
-{
-    return object.value(QLatin1String(key)).toString();
-}
-
-// The list's reader takes numbers only as texts.
-QString asText(bool shared)
-{
-    return shared ? QStringLiteral("1") : QStringLiteral("0");
-}
 
 QJsonArray describeFunctions(const UsbDevice &device)
 {
@@ -54,7 +44,7 @@ Outcome Component::run(const QByteArray &command, QByteArray &reply)
 
 Outcome Component::dispatch(const QJsonObject &command, QByteArray &reply)
 {
-    const QString word = textIn(command, "command");
+    const QString word = command.value(QLatin1String("command")).toString();
     if (word == QLatin1String("list")) {
         reply = list();
         return {};
@@ -79,9 +69,9 @@ QByteArray Component::list()
     QJsonArray devices;
     for (const UsbDevice &device : UsbDevice::all())
         devices.append(describe(device));
-    const QMutexLocker lock(&m_mutex);
     for (QJsonObject device : m_config.devices) {
-        device.insert(IsShared, asText(m_sharedDescribed.contains(device.value(DeviceId).toString())));
+        const QString deviceId = device.value(DeviceId).toString();
+        addState(device, deviceId, isDescribedShared(deviceId));
         devices.append(device);
     }
     return QJsonDocument(QJsonArray{QJsonObject{{QStringLiteral("devices"), devices}}}).toJson(QJsonDocument::Compact);
@@ -90,10 +80,9 @@ QByteArray Component::list()
 QJsonObject Component::describe(const UsbDevice &device)
 {
     const UsbDevice::Interface kind = device.kind();
-    const Outcome last = m_redirector.lastFailure(device.id());
     const bool composite = device.interfaces.size() > 1;
     const int mask = composite ? (1 << qMin(device.interfaces.size(), 30)) - 1 : 0;
-    return {
+    QJsonObject entry{
         {QStringLiteral("rdrName"), redirectorOf(device)},
         {QStringLiteral("context"), device.node},
         {QStringLiteral("vendorId"), device.vendorId},
@@ -104,17 +93,24 @@ QJsonObject Component::describe(const UsbDevice &device)
         {QStringLiteral("deviceSubClass"), kind.subClass},
         {QStringLiteral("usbProt"), kind.protocol},
         {QStringLiteral("deviceRel"), device.release},
-        {IsShared, asText(m_redirector.isShared(device.id()))},
         {QStringLiteral("storeLetter"), device.disks.isEmpty() ? QString() : device.disks.first()},
         {DeviceId, device.id()},
         {QStringLiteral("readOnly"), isReadOnly(device)},
-        {QStringLiteral("usbHub"), device.hub},
-        {QStringLiteral("usbPort"), device.port},
+        {QStringLiteral("usbHub"), device.hub()},
+        {QStringLiteral("usbPort"), device.port()},
         {QStringLiteral("founctionBitmapMask"), QString::number(mask)},
         {QStringLiteral("founctionInfo"), composite ? describeFunctions(device) : QJsonArray()},
-        {QStringLiteral("errCode"), QString::number(last.code)},
-        {QStringLiteral("errString"), last.text},
     };
+    addState(entry, device.id(), m_redirector.isShared(device.id()));
+    return entry;
+}
+
+void Component::addState(QJsonObject &entry, const QString &deviceId, bool shared) const
+{
+    const Outcome last = m_redirector.lastFailure(deviceId);
+    entry.insert(QStringLiteral("isShared"), shared ? QStringLiteral("1") : QStringLiteral("0"));
+    entry.insert(QStringLiteral("errCode"), QString::number(last.code));
+    entry.insert(QStringLiteral("errString"), last.text);
 }
 
 QString Component::redirectorOf(const UsbDevice &device) const
@@ -135,21 +131,46 @@ bool Component::isDescribed(const QString &deviceId) const
                        [&](const QJsonObject &device) { return device.value(DeviceId).toString() == deviceId; });
 }
 
-void Component::noteDescribed(const QString &deviceId, bool shared)
+bool Component::isDescribedShared(const QString &deviceId)
+{
+    const QMutexLocker lock(&m_mutex);
+    return m_sharedDescribed.contains(deviceId);
+}
+
+bool Component::noteDescribed(const QString &deviceId, bool shared)
 {
     {
         const QMutexLocker lock(&m_mutex);
+        if (m_sharedDescribed.contains(deviceId) == shared)
+            return false;
         if (shared)
             m_sharedDescribed.insert(deviceId);
         else
             m_sharedDescribed.remove(deviceId);
     }
     m_redirector.report(shared ? RedirEventShared : RedirEventUnshared, {{DeviceId, deviceId}});
+    return true;
+}
+
+Outcome Component::shareDescribed(const QString &deviceId)
+{
+    Outcome outcome;
+    if (!noteDescribed(deviceId, true))
+        outcome = {Refusal::AlreadyShared, QStringLiteral("already shared")};
+    m_redirector.setFailure(deviceId, outcome);
+    return outcome;
+}
+
+Outcome Component::unshareDescribed(const QString &deviceId)
+{
+    if (noteDescribed(deviceId, false))
+        return {};
+    return {Refusal::NotShared, QStringLiteral("not shared")};
 }
 
 Outcome Component::share(const QJsonObject &command)
 {
-    const QString deviceId = textIn(command, "deviceId");
+    const QString deviceId = command.value(QLatin1String("deviceId")).toString();
     for (const UsbDevice &device : UsbDevice::all()) {
         if (device.id() != deviceId)
             continue;
@@ -159,10 +180,8 @@ Outcome Component::share(const QJsonObject &command)
         m_redirector.setFailure(deviceId, allowed);
         return allowed;
     }
-    if (isDescribed(deviceId)) {
-        noteDescribed(deviceId, true);
-        return {};
-    }
+    if (isDescribed(deviceId))
+        return shareDescribed(deviceId);
     const Outcome missing{Refusal::NoSuchDevice, QStringLiteral("no such device")};
     m_redirector.setFailure(deviceId, missing);
     return missing;
@@ -172,7 +191,7 @@ Outcome Component::mayShare(const UsbDevice &device, const QJsonObject &command)
 {
     if (redirectorOf(device) == QLatin1String("camrdr")) {
         const QMutexLocker lock(&m_mutex);
-        if (!m_cameraPolicy.allows(device.vendorId, device.productId))
+        if (!m_cameraPolicy.allow(device.kind().usbClass, device.vendorId, device.productId, true))
             return {Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
     }
     // USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
@@ -186,27 +205,25 @@ Outcome Component::mayShare(const UsbDevice &device, const QJsonObject &command)
 
 Outcome Component::unshare(const QJsonObject &command)
 {
-    const QString deviceId = textIn(command, "deviceId");
-    if (isDescribed(deviceId)) {
-        noteDescribed(deviceId, false);
-        return {};
-    }
+    const QString deviceId = command.value(QLatin1String("deviceId")).toString();
+    if (isDescribed(deviceId))
+        return unshareDescribed(deviceId);
     return m_redirector.unshare(deviceId);
 }
 
 Outcome Component::unshareAll()
 {
     m_redirector.unshareAll();
-    const QMutexLocker lock(&m_mutex);
-    m_sharedDescribed.clear();
+    for (const QJsonObject &device : m_config.devices)
+        noteDescribed(device.value(DeviceId).toString(), false);
     return {};
 }
 
 // libusb sees plugs by itself on this kind of machine; the host's word only makes it certain that nobody waits for it.
 Outcome Component::deviceChanged(const QJsonObject &command)
 {
-    const QString position = textIn(command, "devicePosition");
-    const bool attached = textIn(command, "deviceAttach") == QLatin1String("1");
+    const QString position = command.value(QLatin1String("devicePosition")).toString();
+    const bool attached = command.value(QLatin1String("deviceAttach")).toString() == QLatin1String("1");
     for (const UsbDevice &device : UsbDevice::all()) {
         if (device.portPath.compare(position, Qt::CaseInsensitive) != 0)
             continue;
@@ -230,5 +247,6 @@ Outcome Component::setPolicy(const QJsonObject &command)
     const QMutexLocker lock(&m_mutex);
     if (m_cameraPolicy.set(rules))
         return {};
-    return {Refusal::BadArgument, QStringLiteral("a rule reads allow:vendor:product or deny:vendor:product")};
+    return {Refusal::BadArgument,
+            QStringLiteral("a rule reads allow[:class]:vendor:product or deny[:class]:vendor:product")};
 }

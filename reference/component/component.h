@@ -2,8 +2,8 @@
 #pragma once
 
 #include "config.h"
-#include "policy.h"
 #include "redirector.h"
+#include "reference/rules.h"
 
 #include <QByteArray>
 #include <QMutex>
@@ -35,15 +35,21 @@ private:
     Outcome setPolicy(const QJsonObject &command);
 
     QJsonObject describe(const UsbDevice &device);
+    /// What changes of a device in the list. Its reader takes numbers only as texts.
+    void addState(QJsonObject &entry, const QString &deviceId, bool shared) const;
     QString redirectorOf(const UsbDevice &device) const;
     bool isReadOnly(const UsbDevice &device) const;
     bool isDescribed(const QString &deviceId) const;
     Outcome mayShare(const UsbDevice &device, const QJsonObject &command);
-    void noteDescribed(const QString &deviceId, bool shared);
+    bool isDescribedShared(const QString &deviceId);
+    /// False if that is what it was already.
+    bool noteDescribed(const QString &deviceId, bool shared);
+    Outcome shareDescribed(const QString &deviceId);
+    Outcome unshareDescribed(const QString &deviceId);
 
     const Config m_config;
     QMutex m_mutex; ///< guards what follows
-    Policy m_cameraPolicy;
+    DeviceRules m_cameraPolicy;
     QSet<QString> m_sharedDescribed; ///< of the devices that only the configuration knows
     Redirector m_redirector;
 };

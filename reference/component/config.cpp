@@ -5,6 +5,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
+
 namespace {
 
 const QStringList Redirectors{QStringLiteral("usbrdr"), QStringLiteral("diskrdr"), QStringLiteral("camrdr")};

@@ -32,16 +32,6 @@ Outcome noPermission(const UsbDevice &device)
                        .arg(userName(), device.node, device.vendorId, device.productId));
 }
 
-QString portPathOf(libusb_device *device)
-{
-    uint8_t ports[8];
-    const int count = libusb_get_port_numbers(device, ports, sizeof ports);
-    QStringList path;
-    for (int i = 0; i < count; ++i)
-        path.append(QString::number(ports[i]));
-    return QString::number(libusb_get_bus_number(device)) + QLatin1Char('-') + path.join(QLatin1Char('.'));
-}
-
 } // namespace
 
 Redirector::Redirector(SendCallback send, EventCallback notify)
@@ -76,9 +66,7 @@ void Redirector::stop()
 
 quintptr Redirector::addChannel(const QString &name)
 {
-    m_mutex.lock();
     const quintptr number = ++m_lastChannel;
-    m_mutex.unlock();
     m_usb.post([this, number, name] {
         for (auto entry = m_channels.begin(); entry != m_channels.end();) {
             if (entry->second->name() == name) {
@@ -190,8 +178,13 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
         return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
     libusb_device_handle *handle = nullptr;
     Outcome outcome = open(device, handle);
-    if (outcome && !channel->connectDevice(device.id(), handle, outcome.text))
+    if (!outcome)
+        return outcome;
+    m_notes.try_emplace(device.id(), device.id());
+    if (!channel->connectDevice(device.id(), handle, outcome.text)) {
         outcome.code = Refusal::UsbError;
+        m_notes.erase(device.id());
+    }
     return outcome;
 }
 
@@ -256,8 +249,37 @@ void Redirector::release(UsbChannel &channel)
     if (deviceId.isEmpty())
         return;
     channel.disconnectDevice();
+    m_notes.erase(deviceId);
     noteShared(deviceId, false);
     report(RedirEventUnshared, {{QStringLiteral("deviceId"), deviceId}});
+}
+
+// A killed process leaves its devices without their local drivers.
+void Redirector::giveBackLeftBehind()
+{
+    const QStringList left = ShareNote::takeLeftBehind();
+    for (const UsbDevice &device : left.isEmpty() ? QList<UsbDevice>() : UsbDevice::all()) {
+        if (left.contains(device.id()))
+            attachDrivers(device);
+    }
+}
+
+void Redirector::attachDrivers(const UsbDevice &device)
+{
+    libusb_device_handle *handle = nullptr;
+    const Outcome opened = open(device, handle);
+    if (!opened) {
+        qCWarning(logComponent, "%s stays without its local driver: %s", qPrintable(device.id()),
+                  qPrintable(opened.text));
+        return;
+    }
+    libusb_config_descriptor *config = nullptr;
+    if (libusb_get_active_config_descriptor(libusb_get_device(handle), &config) == LIBUSB_SUCCESS) {
+        for (int i = 0; i < config->bNumInterfaces; ++i) // one that has its driver, or another owner, refuses
+            libusb_attach_kernel_driver(handle, config->interface[i].altsetting->bInterfaceNumber);
+        libusb_free_config_descriptor(config);
+    }
+    libusb_close(handle);
 }
 
 // --- what is known of devices ---
@@ -282,14 +304,18 @@ Outcome Redirector::lastFailure(const QString &deviceId) const
     return m_failures.value(deviceId);
 }
 
-void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
+void Redirector::noteFailure(const QString &deviceId, const Outcome &outcome)
 {
-    m_mutex.lock();
+    const QMutexLocker lock(&m_mutex);
     if (outcome)
         m_failures.remove(deviceId);
     else if (outcome.code != Refusal::NoSuchDevice) // no list would show it
         m_failures.insert(deviceId, outcome);
-    m_mutex.unlock();
+}
+
+void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
+{
+    noteFailure(deviceId, outcome);
     if (!outcome) {
         report(RedirEventShareFailed,
                {{QStringLiteral("deviceId"), deviceId},
@@ -318,7 +344,10 @@ void Redirector::watchPlugs()
 {
     for (const UsbDevice &device : UsbDevice::all())
         m_idByPortPath.insert(device.portPath, device.id());
-    if (!m_usb.usb() || !libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG))
+    if (!m_usb.usb())
+        return;
+    giveBackLeftBehind();
+    if (!libusb_has_capability(LIBUSB_CAP_HAS_HOTPLUG))
         return;
     libusb_hotplug_register_callback(m_usb.usb(),
                                      LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED | LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0,
@@ -330,7 +359,7 @@ void Redirector::watchPlugs()
 int Redirector::onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self)
 {
     auto *redirector = static_cast<Redirector *>(self);
-    const QString portPath = portPathOf(device);
+    const QString portPath = DeviceIdentity::portPathOf(device);
     redirector->m_usb.post([redirector, portPath, event] {
         if (event == LIBUSB_HOTPLUG_EVENT_DEVICE_ARRIVED)
             redirector->m_arriving[portPath].start();
@@ -371,8 +400,6 @@ void Redirector::deviceLeft(const QString &portPath)
         if (channel->deviceId() == deviceId)
             release(*channel);
     }
-    m_mutex.lock();
-    m_failures.remove(deviceId); // no list will show it any more
-    m_mutex.unlock();
+    noteFailure(deviceId, {}); // no list will show it any more
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
 }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "component/entrypoints.h"
+#include "component/redirevents.h"
+#include "outcome.h"
+#include "sharenote.h"
 #include "usbchannel.h"
 #include "usbdevice.h"
 #include "usbthread.h"
@@ -11,34 +13,9 @@
 #include <QJsonObject>
 #include <QMutex>
 
+#include <atomic>
 #include <map>
 #include <memory>
-
-/// Why a command did not succeed. The number is what "redirCtrl" returns, and "errCode" of the device in the list.
-struct Outcome
-{
-    int code = 0; ///< 0: it did succeed
-    QString text;
-
-    explicit operator bool() const { return code == 0; }
-};
-
-/// Codes from 2 on: 1 is what the library itself returns when there is no component.
-namespace Refusal {
-constexpr int UnknownCommand = 2;
-constexpr int BufferTooSmall = 3;
-constexpr int NoSuchDevice = 4;
-constexpr int NoFreeChannel = 5;
-constexpr int AlreadyShared = 6;
-constexpr int NotShared = 7;
-constexpr int Mounted = 8;
-constexpr int ReadOnly = 9;
-constexpr int NoPermission = 10;
-constexpr int DeniedByPolicy = 11;
-constexpr int UsbError = 12;
-constexpr int RejectedByGuest = 13;
-constexpr int BadArgument = 14;
-} // namespace Refusal
 
 /**
  * Redirects USB devices over port channels, one device a channel.
@@ -82,9 +59,12 @@ private:
     UsbChannel *freeChannel();
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome connectDevice(const UsbDevice &device);
+    void giveBackLeftBehind();
+    void attachDrivers(const UsbDevice &device);
     void release(UsbChannel &channel);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
+    void noteFailure(const QString &deviceId, const Outcome &outcome);
 
     void watchPlugs();
     static int onPlug(libusb_context *, libusb_device *device, libusb_hotplug_event event, void *self);
@@ -96,13 +76,14 @@ private:
 
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
+    std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
     libusb_hotplug_callback_handle m_plugWatch = 0;
     bool m_stopping = false;
 
+    std::atomic<quintptr> m_lastChannel{0};
     mutable QMutex m_mutex; ///< guards what follows
-    quintptr m_lastChannel = 0;
     QStringList m_shared;
     QHash<QString, Outcome> m_failures;
 

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "usbchannel.h"
 
+#include "component/entrypoints.h"
 #include "logging.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include <dlfcn.h>
 #include <usbredirproto.h>
 
 namespace {
@@ -63,6 +65,24 @@ bool hasSettingsInPlace(libusb_device *device)
     return inPlace;
 }
 
+// The library's function, if this library has it.
+BytesWaiting *findBytesWaiting()
+{
+    const char *const name = "devredirectBytesWaiting";
+    void *found = dlsym(RTLD_DEFAULT, name);
+    if (!found) { // a host may have loaded the library for itself alone
+        void *const library = dlopen("libdevredirecthandler.so.1", RTLD_NOLOAD | RTLD_LAZY);
+        found = library ? dlsym(library, name) : nullptr;
+    }
+    return reinterpret_cast<BytesWaiting *>(found);
+}
+
+BytesWaiting *bytesWaiting()
+{
+    static BytesWaiting *const found = findBytesWaiting();
+    return found;
+}
+
 } // namespace
 
 UsbChannel::UsbChannel(QString name, SendCallback send) : m_name(std::move(name)), m_send(std::move(send)) { }
@@ -77,7 +97,12 @@ void UsbChannel::open(libusb_context *usb)
         [](void *self, uint8_t *buffer, int size) { return static_cast<UsbChannel *>(self)->take(buffer, size); },
         [](void *self, uint8_t *bytes, int size) { return static_cast<UsbChannel *>(self)->send(bytes, size); },
         [](void *) {}, // the USB thread flushes after each round
-        nullptr, nullptr, nullptr, nullptr, this, "devredir 1", usbredirparser_warning, 0));
+        nullptr, nullptr, nullptr, nullptr, this, "devredir 1", usbredirparser_warning,
+        usbredirhost_fl_write_cb_owns_buffer));
+    if (bytesWaiting()) { // then isochronous packets are dropped before they are old
+        usbredirhost_set_buffered_output_size_cb(
+            m_host.get(), [](void *self) { return static_cast<const UsbChannel *>(self)->waiting(); });
+    }
     flush();
 }
 
@@ -176,7 +201,16 @@ int UsbChannel::take(uint8_t *buffer, int size)
     return int(count);
 }
 
+// All or nothing, as usbredirhost wants it from whoever takes its buffers over.
 int UsbChannel::send(uint8_t *bytes, int size)
 {
-    return m_send ? m_send(m_spiceChannel, reinterpret_cast<char *>(bytes), size) : -1;
+    if (!m_send || m_send(m_spiceChannel, reinterpret_cast<char *>(bytes), size) < 0)
+        return -1;
+    usbredirhost_free_write_buffer(m_host.get(), bytes);
+    return size;
+}
+
+uint64_t UsbChannel::waiting() const
+{
+    return uint64_t(std::max<int64_t>(bytesWaiting()(m_spiceChannel), 0)); // negative: it cannot be known
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "component/entrypoints.h"
+#include "component/redirevents.h"
 #include "guestmessages.h"
 
 #include <QString>
@@ -58,6 +58,7 @@ private:
     Read readMessage();
     int take(uint8_t *buffer, int size);
     int send(uint8_t *bytes, int size);
+    uint64_t waiting() const;
 
     const QString m_name;
     const SendCallback m_send;

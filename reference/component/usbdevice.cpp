@@ -47,15 +47,6 @@ void forEach(udev *context, const char *subsystem, const char *type, udev_device
     }
 }
 
-// "1-1.4" is port 4 of hub 1-1, "1-2" is port 2 of the root hub usb1.
-void readPlace(UsbDevice &device)
-{
-    const int dot = device.portPath.lastIndexOf(QLatin1Char('.'));
-    const int dash = device.portPath.indexOf(QLatin1Char('-'));
-    device.hub = dot < 0 ? QStringLiteral("usb") + device.portPath.left(dash) : device.portPath.left(dot);
-    device.port = device.portPath.mid(qMax(dot, dash) + 1);
-}
-
 UsbDevice readDevice(udev *context, udev_device *found)
 {
     UsbDevice device;
@@ -70,7 +61,6 @@ UsbDevice readDevice(udev *context, udev_device *found)
     device.name = (attribute(found, "manufacturer") + QLatin1Char(' ') + attribute(found, "product")).trimmed();
     device.own = {attribute(found, "bDeviceClass"), attribute(found, "bDeviceSubClass"),
                   attribute(found, "bDeviceProtocol")};
-    readPlace(device);
     forEach(context, "usb", "usb_interface", found, [&device](udev_device *interface) {
         device.interfaces.append({attribute(interface, "bInterfaceClass"), attribute(interface, "bInterfaceSubClass"),
                                   attribute(interface, "bInterfaceProtocol")});

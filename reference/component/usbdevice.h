@@ -1,32 +1,27 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "deviceidentity.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
 
-struct Config;
-
 /// One USB device of this machine, as udev knows it. Hubs are left out.
-struct UsbDevice
+struct UsbDevice : DeviceIdentity
 {
     struct Interface
     {
         QString usbClass, subClass, protocol;
     };
 
-    /// Port path and serial number: the same device is the same after a re-plug, when bus address and node differ.
-    QString id() const { return serial.isEmpty() ? portPath : portPath + QLatin1Char(':') + serial; }
     /// The class that says what it is: its own, or its first interface's if it leaves that to them.
     Interface kind() const;
 
-    QString portPath; ///< the kernel's name, "1-1.4": bus, ports
-    QString serial; ///< may be empty
     QString node; ///< "/dev/bus/usb/001/004"
     int bus = 0, address = 0; ///< as libusb counts them; the address changes with each plug
     QString vendorId, productId, release;
     QString name; ///< manufacturer and product
-    QString hub, port; ///< the hub's kernel name, and the port's number on it
     Interface own; ///< class, subclass and protocol of the device itself
     QList<Interface> interfaces;
     QStringList disks; ///< kernel names of its block devices, disks before partitions: "sda", "sda1"

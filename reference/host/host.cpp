@@ -100,7 +100,8 @@ void Host::shareByRules()
     if (!m_options.autoShare || !m_channelBound || m_unjudged.isEmpty() || m_leaving)
         return;
     for (const ExterDeviceInfo &device : listNow()) {
-        if (m_unjudged.remove(device.deviceId) && m_options.autoRules.allow(device))
+        if (m_unjudged.remove(device.deviceId)
+            && m_options.autoRules.allow(device.deviceClass, device.vendorId, device.productId, false))
             request(QStringLiteral("share ") + device.deviceId);
     }
 }

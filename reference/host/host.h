@@ -3,7 +3,7 @@
 
 #include "interface/devredirectinterface.h"
 #include "output.h"
-#include "rules.h"
+#include "reference/rules.h"
 #include "spicesession.h"
 
 #include <QHash>
@@ -40,7 +40,7 @@ public:
         bool json = false;
         bool watch = false; ///< stay and tell of plugs
         bool interactive = false; ///< requests come from standard input
-        Rules autoRules;
+        DeviceRules autoRules;
         bool autoShare = false;
         QStringList requests; ///< "list", "share ID", "unshare ID", "share all", "unshare all"
     };

@@ -45,7 +45,7 @@ bool read(QCoreApplication &application, Host::Options &options)
     const QCommandLineOption automatic(
         QStringLiteral("auto"),
         QStringLiteral(
-            "Share what is plugged in by rules, separated by commas: allow:CLASS:VENDOR:PRODUCT or deny:…; * "
+            "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny…; * "
             "is any, the first that fits decides."),
         QStringLiteral("RULES"));
     const QCommandLineOption watch(QStringLiteral("watch"), QStringLiteral("Stay and tell of plugs."));
@@ -63,8 +63,8 @@ bool read(QCoreApplication &application, Host::Options &options)
         std::cerr << "Say where the virtual machine is: --uri, or --host and --port (see --help).\n";
         return false;
     }
-    if (parser.isSet(automatic) && !options.autoRules.add(parser.value(automatic))) {
-        std::cerr << "A rule reads allow:CLASS:VENDOR:PRODUCT, for example allow:08:*:* for every disk.\n";
+    if (parser.isSet(automatic) && !options.autoRules.set(parser.value(automatic).split(QLatin1Char(',')))) {
+        std::cerr << "A rule reads allow[:CLASS]:VENDOR:PRODUCT, for example allow:08:*:* for every disk.\n";
         return false;
     }
     QLoggingCategory::setFilterRules(parser.value(logRules).replace(QLatin1Char(';'), QLatin1Char('\n')));

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A camera's isochronous stream through a channel of the reference component. Each test runs in a process of its own,
+// since the component looks for the library once.
+
+#include "fuzz/emulatedusb.h"
+#include "reference/component/logging.h"
+#include "reference/component/usbchannel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include <dlfcn.h>
+#include <usbredirproto.h>
+
+Q_LOGGING_CATEGORY(logComponent, "devredir.component", QtWarningMsg)
+
+#ifndef __SANITIZE_ADDRESS__ // the emulated device asks it whether buffers are as long as they are said to be
+extern "C" void *__asan_region_is_poisoned(void *, std::size_t);
+void *__asan_region_is_poisoned(void *, std::size_t)
+{
+    return nullptr;
+}
+#endif
+
+namespace {
+
+constexpr uint8_t Endpoint = 0x81;
+constexpr uint8_t PacketsOfTransfer = 8;
+
+EmulatedDevice camera()
+{
+    EmulatedEndpoint endpoint;
+    endpoint.address = Endpoint;
+    endpoint.attributes = LIBUSB_TRANSFER_TYPE_ISOCHRONOUS;
+    endpoint.maxPacketSize = 64;
+    endpoint.interval = 1;
+    endpoint.streams = -1;
+    EmulatedDevice device;
+    device.speed = LIBUSB_SPEED_HIGH;
+    device.interfaces = {{{0, 0, 0x0e, {endpoint}}}};
+    return device;
+}
+
+template<typename Body>
+std::string message(uint32_t type, const Body &body)
+{
+    const usb_redir_header header{type, sizeof body, 1};
+    const std::size_t headerSize = type == usb_redir_hello ? 12 : 16;
+    return std::string(reinterpret_cast<const char *>(&header), headerSize)
+        + std::string(reinterpret_cast<const char *>(&body), sizeof body);
+}
+
+class Stream : public ::testing::Test
+{
+protected:
+    void loadLibrary(int scope)
+    {
+        library = dlopen(WAITING_LIBRARY, RTLD_NOW | scope);
+        ASSERT_NE(library, nullptr) << dlerror();
+        waitingBytes = static_cast<int64_t *>(dlsym(library, "waitingBytes"));
+        askedFor = static_cast<const void **>(dlsym(library, "askedFor"));
+    }
+
+    void start()
+    {
+        struct
+        {
+            char version[sizeof(usb_redir_hello_header)] = "a test";
+            uint32_t capabilities = 1u << usb_redir_cap_64bits_ids;
+        } hello;
+        channel.setSpiceChannel(&spiceChannel);
+        channel.open(nullptr);
+        channel.receive(message(usb_redir_hello, hello));
+        QString error;
+        ASSERT_TRUE(channel.connectDevice(QStringLiteral("1-1"), EmulatedUsb::open(camera()), error));
+        const usb_redir_start_iso_stream_header request{Endpoint, PacketsOfTransfer, 2};
+        channel.receive(message(usb_redir_start_iso_stream, request));
+        ASSERT_EQ(EmulatedUsb::underWay(), 2);
+    }
+
+    // Lets the camera deliver one transfer; how many packets of it are sent.
+    int packetsOfNextTransfer()
+    {
+        channel.flush();
+        packets = 0;
+        EmulatedUsb::complete(0, LIBUSB_TRANSFER_COMPLETED, 64);
+        channel.flush();
+        return packets;
+    }
+
+    void *library = nullptr;
+    int64_t *waitingBytes = nullptr;
+    const void **askedFor = nullptr;
+    int spiceChannel = 0, packets = 0;
+    UsbChannel channel{QStringLiteral("org.devredir.usb.0"), [this](void *, char *bytes, int length) {
+                           uint32_t type = 0;
+                           std::memcpy(&type, bytes, sizeof type);
+                           packets += type == usb_redir_iso_packet;
+                           return length;
+                       }};
+};
+
+} // namespace
+
+TEST_F(Stream, is_dropped_while_much_waits_for_its_channel_and_goes_on_afterwards)
+{
+    loadLibrary(RTLD_GLOBAL);
+    start();
+    EXPECT_EQ(packetsOfNextTransfer(), PacketsOfTransfer);
+    EXPECT_EQ(*askedFor, &spiceChannel);
+    *waitingBytes = 1 << 20;
+    EXPECT_EQ(packetsOfNextTransfer(), 0);
+    EXPECT_EQ(packetsOfNextTransfer(), 0);
+    *waitingBytes = 0;
+    EXPECT_EQ(packetsOfNextTransfer(), PacketsOfTransfer);
+}
+
+TEST_F(Stream, is_dropped_as_well_if_the_host_has_loaded_the_library_for_itself_alone)
+{
+    loadLibrary(RTLD_LOCAL);
+    ASSERT_EQ(dlsym(RTLD_DEFAULT, "devredirectBytesWaiting"), nullptr);
+    *waitingBytes = 1 << 20;
+    start();
+    EXPECT_EQ(packetsOfNextTransfer(), 0);
+}
+
+TEST_F(Stream, is_never_dropped_if_the_library_cannot_know_what_waits)
+{
+    loadLibrary(RTLD_GLOBAL);
+    *waitingBytes = -1;
+    start();
+    EXPECT_EQ(packetsOfNextTransfer(), PacketsOfTransfer);
+    EXPECT_EQ(*askedFor, &spiceChannel);
+}
+
+TEST_F(Stream, is_never_dropped_without_a_library_that_tells)
+{
+    start();
+    EXPECT_EQ(packetsOfNextTransfer(), PacketsOfTransfer);
+}
