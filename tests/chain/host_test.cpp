@@ -15,6 +15,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <usbredirproto.h>
 
 namespace {
 
@@ -154,6 +155,15 @@ std::string withoutLists(const QByteArray &answers)
             left += line.toStdString() + '\n';
     }
     return left;
+}
+
+/// The first message of a virtual machine on a USB channel.
+std::string greeting()
+{
+    const usb_redir_hello_header hello{};
+    const usb_redir_header header{usb_redir_hello, sizeof hello, 0};
+    return std::string(reinterpret_cast<const char *>(&header), 12)
+        + std::string(reinterpret_cast<const char *>(&hello), sizeof hello);
 }
 
 /// How many requests the emulated stick has been sent.
@@ -404,6 +414,30 @@ TEST(Host, names_of_channels_and_devices_are_printed_on_one_line)
 
 // --- leaving ---
 
+TEST(Host, stays_until_the_server_has_answered_its_last_message)
+{
+    const usb_redir_header disconnect{usb_redir_device_disconnect, 0, 0};
+    const std::string last(reinterpret_cast<const char *>(&disconnect), 12);
+    Server server({OurPort});
+    HostRun run(server.uri());
+    ASSERT_TRUE(run.prints("(open)"));
+    int answers = 0;
+    server.port().onArrival([&] {
+        const std::string &received = server.port().received();
+        if (received.size() < last.size() || received.compare(received.size() - last.size(), last.size(), last) != 0)
+            return;
+        QThread::msleep(300); // a busy machine; this process ends if the host has gone by then
+        server.port().sendNow("!");
+        ++answers;
+    });
+    server.port().send(greeting());
+    run.ask("share 1-1:11\n");
+    ASSERT_TRUE(run.prints("shared: 1-1:11"));
+    run.ask("quit\n");
+    EXPECT_EQ(run.status(), 0);
+    EXPECT_EQ(answers, 1) << "the device was taken back";
+}
+
 TEST(Host, qemu_survives_an_interrupt_at_the_first_channel)
 {
     Chain chain;
@@ -422,7 +456,7 @@ TEST(Host, qemu_survives_a_host_that_leaves_in_the_middle_of_a_transfer)
 {
     Chain chain;
     chain.startVm(3);
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 4; ++i) {
         QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("TEXT"), 64, {}}};
         chain.monitor(QStringLiteral("system_reset"));
         chain.startHost(sticks);
