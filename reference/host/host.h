@@ -100,7 +100,7 @@ private:
     // Leaving.
     void noteExitCode(int exitCode);
     void answerTheRest();
-    void waitForChannels();
+    void beginFarewell();
     void waitUntilWritten();
     void releaseComponent();
     void quit();

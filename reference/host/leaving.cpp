@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The end: take the devices back, and leave the virtual machine's SPICE server in order. QEMU ends when a client goes
-// while a channel of it is still connecting, or while QEMU answers the client's last message.
+// The end: take the devices back, let what was sent be written, and part from the virtual machine.
 
 #include "host.h"
+
+#include "worker/portchannelglue.h"
 
 #include <QCoreApplication>
 
@@ -29,11 +30,11 @@ void Host::leave(int exitCode)
     m_requestLimit.stop();
     answerTheRest();
     if (m_shared.isEmpty() && m_pending.isEmpty()) {
-        waitForChannels();
+        beginFarewell();
         return;
     }
     m_output.tell(Event::Leaving, QStringLiteral("taking back %1 devices").arg(m_shared.size()));
-    QTimer::singleShot(m_requestLimit.interval(), this, &Host::waitForChannels);
+    QTimer::singleShot(m_requestLimit.interval(), this, &Host::beginFarewell);
     m_redirect->unRedirectDeviceAll();
 }
 
@@ -44,7 +45,7 @@ void Host::answerTheRest()
     m_requests.clear();
 }
 
-void Host::waitForChannels()
+void Host::beginFarewell()
 {
     if (!m_leaving || m_leaveLimit.isActive())
         return;
@@ -55,7 +56,8 @@ void Host::waitForChannels()
 // Nobody tells when the last byte is written.
 void Host::waitUntilWritten()
 {
-    if (m_session.isLinking())
+    const auto hasUnwritten = [](const SpicePortChannel *channel) { return devredirectBytesWaiting(channel) > 0; };
+    if (std::any_of(m_channels.keyBegin(), m_channels.keyEnd(), hasUnwritten))
         return;
     m_writing.stop();
     releaseComponent();

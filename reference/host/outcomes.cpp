@@ -15,7 +15,7 @@ void Host::connectResults()
             [this](const ExterDeviceInfo &device, bool success) { shareEnded(device.deviceId, success); });
     connect(m_redirect.get(), &DevRedirectInterface::unRedirectDeviceByIdResult, this,
             [this](const ExterDeviceInfo &device, bool success) { unshareEnded(device.deviceId, success); });
-    connect(m_redirect.get(), &DevRedirectInterface::unRedirectDeviceAllResult, this, &Host::waitForChannels);
+    connect(m_redirect.get(), &DevRedirectInterface::unRedirectDeviceAllResult, this, &Host::beginFarewell);
 }
 
 void Host::shareEnded(const QString &deviceId, bool success)

@@ -108,18 +108,18 @@ void SpicePortSession::disconnectFromServer()
     spice_session_disconnect(m_session);
 }
 
-// The ports go first: with the main channel the server throws away whatever the others are about to do.
 void SpicePortSession::leave()
 {
     m_leaving = true;
     for (SpiceChannel *port : qAsConst(m_ports))
         endSending(port);
-    leaveNext();
+    goOnLeaving();
 }
 
-void SpicePortSession::leaveNext()
+// The ports go first: with the main channel the server throws away whatever the others are about to do.
+void SpicePortSession::goOnLeaving()
 {
-    if (!m_ports.isEmpty())
+    if (!m_leaving || !m_linking.isEmpty() || !m_ports.isEmpty())
         return;
     if (m_main)
         endSending(m_main);
@@ -146,8 +146,12 @@ void SpicePortSession::onChannelDestroy(SpiceSession *, SpiceChannel *channel, v
 {
     auto *session = static_cast<SpicePortSession *>(self);
     session->m_linking.remove(channel);
-    session->goneIfLeaving(channel);
-    Q_EMIT session->portGone(reinterpret_cast<SpicePortChannel *>(channel));
+    session->m_ports.remove(channel);
+    if (channel == session->m_main)
+        session->m_main = nullptr;
+    session->goOnLeaving();
+    if (SPICE_IS_PORT_CHANNEL(channel))
+        Q_EMIT session->portGone(SPICE_PORT_CHANNEL(channel));
 }
 
 void SpicePortSession::onChannelEvent(SpiceChannel *channel, int event, void *self)
@@ -158,33 +162,30 @@ void SpicePortSession::onChannelEvent(SpiceChannel *channel, int event, void *se
     session->m_linking.remove(channel);
     if (SPICE_IS_MAIN_CHANNEL(channel))
         session->mainChannelChanged(channel, event);
-    else if (event == SPICE_CHANNEL_OPENED)
-        session->m_ports.insert(channel);
     else
-        session->goneIfLeaving(channel);
+        session->portChannelChanged(channel, event);
+    session->goOnLeaving();
 }
 
 void SpicePortSession::mainChannelChanged(SpiceChannel *channel, int event)
 {
-    if (event == SPICE_CHANNEL_OPENED) {
-        m_main = channel;
+    const bool isOpened = event == SPICE_CHANNEL_OPENED;
+    m_main = isOpened ? channel : nullptr;
+    if (isOpened)
         Q_EMIT connected(localAddressOf(channel));
-        return;
-    }
-    const QString reason = reasonOf(channel, event);
-    goneIfLeaving(channel);
-    if (!m_leaving)
-        Q_EMIT closed(reason);
+    else if (!m_leaving)
+        Q_EMIT closed(reasonOf(channel, event));
 }
 
-void SpicePortSession::goneIfLeaving(SpiceChannel *channel)
+void SpicePortSession::portChannelChanged(SpiceChannel *channel, int event)
 {
-    const bool wasPort = m_ports.remove(channel);
-    const bool wasMain = channel == m_main;
-    if (wasMain)
-        m_main = nullptr;
-    if (m_leaving && (wasPort || wasMain))
-        leaveNext();
+    if (event != SPICE_CHANNEL_OPENED) {
+        m_ports.remove(channel);
+        return;
+    }
+    m_ports.insert(channel);
+    if (m_leaving)
+        endSending(channel);
 }
 
 void SpicePortSession::onPortName(SpicePortChannel *port, void *, void *self)

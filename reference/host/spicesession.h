@@ -20,11 +20,11 @@ public:
     ~SpicePortSession() override;
 
     void connectTo(const SpiceAddress &address);
-    /// Is a channel on its way to the server? Who leaves then may take QEMU's SPICE server with him.
-    bool isLinking() const { return !m_linking.isEmpty(); }
-    /// Says on every channel that nothing more will come and, once the server has closed them all, emits left(). What
-    /// the server still sends until then is read: it must not meet a closed connection while it works on our last
-    /// message, or QEMU ends.
+    /**
+     * Says on every channel, as soon as it is connected, that nothing more will come, and emits left() once the server
+     * has closed them all. What it still sends until then is read. QEMU does not survive a client that goes while a
+     * channel of it is connecting, or while QEMU works on its last message and then answers.
+     */
     void leave();
     /// Closes the connection as it is.
     void disconnectFromServer();
@@ -49,8 +49,8 @@ private:
     static void onPortName(SpicePortChannel *port, void *, void *self);
     static void onPortOpened(SpicePortChannel *port, void *, void *self);
     void mainChannelChanged(SpiceChannel *channel, int event);
-    void goneIfLeaving(SpiceChannel *channel);
-    void leaveNext();
+    void portChannelChanged(SpiceChannel *channel, int event);
+    void goOnLeaving();
 
     SpiceSession *m_session;
     SpiceChannel *m_main = nullptr; ///< while it is connected
