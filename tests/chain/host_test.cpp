@@ -4,6 +4,8 @@
 // runs on an emulated computer with one stick; the virtual machine is a SPICE server in this process, or QEMU.
 
 #include "chain/chain.h"
+#include "reference/host/address.h"
+#include "reference/host/spicesession.h"
 #include "support/spiceserver.h"
 #include "support/waitfor.h"
 
@@ -11,6 +13,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTimer>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -413,6 +416,28 @@ TEST(Host, names_of_channels_and_devices_are_printed_on_one_line)
 }
 
 // --- leaving ---
+
+// The server is in this process, which ends with it. Each try leaves a little later.
+TEST(Host, may_leave_while_ports_are_connecting)
+{
+    Server server({OurPort, OurPort + '1', OurPort + '2', OurPort + '3'});
+    for (int rounds = 1; rounds <= 20; ++rounds) {
+        SpicePortSession session;
+        bool hasLeft = false;
+        QTimer round;
+        int passed = 0;
+        QObject::connect(&session, &SpicePortSession::connected, &round, [&] { round.start(1); });
+        QObject::connect(&round, &QTimer::timeout, &round, [&] {
+            if (++passed < rounds)
+                return;
+            round.stop();
+            session.leave();
+        });
+        QObject::connect(&session, &SpicePortSession::left, &session, [&] { hasLeft = true; });
+        session.connectTo(SpiceAddress::parse(server.address()).value());
+        ASSERT_TRUE(waitFor([&] { return hasLeft; }, 5000)) << "after " << rounds << " rounds";
+    }
+}
 
 TEST(Host, stays_until_the_server_has_answered_its_last_message)
 {
