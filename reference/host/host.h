@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "address.h"
 #include "interface/devredirectinterface.h"
+#include "options.h"
 #include "output.h"
-#include "reference/rules.h"
 #include "spicesession.h"
 
 #include <QHash>
@@ -12,6 +13,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <optional>
 
 /// How the program ends.
 namespace ExitCode {
@@ -23,62 +25,89 @@ constexpr int NoConnection = 4; ///< no SPICE connection, or it was lost
 constexpr int NoChannel = 5; ///< the virtual machine offers no channel for devices
 } // namespace ExitCode
 
+constexpr QLatin1String NoChannelText("the virtual machine offers no channel for devices; it needs a port whose name "
+                                      "begins with \"channelPrefix\" of config.json");
+
 /**
  * A client that shares devices: it joins DevRedirectInterface to a SPICE session and runs requests one after the other.
  *
  * Everything runs on the main thread. The component's events come on its own threads and are queued to this object.
+ * Each concern has a source file: starting.cpp, channels.cpp, requests.cpp, outcomes.cpp and leaving.cpp.
  */
 class Host : public QObject
 {
     Q_OBJECT
 
 public:
-    struct Options
-    {
-        QString uri;
-        QString vmId;
-        bool json = false;
-        bool watch = false; ///< stay and tell of plugs
-        bool interactive = false; ///< requests come from standard input
-        DeviceRules autoRules;
-        bool autoShare = false;
-        QStringList requests; ///< "list", "share ID", "unshare ID", "share all", "unshare all"
-    };
-
     explicit Host(Options options);
     ~Host() override;
 
+    /// Loads the component and connects. Needs the event loop, which it may end.
     void start();
-    /// Adds a request; false if it cannot be understood.
-    bool request(const QString &line);
+    /// Adds a request, "list", "share ID|all", "unshare ID|all" or "quit"; one that cannot be understood is answered
+    /// so.
+    void request(const QString &line);
     /// No more requests will come: ends as soon as the last one is done and no device is shared.
     void noMoreRequests();
     /// Takes all devices back and ends the program.
     void leave(int exitCode);
 
 private:
+    struct Request
+    {
+        const char *word;
+        bool takesDevice;
+        bool needsChannel;
+        void (Host::*run)(const QString &which);
+    };
+    static const Request Requests[];
+    static const Request *understand(const QString &line, QString &which);
+
+    // Starting.
+    bool loadComponent();
     static void onDeviceList(QList<ExterDeviceInfo> &devices);
     void devicesListed(const QList<ExterDeviceInfo> &devices);
-    QList<ExterDeviceInfo> listNow();
-    void componentReported(RedirEvent event, const QByteArray &text);
-    void portFound(SpicePortChannel *channel, const QString &name, bool isOpened);
-    void loadComponent();
-    void connectResults();
+    void connected(const QString &localAddress);
+    void disconnected(const QString &reason);
+    void startLimitPassed();
+    bool hasStarted() const { return m_listed && (m_connected || m_options.address.isEmpty()); }
 
+    // Channels.
+    void portFound(SpicePortChannel *channel, const QString &name, bool isOpened);
+    void portChanged(SpicePortChannel *channel, const QString &name, bool isOpened);
+    void tellChannel(const QString &name, bool isOpened);
+    bool hasOpenChannel() const { return m_channels.key(true) != nullptr; }
     void shareByRules();
+
+    // Requests.
     void runNext();
+    void list(const QString &);
     void shareDevices(const QString &which);
     void unshareDevices(const QString &which);
-    void share(const ExterDeviceInfo &device);
-    void shareEnded(const QString &deviceId, bool success);
-    void unshareEnded(const QString &deviceId, bool success);
-    void requestFailed(const QString &text, const QString &deviceId);
+    void quitByRequest(const QString &);
+    std::optional<QList<ExterDeviceInfo>> listNow();
+    QList<ExterDeviceInfo> choose(const QString &which, bool shared, const QString &failure);
+    void requestFailed(const QString &text, const QString &deviceId, int exitCode = ExitCode::RequestFailed);
     void finishedPart();
     void timedOut();
+
+    // Outcomes.
+    void connectResults();
+    void componentReported(RedirEvent event, const QByteArray &text);
+    void shareEnded(const QString &deviceId, bool success);
+    void unshareEnded(const QString &deviceId, bool success);
+
+    // Leaving.
+    void noteExitCode(int exitCode);
+    void answerTheRest();
+    void beginFarewell();
+    void waitUntilWritten();
+    void releaseComponent();
     void quit();
 
     const Options m_options;
     const Output m_output;
+    std::optional<SpiceAddress> m_address;
     SpicePortSession m_session;
     std::unique_ptr<DevRedirectInterface> m_redirect;
 
@@ -86,13 +115,18 @@ private:
     QString m_current; ///< the request that runs; empty if none does
     QSet<QString> m_pending; ///< devices whose outcome the current request waits for
     bool m_expectMore;
-    bool m_channelBound = false;
+    bool m_connected = false;
     bool m_listed = false;
     bool m_leaving = false;
+    bool m_hadChannel = false; ///< the component took one
     int m_exitCode = ExitCode::Success;
-    QList<ExterDeviceInfo> m_fresh; ///< what listNow() was given
+    QHash<SpicePortChannel *, bool> m_channels; ///< the component's, and whether they are open
+    std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what listNow() was given
     QSet<QString> m_shared;
     QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QHash<QString, QString> m_failures; ///< by device, what the component said
-    QTimer m_deadline;
+    QTimer m_startLimit; ///< for the connection, the list and the first channel
+    QTimer m_requestLimit;
+    QTimer m_writing; ///< while what was sent last is written
+    QTimer m_leaveLimit;
 };

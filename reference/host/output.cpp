@@ -8,10 +8,43 @@
 
 namespace {
 
-void print(const QByteArray &line)
+struct EventKind
 {
-    std::printf("%s\n", line.constData());
-    std::fflush(stdout);
+    Event event;
+    const char *name;
+    bool isAnswer; ///< on standard output; the others are progress and failures, on standard error
+};
+
+constexpr EventKind EventKinds[] = {
+    {Event::List, "list", true},
+    {Event::Shared, "shared", true},
+    {Event::Unshared, "unshared", true},
+    {Event::Nothing, "nothing", true},
+    {Event::Arrived, "arrived", true},
+    {Event::Left, "left", true},
+    {Event::ChannelLost, "channel lost", true},
+    {Event::Loading, "loading", false},
+    {Event::Started, "started", false},
+    {Event::Connected, "connected", false},
+    {Event::Channel, "channel", false},
+    {Event::Leaving, "leaving", false},
+    {Event::Bye, "bye", false},
+    {Event::Failed, "failed", false},
+    {Event::Error, "error", false},
+    {Event::Disconnected, "disconnected", false},
+};
+
+const EventKind &kindOf(Event event)
+{
+    return *std::find_if(std::begin(EventKinds), std::end(EventKinds),
+                         [event](const EventKind &kind) { return kind.event == event; });
+}
+
+void print(Event event, const QByteArray &line)
+{
+    FILE *const stream = kindOf(event).isAnswer ? stdout : stderr;
+    std::fprintf(stream, "%s\n", line.constData());
+    std::fflush(stream);
 }
 
 QJsonObject describe(const ExterDeviceInfo &device)
@@ -25,17 +58,45 @@ QJsonObject describe(const ExterDeviceInfo &device)
     };
 }
 
+QString lineFor(const ExterDeviceInfo &device)
+{
+    return QStringLiteral("%1 %2 %3 %4:%5 %6%7%8")
+        .arg(device.status ? QStringLiteral("[shared]") : QStringLiteral("[local] "), device.deviceId, device.rdrName,
+             device.vendorId, device.productId, device.deviceName,
+             device.storeLetter.isEmpty() ? QString() : QStringLiteral(", disk ") + device.storeLetter,
+             device.readOnly ? QStringLiteral(", read-only") : QString());
+}
+
+// Control characters, marks that change the direction of writing, and line ends of every kind.
+bool steersTerminal(QChar c)
+{
+    switch (c.category()) {
+    case QChar::Other_Control:
+    case QChar::Other_Format:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
-void Output::tell(const char *event, const QString &text, QJsonObject details) const
+void Output::tell(Event event, const QString &text, QJsonObject details) const
 {
     if (!m_json) {
-        print(text.toUtf8());
+        print(event, escaped(text).toUtf8());
         return;
     }
-    details.insert(QStringLiteral("event"), QLatin1String(event));
     details.insert(QStringLiteral("text"), text);
-    print(QJsonDocument(details).toJson(QJsonDocument::Compact));
+    tellJson(event, details);
+}
+
+void Output::tellJson(Event event, QJsonObject object) const
+{
+    object.insert(QStringLiteral("event"), QLatin1String(kindOf(event).name));
+    print(event, QJsonDocument(object).toJson(QJsonDocument::Compact));
 }
 
 void Output::list(const QList<ExterDeviceInfo> &devices) const
@@ -44,19 +105,29 @@ void Output::list(const QList<ExterDeviceInfo> &devices) const
         QJsonArray all;
         for (const ExterDeviceInfo &device : devices)
             all.append(describe(device));
-        print(QJsonDocument(
-                  QJsonObject{{QStringLiteral("event"), QStringLiteral("list")}, {QStringLiteral("devices"), all}})
-                  .toJson(QJsonDocument::Compact));
+        tellJson(Event::List, {{QStringLiteral("devices"), all}});
         return;
     }
     if (devices.isEmpty())
-        print("no devices");
-    for (const ExterDeviceInfo &device : devices) {
-        print(QStringLiteral("%1 %2 %3 %4:%5 %6%7%8")
-                  .arg(device.status ? QStringLiteral("[shared]") : QStringLiteral("[local] "), device.deviceId,
-                       device.rdrName, device.vendorId, device.productId, device.deviceName,
-                       device.storeLetter.isEmpty() ? QString() : QStringLiteral(", disk ") + device.storeLetter,
-                       device.readOnly ? QStringLiteral(", read-only") : QString())
-                  .toUtf8());
+        tell(Event::List, QStringLiteral("no devices"));
+    for (const ExterDeviceInfo &device : devices)
+        tell(Event::List, lineFor(device));
+}
+
+QString Output::escaped(const QString &text)
+{
+    QString result;
+    for (const QChar c : text) {
+        if (c == QLatin1Char('\\'))
+            result += QLatin1String("\\\\");
+        else if (c == QLatin1Char('\n'))
+            result += QLatin1String("\\n");
+        else if (!steersTerminal(c))
+            result += c;
+        else if (c.unicode() < 0x100)
+            result += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            result += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
     }
+    return result;
 }

@@ -6,16 +6,41 @@
 #include <QJsonObject>
 #include <QString>
 
-/// What the program says, on standard output: a readable line, or one JSON object a line for scripts.
+/// What the program tells. The table in the source file gives each its name for scripts and its stream.
+enum class Event {
+    List,
+    Shared,
+    Unshared,
+    Nothing, ///< there is nothing to share or to take back
+    Arrived,
+    Left,
+    ChannelLost,
+    Loading,
+    Started,
+    Connected,
+    Channel,
+    Leaving,
+    Bye,
+    Failed, ///< a request
+    Error,
+    Disconnected,
+};
+
+/// What the program says: a readable line, or one JSON object a line for scripts.
 class Output
 {
 public:
     explicit Output(bool json) : m_json(json) { }
 
-    /// Something happened. \a event and \a details are for scripts, \a text for people.
-    void tell(const char *event, const QString &text, QJsonObject details = {}) const;
+    /// Something happened. \a details are for scripts, \a text for people.
+    void tell(Event event, const QString &text, QJsonObject details = {}) const;
     void list(const QList<ExterDeviceInfo> &devices) const;
 
+    /// \a text on one line and without what steers a terminal: names come from virtual machines and devices.
+    static QString escaped(const QString &text);
+
 private:
+    void tellJson(Event event, QJsonObject object) const;
+
     const bool m_json;
 };

@@ -1,17 +1,90 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "spicesession.h"
 
+#include "address.h"
+
 #include <QTimer>
 
 #include <memory>
 
+#include <gio/gio.h>
 #include <spice-client.h>
+
+namespace {
+
+struct EventText
+{
+    int event;
+    const char *text;
+};
+
+// What the session itself gives no reason for.
+constexpr EventText EventTexts[] = {
+    {SPICE_CHANNEL_ERROR_CONNECT, "nothing answers there"},
+    {SPICE_CHANNEL_ERROR_TLS, "the server's certificate is not trusted"},
+    {SPICE_CHANNEL_ERROR_LINK, "what answers is no SPICE server, or refuses"},
+    {SPICE_CHANNEL_ERROR_AUTH, "the password is wrong or missing"},
+};
+
+QString reasonOf(SpiceChannel *channel, int event)
+{
+    if (const GError *error = spice_channel_get_error(channel))
+        return QString::fromUtf8(error->message);
+    for (const EventText &known : EventTexts) {
+        if (known.event == event)
+            return QString::fromUtf8(known.text);
+    }
+    return QStringLiteral("the server closed the connection");
+}
+
+GSocket *socketOf(SpiceChannel *channel)
+{
+    GSocket *socket = nullptr;
+    g_object_get(channel, "socket", &socket, nullptr);
+    return socket;
+}
+
+// Of the connection; empty for a UNIX socket.
+QString localAddressOf(SpiceChannel *channel)
+{
+    g_autoptr(GSocket) socket = socketOf(channel);
+    g_autoptr(GSocketAddress) address = socket ? g_socket_get_local_address(socket, nullptr) : nullptr;
+    if (!address || !G_IS_INET_SOCKET_ADDRESS(address))
+        return {};
+    g_autofree gchar *text =
+        g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
+    return QString::fromUtf8(text);
+}
+
+void endSending(SpiceChannel *channel)
+{
+    g_autoptr(GSocket) socket = socketOf(channel);
+    if (socket)
+        g_socket_shutdown(socket, FALSE, TRUE, nullptr);
+}
+
+struct PortState
+{
+    QString name;
+    bool isOpened;
+};
+
+PortState stateOf(SpicePortChannel *port)
+{
+    g_autofree gchar *name = nullptr;
+    gboolean opened = FALSE;
+    g_object_get(port, "port-name", &name, "port-opened", &opened, nullptr);
+    return {QString::fromUtf8(name), opened != FALSE};
+}
+
+} // namespace
 
 SpicePortSession::SpicePortSession(QObject *parent) : QObject(parent), m_session(spice_session_new())
 {
     // Otherwise the session would redirect devices by itself and take them away from the component.
     g_object_set(m_session, "enable-usbredir", FALSE, "enable-audio", FALSE, nullptr);
     g_signal_connect(m_session, "channel-new", G_CALLBACK(onChannelNew), this);
+    g_signal_connect(m_session, "channel-destroy", G_CALLBACK(onChannelDestroy), this);
 }
 
 SpicePortSession::~SpicePortSession()
@@ -21,9 +94,12 @@ SpicePortSession::~SpicePortSession()
     g_object_unref(m_session);
 }
 
-void SpicePortSession::connectTo(const QString &uri)
+void SpicePortSession::connectTo(const SpiceAddress &address)
 {
-    g_object_set(m_session, "uri", uri.toUtf8().constData(), nullptr);
+    g_object_set(m_session, "uri", address.uri.toUtf8().constData(), nullptr);
+    // Not in the address: the SPICE library prints that when something in it is wrong.
+    if (!address.password.isEmpty())
+        g_object_set(m_session, "password", address.password.toUtf8().constData(), nullptr);
     spice_session_connect(m_session);
 }
 
@@ -32,23 +108,84 @@ void SpicePortSession::disconnectFromServer()
     spice_session_disconnect(m_session);
 }
 
+void SpicePortSession::leave()
+{
+    m_leaving = true;
+    for (SpiceChannel *port : qAsConst(m_ports))
+        endSending(port);
+    goOnLeaving();
+}
+
+// The ports go first: with the main channel the server throws away whatever the others are about to do.
+void SpicePortSession::goOnLeaving()
+{
+    if (!m_leaving || !m_linking.isEmpty() || !m_ports.isEmpty())
+        return;
+    if (m_main)
+        endSending(m_main);
+    else
+        Q_EMIT left();
+}
+
 void SpicePortSession::onChannelNew(SpiceSession *, SpiceChannel *channel, void *self)
 {
-    if (SPICE_IS_MAIN_CHANNEL(channel)) {
+    auto *session = static_cast<SpicePortSession *>(self);
+    if (SPICE_IS_MAIN_CHANNEL(channel)) { // the session connects it
         g_signal_connect(channel, "channel-event", G_CALLBACK(onChannelEvent), self);
-    } else if (SPICE_IS_PORT_CHANNEL(channel)) {
+        session->m_linking.insert(channel);
+    } else if (SPICE_IS_PORT_CHANNEL(channel) && !session->m_leaving) {
+        g_signal_connect(channel, "channel-event", G_CALLBACK(onChannelEvent), self);
         g_signal_connect(channel, "notify::port-name", G_CALLBACK(onPortName), self);
+        g_signal_connect(channel, "notify::port-opened", G_CALLBACK(onPortOpened), self);
+        session->m_linking.insert(channel);
         spice_channel_connect(channel);
     }
 }
 
+void SpicePortSession::onChannelDestroy(SpiceSession *, SpiceChannel *channel, void *self)
+{
+    auto *session = static_cast<SpicePortSession *>(self);
+    session->m_linking.remove(channel);
+    session->m_ports.remove(channel);
+    if (channel == session->m_main)
+        session->m_main = nullptr;
+    session->goOnLeaving();
+    if (SPICE_IS_PORT_CHANNEL(channel))
+        Q_EMIT session->portGone(SPICE_PORT_CHANNEL(channel));
+}
+
 void SpicePortSession::onChannelEvent(SpiceChannel *channel, int event, void *self)
 {
-    if (event == SPICE_CHANNEL_OPENED || event == SPICE_CHANNEL_SWITCHING)
+    auto *session = static_cast<SpicePortSession *>(self);
+    if (event == SPICE_CHANNEL_SWITCHING)
         return;
-    const GError *error = spice_channel_get_error(channel);
-    Q_EMIT static_cast<SpicePortSession *>(self)->closed(error ? QString::fromUtf8(error->message)
-                                                               : QStringLiteral("the server closed the connection"));
+    session->m_linking.remove(channel);
+    if (SPICE_IS_MAIN_CHANNEL(channel))
+        session->mainChannelChanged(channel, event);
+    else
+        session->portChannelChanged(channel, event);
+    session->goOnLeaving();
+}
+
+void SpicePortSession::mainChannelChanged(SpiceChannel *channel, int event)
+{
+    const bool isOpened = event == SPICE_CHANNEL_OPENED;
+    m_main = isOpened ? channel : nullptr;
+    if (isOpened)
+        Q_EMIT connected(localAddressOf(channel));
+    else if (!m_leaving)
+        Q_EMIT closed(reasonOf(channel, event));
+}
+
+void SpicePortSession::portChannelChanged(SpiceChannel *channel, int event)
+{
+    if (event != SPICE_CHANNEL_OPENED) {
+        m_ports.remove(channel);
+        return;
+    }
+    m_ports.insert(channel);
+    if (m_leaving)
+        endSending(channel);
 }
 
 void SpicePortSession::onPortName(SpicePortChannel *port, void *, void *self)
@@ -57,9 +194,13 @@ void SpicePortSession::onPortName(SpicePortChannel *port, void *, void *self)
     auto *session = static_cast<SpicePortSession *>(self);
     const std::shared_ptr<void> alive(g_object_ref(port), g_object_unref);
     QTimer::singleShot(0, session, [session, port, alive] {
-        g_autofree gchar *name = nullptr;
-        gboolean opened = FALSE;
-        g_object_get(port, "port-name", &name, "port-opened", &opened, nullptr);
-        Q_EMIT session->portFound(port, QString::fromUtf8(name), opened);
+        const PortState state = stateOf(port);
+        Q_EMIT session->portFound(port, state.name, state.isOpened);
     });
+}
+
+void SpicePortSession::onPortOpened(SpicePortChannel *port, void *, void *self)
+{
+    const PortState state = stateOf(port);
+    Q_EMIT static_cast<SpicePortSession *>(self)->portChanged(port, state.name, state.isOpened);
 }

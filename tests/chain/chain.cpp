@@ -140,6 +140,8 @@ void Chain::startHost(QList<Stick> &sticks, const QStringList &worldOptions, con
             << QStringLiteral(DEVREDIR_HOST) << QStringLiteral("--uri")
             << QStringLiteral("spice+unix://") + path(QStringLiteral("spice.sock")) << QStringLiteral("--json")
             << QStringLiteral("--log-rules") << QStringLiteral("*=true") << hostOptions;
+    m_events.clear();
+    m_logRead = 0;
     m_host.setStandardErrorFile(path(QStringLiteral("host.log")));
     m_host.start(command.takeFirst(), command);
     ASSERT_FALSE(event(QStringLiteral("started")).isEmpty());
@@ -150,13 +152,30 @@ void Chain::ask(const QString &request)
     m_host.write(request.toUtf8() + '\n');
 }
 
+// Answers come on standard output; progress and failures on standard error, among the lines of the log.
+void Chain::readEvents()
+{
+    while (m_host.canReadLine())
+        m_events.append(QJsonDocument::fromJson(m_host.readLine()).object());
+    QFile log(path(QStringLiteral("host.log")));
+    if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logRead))
+        return;
+    const QByteArray added = log.readAll();
+    const int whole = added.lastIndexOf('\n') + 1;
+    for (const QByteArray &line : added.left(whole).split('\n')) {
+        const QJsonObject event = QJsonDocument::fromJson(line).object();
+        if (event.contains(QLatin1String("event")))
+            m_events.append(event);
+    }
+    m_logRead += whole;
+}
+
 QJsonObject Chain::event(const QString &name, const QString &deviceId, int milliseconds)
 {
     QJsonObject found;
     waitFor(
         [&] {
-            while (m_host.canReadLine())
-                m_events.append(QJsonDocument::fromJson(m_host.readLine()).object());
+            readEvents();
             for (int i = 0; i < m_events.size() && found.isEmpty(); ++i) {
                 const QJsonObject &event = m_events[i];
                 if (event.value(QLatin1String("event")).toString() == name

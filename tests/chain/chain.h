@@ -48,6 +48,7 @@ public:
     QByteArray printed() const;
 
     /// The host, which takes requests; \a worldOptions go to usbworld, \a wrapper stands before the whole command.
+    /// It may be started again when it has ended.
     void startHost(QList<Stick> &sticks, const QStringList &worldOptions = {}, const QStringList &wrapper = {},
                    const QStringList &hostOptions = {});
     void ask(const QString &request);
@@ -72,9 +73,11 @@ private:
     void waitForVm();
     void makeImage(Stick &stick);
     qint64 hostPid() const;
+    void readEvents();
 
     QTemporaryDir m_directory;
     QProcess m_vm;
     QProcess m_host;
     QList<QJsonObject> m_events;
+    qint64 m_logRead = 0; ///< bytes of the host's log in which events have been looked for
 };

@@ -4,6 +4,7 @@
 // virtual machine is killed and started again by tools/soak. Runs inside usbworld. At the end everything must be where
 // it was after the first minute, and every stick must have its local driver. usage: soak SPICE_URI MINUTES STICK...
 
+#include "host/address.h"
 #include "host/spicesession.h"
 #include "interface/devredirectinterface.h"
 #include "support/asksocket.h"
@@ -79,7 +80,8 @@ void countList(QList<ExterDeviceInfo> &)
 class Soak : public QObject
 {
 public:
-    Soak(QString uri, QStringList sticks) : m_uri(std::move(uri)), m_sticks(std::move(sticks))
+    Soak(const QString &uri, QStringList sticks)
+        : m_address(SpiceAddress::parse(uri).value()), m_sticks(std::move(sticks))
     {
         m_redirect.sendMapCommandByDevModel(countList);
         m_redirect.setNotifyEventCallback([](void *, RedirEvent, const char *, int) {});
@@ -154,7 +156,7 @@ private:
         connect(
             m_session.get(), &SpicePortSession::closed, this,
             [this] { QTimer::singleShot(300, this, &Soak::connectAgain); }, Qt::QueuedConnection);
-        m_session->connectTo(m_uri);
+        m_session->connectTo(m_address);
     }
 
     void step()
@@ -181,7 +183,7 @@ private:
         ++m_count["steps"];
     }
 
-    const QString m_uri;
+    const SpiceAddress m_address;
     const QStringList m_sticks;
     bool m_stopping = false;
     QMap<QByteArray, int> m_count;

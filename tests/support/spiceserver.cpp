@@ -140,10 +140,17 @@ public:
 
     void send(const std::string &bytes) override
     {
-        m_outgoing.push_back(bytes);
-        m_pending += bytes.size();
+        add(bytes);
         pumpSoon();
     }
+
+    void sendNow(const std::string &bytes) override
+    {
+        add(bytes);
+        spice_server_char_device_wakeup(&m_instance.device);
+    }
+
+    void onArrival(std::function<void()> handler) override { m_onArrival = std::move(handler); }
 
     void echo() override { m_echo = true; }
     const std::string &received() const override { return m_received; }
@@ -172,6 +179,8 @@ private:
         }
         if (!m_echo) {
             m_received.append(bytes, std::size_t(length));
+            if (m_onArrival)
+                m_onArrival();
             return length;
         }
         if (m_pending > EchoBacklog) {
@@ -181,6 +190,12 @@ private:
         if (length > 0)
             send(std::string(bytes, std::size_t(length)));
         return length;
+    }
+
+    void add(const std::string &bytes)
+    {
+        m_outgoing.push_back(bytes);
+        m_pending += bytes.size();
     }
 
     int give(char *bytes, int length)
@@ -222,6 +237,7 @@ private:
     std::string m_received;
     bool m_countsOnly = false;
     std::size_t m_counted = 0;
+    std::function<void()> m_onArrival;
     bool m_echo = false;
     bool m_refused = false;
     guint m_pump = 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -28,6 +29,10 @@ public:
         virtual void send(const std::string &bytes) = 0;
         /// From now on what arrives is sent back, and nothing is taken while much is still to be sent.
         virtual void echo() = 0;
+        /// Calls \a handler for what arrives from now on, while the server is reading it.
+        virtual void onArrival(std::function<void()> handler) = 0;
+        /// Like send(), but before this returns and not from the event loop: this is how QEMU's devices answer.
+        virtual void sendNow(const std::string &bytes) = 0;
         /// All that has arrived and was not sent back.
         virtual const std::string &received() const = 0;
         /// From now on what arrives is only counted.

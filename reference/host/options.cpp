@@ -1,0 +1,150 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "options.h"
+
+#include <QCommandLineParser>
+#include <QRegularExpression>
+
+namespace {
+
+constexpr int LongestTimeout = 24 * 60 * 60;
+
+const char *const Purpose =
+    "Shares USB devices with a virtual machine over SPICE.\n"
+    "\n"
+    "Actions run in the order list, share, unshare. A program that shares a device stays until it is interrupted; "
+    "then\n"
+    "it takes its devices back. --list and --watch need no virtual machine. Without an action it reads requests from\n"
+    "standard input: list, share ID|all, unshare ID|all, quit.\n"
+    "\n"
+    "Answers go to standard output, progress and failures to standard error.\n"
+    "\n"
+    "Exit codes: 0 success, 1 a request failed, 2 wrong usage, 3 no component, 4 no connection or lost, 5 no channel.";
+
+struct OptionText
+{
+    const char *name;
+    const char *description;
+    const char *value; ///< null: it takes none
+};
+
+constexpr OptionText OptionTexts[] = {
+    {"help", "Show this help.", nullptr},
+    {"version", "Show the version.", nullptr},
+    {"uri", "SPICE address: spice://HOST:PORT, spice+tls://HOST:PORT or spice+unix:///PATH.", "ADDRESS"},
+    {"host", "SPICE server.", "NAME"},
+    {"port", "Its port.", "NUMBER"},
+    {"vm-id", "Identifier of the virtual machine; vm without this.", "ID"},
+    {"list", "List the devices.", nullptr},
+    {"share", "Share a device, or all.", "ID"},
+    {"unshare", "Take a device back, or all.", "ID"},
+    {"auto",
+     "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny…; * is any, the "
+     "first "
+     "that fits decides.",
+     "RULES"},
+    {"watch", "Stay and tell of plugs.", nullptr},
+    {"timeout", "Longest wait for the virtual machine and for the outcome of a request; 15 without this.", "SECONDS"},
+    {"json", "One JSON object a line.", nullptr},
+    {"log-rules",
+     "What the log on standard error shows besides warnings: CATEGORY[.TYPE]=true|false, separated by ';', for example "
+     "'*=true'.",
+     "RULES"},
+};
+
+void declare(QCommandLineParser &parser)
+{
+    parser.setApplicationDescription(QString::fromUtf8(Purpose));
+    for (const OptionText &text : OptionTexts)
+        parser.addOption(QCommandLineOption(QString::fromUtf8(text.name), QString::fromUtf8(text.description),
+                                            QString::fromUtf8(text.value)));
+}
+
+// The parser takes any word for a value, also an option; no value of ours begins like one.
+QString missingValue(const QCommandLineParser &parser)
+{
+    for (const OptionText &text : OptionTexts) {
+        for (const QString &value : parser.values(QString::fromUtf8(text.name))) {
+            if (value.trimmed().isEmpty() || value.startsWith(QLatin1String("--")))
+                return QStringLiteral("--%1 needs a value: %2")
+                    .arg(QLatin1String(text.name), QLatin1String(text.value));
+        }
+    }
+    return {};
+}
+
+// Qt takes a rule that it cannot read for one that is not there.
+bool areLogRules(const QStringList &rules)
+{
+    static const QRegularExpression form(
+        QStringLiteral("^\\s*(?!=)\\*?[^\\s*=]*\\*?(\\.(debug|info|warning|critical))?\\s*=\\s*(true|false)\\s*$"));
+    return !rules.isEmpty()
+        && std::all_of(rules.begin(), rules.end(), [](const QString &rule) { return form.match(rule).hasMatch(); });
+}
+
+QString addressIn(const QCommandLineParser &parser)
+{
+    if (parser.isSet(QStringLiteral("uri")))
+        return parser.value(QStringLiteral("uri"));
+    const QString host = parser.value(QStringLiteral("host"));
+    const bool isIp6 = host.contains(QLatin1Char(':')) && !host.startsWith(QLatin1Char('['));
+    return host.isEmpty()
+        ? QString()
+        : QStringLiteral("spice://%1:%2")
+              .arg(isIp6 ? QLatin1Char('[') + host + QLatin1Char(']') : host, parser.value(QStringLiteral("port")));
+}
+
+} // namespace
+
+QString Options::read(const QStringList &arguments, QString &answer)
+{
+    QCommandLineParser parser;
+    declare(parser);
+    if (!parser.parse(arguments))
+        return parser.errorText();
+    if (!parser.positionalArguments().isEmpty())
+        return QStringLiteral("unexpected word: ") + parser.positionalArguments().constFirst();
+    const auto isSet = [&](const char *name) { return parser.isSet(QString::fromUtf8(name)); };
+    const auto value = [&](const char *name) { return parser.value(QString::fromUtf8(name)); };
+    if (isSet("help"))
+        answer = parser.helpText().trimmed();
+    else if (isSet("version"))
+        answer = QStringLiteral("devredir-host " DEVREDIRECT_VERSION);
+    if (!answer.isEmpty())
+        return {};
+
+    const QString missing = missingValue(parser);
+    if (!missing.isEmpty())
+        return missing;
+    if (isSet("timeout")) {
+        timeoutSeconds = value("timeout").toInt();
+        if (timeoutSeconds < 1 || timeoutSeconds > LongestTimeout)
+            return QStringLiteral("--timeout needs a number of seconds from 1 to %1").arg(LongestTimeout);
+    }
+    if (isSet("auto") && !autoRules.set(value("auto").split(QLatin1Char(','))))
+        return QStringLiteral(
+            "--auto needs rules like allow[:CLASS]:VENDOR:PRODUCT, for example allow:08:*:* for every disk");
+    const QStringList logRuleList =
+        value("log-rules").split(QRegularExpression(QStringLiteral("[;\n]")), Qt::SkipEmptyParts);
+    if (isSet("log-rules") && !areLogRules(logRuleList))
+        return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
+    if (isSet("host") != isSet("port") || (isSet("uri") && isSet("host")))
+        return QStringLiteral("the virtual machine's place is --uri, or --host and --port together");
+
+    address = addressIn(parser);
+    vmId = isSet("vm-id") ? value("vm-id") : QStringLiteral("vm");
+    logRules = logRuleList.join(QLatin1Char('\n'));
+    json = isSet("json");
+    watch = isSet("watch");
+    autoShare = isSet("auto");
+    if (isSet("list"))
+        requests.append(QStringLiteral("list"));
+    for (const QString &id : parser.values(QStringLiteral("share")))
+        requests.append(QStringLiteral("share ") + id);
+    for (const QString &id : parser.values(QStringLiteral("unshare")))
+        requests.append(QStringLiteral("unshare ") + id);
+    interactive = requests.isEmpty() && !watch && !autoShare;
+    const bool isLocal = !isSet("share") && !isSet("unshare") && !autoShare && !interactive;
+    if (address.isEmpty() && !isLocal)
+        return QStringLiteral("where is the virtual machine? --uri, or --host and --port (see --help)");
+    return {};
+}

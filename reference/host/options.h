@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "reference/rules.h"
+
+#include <QString>
+#include <QStringList>
+
+/// What the command line asks for.
+struct Options
+{
+    QString address; ///< of the virtual machine, as given; empty: none
+    QString vmId;
+    QString logRules;
+    bool json = false;
+    bool watch = false; ///< stay and tell of plugs
+    bool autoShare = false;
+    DeviceRules autoRules;
+    QStringList requests; ///< as they would be typed
+    bool interactive = false; ///< requests come from standard input
+    int timeoutSeconds = 15; ///< longest wait for the virtual machine and for the outcome of a request
+
+    /// Reads a command line; empty, or what is wrong with it, as one line. If \a answer is set afterwards it was asked
+    /// for ("--help"), and there is nothing else to do.
+    QString read(const QStringList &arguments, QString &answer);
+};
