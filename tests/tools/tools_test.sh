@@ -74,6 +74,7 @@ refuses tools/fuzz
 refuses tools/fuzz 1 nosuch
 refuses tools/soak
 refuses tools/soak 1
+refuses tools/lint nosuch
 
 # A build says on a terminal how far it is, elsewhere only what went wrong.
 build='. tools/common.sh; build dev'
