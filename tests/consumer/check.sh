@@ -15,6 +15,6 @@ cmake --build "$scratch/cmake" >/dev/null
 "$scratch/cmake/consumer"
 
 export PKG_CONFIG_PATH="$lib/pkgconfig"
-# shellcheck disable=SC2046,SC2086
+# shellcheck disable=SC2046
 "$cxx" -std=c++17 -fPIC $flags "$here/main.cpp" -o "$scratch/consumer" $(pkg-config --cflags --libs devredirecthandler)
 LD_LIBRARY_PATH="$lib" "$scratch/consumer"
