@@ -1,4 +1,5 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
+# shellcheck shell=sh
 # Sourced by the scripts that start a virtual machine: sets the positional parameters to the options of QEMU that every
 # such machine has. $1 is the directory of the machine, $2 the number of its USB ports; PREFIX starts their names.
 dir=$(cd "$1" && pwd) || exit 1

@@ -1,0 +1,110 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# shellcheck shell=bash
+# Sourced by the tools, in the root of the repository: their options, their packages, and how they build.
+
+tool=$(basename "$0")
+install=1 # --no-install: say which packages are missing instead of installing them
+
+# The help of a tool is the comment at its top.
+show_help() { sed -n '3,/^[^#]/s/^# \{0,1\}//p' "tools/$tool"; }
+
+# wrong TEXT: the tool was called in a way that it does not know.
+wrong() {
+    echo "$tool: $1 (see --help)" >&2
+    exit 2
+}
+
+# value "$@": the first of the words left is an option; is there a value behind it?
+value() {
+    case ${2:-} in ''|-*) wrong "$1 needs a value" ;; esac
+}
+
+# number "$@": the same, for a value that is a number from 1.
+number() {
+    value "$@"
+    case $2 in 0*|*[!0-9]*) wrong "$1 needs a number from 1, not $2" ;; esac
+}
+
+# option WORD: the options that every tool has. Any other word that comes here is wrong.
+option() {
+    case $1 in
+        -h|--help) show_help; exit 0 ;;
+        --no-install) install=0 ;;
+        -*) wrong "unknown option $1" ;;
+        *) wrong "what is $1?" ;;
+    esac
+}
+
+declare -A package_groups=(
+    [build]="build-essential ca-certificates cmake libsimdjson-dev libspice-client-glib-2.0-dev libudev-dev
+        libusb-1.0-0-dev libusbredirhost-dev ninja-build pkg-config qtbase5-dev"
+    [test]="libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev qemu-system-x86 umockdev util-linux"
+    [tsan]="qtbase5-private-dev"
+    [coverage]="gcovr"
+    [guest]="busybox-static cpio e2fsprogs"
+    [fuzz]="clang libclang-rt-14-dev"
+    [text]="codespell shellcheck"
+    [lint]="clang-format clang-tidy clazy cppcheck"
+)
+declare -A package_reasons=(
+    [build]="compilers and the libraries that are linked"
+    [test]="test framework, SPICE server, device emulation, virtual machine"
+    [tsan]="Qt's private headers, for the thread sanitizer"
+    [coverage]="coverage report"
+    [guest]="the guest system that uses a redirected disk"
+    [fuzz]="the fuzzer"
+    [text]="spelling, shell scripts"
+    [lint]="what reads the C++ sources without running them"
+)
+
+# need GROUP...: sees to it that the Debian packages of these groups are there.
+need() {
+    local group package missing=() reasons=() root=()
+    for group in "$@"; do
+        local before=${#missing[@]}
+        for package in ${package_groups[$group]}; do
+            dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
+        done
+        [ "${#missing[@]}" = "$before" ] || reasons+=("${package_reasons[$group]}")
+    done
+    [ "${#missing[@]}" != 0 ] || return 0
+    [ "$(id -u)" = 0 ] || root=(sudo)
+    if [ "$install" = 0 ]; then
+        echo "$tool: missing packages; to install them: ${root[*]:+sudo }apt-get install ${missing[*]}" >&2
+        return 1
+    fi
+    (IFS=';'; echo "Installing with apt-get (${reasons[*]}): $(IFS=' '; echo "${missing[*]}")")
+    local log
+    log=$(mktemp)
+    if ! { "${root[@]}" apt-get update -q &&
+            "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+            apt-get install -y -q --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+        tail -n 20 "$log"
+        echo "Could not install the packages; the whole output is in $log" >&2
+        return 1
+    fi
+    rm -f "$log"
+}
+
+# build PRESET [TARGET...]: configures and builds. On a terminal it shows how far it is; elsewhere nothing is printed but
+# the end of what went wrong.
+build() {
+    local preset=$1 targets=() log
+    shift
+    [ $# = 0 ] || targets=(--target "$@")
+    log=$(mktemp)
+    if ! cmake --preset "$preset" >"$log" 2>&1; then
+        tail -n 60 "$log" >&2
+        rm -f "$log"
+        return 1
+    fi
+    local compile=(cmake --build "build/$preset" "${targets[@]}") status=0
+    if [ -t 1 ]; then
+        "${compile[@]}" || status=1
+    elif ! "${compile[@]}" >"$log" 2>&1; then
+        tail -n 60 "$log" >&2
+        status=1
+    fi
+    rm -f "$log"
+    return $status
+}
