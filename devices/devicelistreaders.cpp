@@ -260,18 +260,22 @@ Parser &Parser::s_instance = *new Parser; // clazy:exclude=non-pod-global-static
 bool isReadAlike(const dom::element &value)
 {
     switch (value.type()) {
-    case dom::element_type::ARRAY:
-        for (const dom::element entry : value.get_array().value_unsafe()) {
+    case dom::element_type::ARRAY: {
+        const dom::array entries = value.get_array().value_unsafe();
+        for (const dom::element entry : entries) {
             if (!isReadAlike(entry))
                 return false;
         }
         return true;
-    case dom::element_type::OBJECT:
-        for (const dom::key_value_pair member : value.get_object().value_unsafe()) {
+    }
+    case dom::element_type::OBJECT: {
+        const dom::object members = value.get_object().value_unsafe();
+        for (const dom::key_value_pair member : members) {
             if (!isReadAlike(member.value))
                 return false;
         }
         return true;
+    }
     case dom::element_type::STRING:
         return value.get_string().value_unsafe().substr(0, 3) != "\xef\xbb\xbf";
     default:
