@@ -41,8 +41,19 @@ public:
 private:
     enum class Verdict { Normal, TooMany, Demoted };
 
-    Verdict count();
+    Verdict count()
+    {
+        int lines = m_lines.load(std::memory_order_relaxed);
+        while (lines != DemotedMark && lines < LinesPerInterval) {
+            if (m_lines.compare_exchange_weak(lines, lines + 1, std::memory_order_relaxed))
+                return Verdict::Normal;
+        }
+        return lines == DemotedMark ? Verdict::Demoted : countAtTheLimit();
+    }
     Verdict countAtTheLimit();
+
+    static constexpr int LinesPerInterval = 1000;
+    static constexpr int DemotedMark = -1;
 
     const char *const m_method;
     std::atomic<int> m_lines{0}; ///< written at info level in this interval, or DemotedMark
