@@ -69,7 +69,8 @@ done
 refuses tools/test --preset nosuch
 refuses tools/test --repeat many
 refuses tools/test nosuch
-refuses tools/benchmark --size 0
+refuses tools/bench --guard --json file
+refuses tools/bench nosuch
 refuses tools/fuzz
 refuses tools/fuzz 1 nosuch
 refuses tools/soak

@@ -1,0 +1,275 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Messages between the component and a port channel. Server and client are in this process, joined by sockets.
+
+#include "benchmarks/component.h"
+#include "benchmarks/row.h"
+#include "interface/devredirectinterface.h"
+#include "support/spiceserver.h"
+#include "worker/portchannelglue.h"
+
+#include <QCoreApplication>
+
+#include <cstdlib>
+#include <fstream>
+
+#include <dlfcn.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr unsigned MessageType = 109;
+
+enum Port { Send, RawSend, Echo, RawEcho, PortCount };
+
+std::string portName(int port)
+{
+    return "org.example.redir." + std::to_string(port);
+}
+
+/// A started interface with this program's component.
+class Started
+{
+public:
+    Started()
+    {
+        redirect->setNotifyEventCallback([](void *, RedirEvent, const char *, int) {});
+        Q_EMIT redirect->loadDynamicLib();
+        Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("vm"));
+        if (!redirect->isComponentStarted())
+            qFatal("the component does not start: %s", qPrintable(redirect->componentLoadError()));
+        component = reinterpret_cast<BenchmarkComponentOf *>(dlsym(library(), "benchmarkComponent"))();
+    }
+
+    DevRedirectInterface *const redirect = new DevRedirectInterface(nullptr);
+    BenchmarkComponent *component;
+
+private:
+    static void *library()
+    {
+        const QString path = QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect/libdevredir.so");
+        return dlopen(path.toLocal8Bit().constData(), RTLD_NOW | RTLD_NOLOAD);
+    }
+};
+
+Started &started()
+{
+    static auto *const made = new Started;
+    return *made;
+}
+
+/// A session with four ports; the library has two of them.
+class Session
+{
+public:
+    Session()
+    {
+        for (int port = 0; port < PortCount; ++port) {
+            channels[port] = client.waitForChannel(portName(port));
+            if (!channels[port])
+                qFatal("port %d does not open", port);
+        }
+        for (const Port port : {Send, Echo}) {
+            Q_EMIT started().redirect->checkRedirChannelByThread(channels[port], QString::fromStdString(portName(port)),
+                                                                 true);
+        }
+        for (const Port port : {Send, RawSend})
+            server.port(port).countOnly();
+        for (const Port port : {Echo, RawEcho})
+            server.port(port).echo();
+        g_signal_connect(channels[RawEcho], "port-data", G_CALLBACK(onRawData), this);
+    }
+
+    TestServer server{{portName(Send), portName(RawSend), portName(Echo), portName(RawEcho)}};
+    TestClient client{server};
+    SpicePortChannel *channels[PortCount] = {};
+    std::size_t rawReceived = 0;
+
+private:
+    static void onRawData(SpicePortChannel *, gpointer, gint length, Session *session)
+    {
+        session->rawReceived += std::size_t(length);
+    }
+};
+
+Session &session()
+{
+    static auto *const made = new Session;
+    return *made;
+}
+
+template<typename Condition>
+void iterateUntil(const Condition &condition)
+{
+    while (!condition())
+        g_main_context_iteration(nullptr, TRUE);
+}
+
+// --- writing ---
+
+std::string message(std::size_t size)
+{
+    return std::string(size, 'm');
+}
+
+void writeRaw(Port port, std::string &bytes)
+{
+    spice_port_channel_write_async(
+        session().channels[port], bytes.data(), bytes.size(), nullptr,
+        [](GObject *channel, GAsyncResult *result, gpointer) {
+            spice_port_channel_write_finish(SPICE_PORT_CHANNEL(channel), result, nullptr);
+        },
+        nullptr);
+}
+
+void writeWithLibrary(Port port, std::string &bytes)
+{
+    started().component->send(session().channels[port], bytes.data(), int(bytes.size()));
+}
+
+using Write = void(Port, std::string &);
+
+// A stream: the next message goes out when not much of it is still under way.
+Row::Work write(Port port, Write *one, std::size_t size)
+{
+    constexpr std::size_t Window = std::size_t(256) * 1024;
+    return [=](int calls) {
+        TestServer::Port &end = session().server.port(port);
+        std::string bytes = message(size);
+        std::size_t sent = end.counted();
+        for (int call = 0; call < calls; ++call) {
+            one(port, bytes);
+            sent += size;
+            iterateUntil([&] { return sent - end.counted() < Window; });
+        }
+        iterateUntil([&] { return sent == end.counted(); });
+    };
+}
+
+Row writing(const char *name, int calls, std::size_t size)
+{
+    return Row::timed(name, CLOCK_MONOTONIC, calls, write(RawSend, writeRaw, size),
+                      write(Send, writeWithLibrary, size));
+}
+
+// --- there and back ---
+
+constexpr std::size_t EchoSize = 64;
+
+Row::Work echo(Port port, Write *one, const std::size_t &received)
+{
+    return [=, &received](int calls) {
+        std::string bytes = message(EchoSize);
+        for (int call = 0; call < calls; ++call) {
+            const std::size_t expected = received + EchoSize;
+            one(port, bytes);
+            iterateUntil([&] { return received == expected; });
+        }
+    };
+}
+
+void echoRaw(int calls)
+{
+    echo(RawEcho, writeRaw, session().rawReceived)(calls);
+}
+
+void echoWithLibrary(int calls)
+{
+    session();
+    echo(Echo, writeWithLibrary, started().component->received)(calls);
+}
+
+// --- one signal ---
+
+guint messageSignal = 0;
+
+GObject *emitter()
+{
+    const GType type = g_type_register_static_simple(G_TYPE_OBJECT, "MessageEmitter", sizeof(GObjectClass), nullptr,
+                                                     sizeof(GObject), nullptr, G_TYPE_FLAG_NONE);
+    messageSignal = g_signal_new("port-channel-msg", type, G_SIGNAL_RUN_LAST, 0, nullptr, nullptr, nullptr, G_TYPE_INT,
+                                 3, G_TYPE_UINT, G_TYPE_POINTER, G_TYPE_UINT);
+    return static_cast<GObject *>(g_object_new(type, nullptr));
+}
+
+GObject *anotherEmitter(GObject *like, GCallback handler, void *context)
+{
+    auto *const made = static_cast<GObject *>(g_object_new(G_OBJECT_TYPE(like), nullptr));
+    g_signal_connect(made, "port-channel-msg", handler, context);
+    return made;
+}
+
+void emitMessages(GObject *object, int calls)
+{
+    char bytes[EchoSize] = {};
+    for (int call = 0; call < calls; ++call) {
+        int result = 0;
+        g_signal_emit(object, messageSignal, 0, MessageType, bytes, unsigned(sizeof bytes), &result);
+    }
+}
+
+GObject *firstEmitter()
+{
+    static GObject *const made = emitter();
+    return made;
+}
+
+int onMessage(void *, unsigned, void *, unsigned length, void *context)
+{
+    static_cast<BenchmarkComponent *>(context)->received += length;
+    return 0;
+}
+
+void emitBare(int calls)
+{
+    static GObject *const object = anotherEmitter(firstEmitter(), G_CALLBACK(onMessage), started().component);
+    emitMessages(object, calls);
+}
+
+void emitToLibrary(int calls)
+{
+    static GObject *const object = anotherEmitter(firstEmitter(), G_CALLBACK(onPortMsgProcess), started().component);
+    emitMessages(object, calls);
+}
+
+// --- waiting messages ---
+
+double residentBytes()
+{
+    std::size_t size = 0;
+    std::size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident;
+    return double(resident) * double(sysconf(_SC_PAGESIZE));
+}
+
+Row::Pair memoryOfWaiting()
+{
+    constexpr std::size_t Size = 65536;
+    constexpr std::size_t All = std::size_t(200) * 1024 * 1024;
+    TestServer::Port &end = session().server.port(Send);
+    std::string bytes = message(Size);
+    const std::size_t expected = end.counted() + All;
+    const double before = residentBytes();
+    for (std::size_t sent = 0; sent < All; sent += Size)
+        writeWithLibrary(Send, bytes);
+    const double waiting = residentBytes() - before;
+    iterateUntil([&] { return end.counted() == expected; });
+    iterateUntil([&] { return residentBytes() - before < double(All) / 10; }); // given back
+    return {double(All), waiting};
+}
+
+} // namespace
+
+std::vector<Row> channelRows()
+{
+    return {
+        Row::timed("message", CLOCK_THREAD_CPUTIME_ID, 2000, emitBare, emitToLibrary),
+        writing("write-64", 250, 64),
+        writing("write-4k", 250, 4096),
+        writing("write-64k", 64, 65536),
+        writing("write-1m", 8, 1048576),
+        Row::timed("echo", CLOCK_MONOTONIC, 50, echoRaw, echoWithLibrary),
+        {"backlog", memoryOfWaiting, 0, {}, {}},
+    };
+}

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// Lines whose level is off.
+
+#include "benchmarks/row.h"
+#include "log/ratelimitedlog.h"
+
+#include <benchmark/benchmark.h>
+
+#include <time.h>
+
+namespace {
+
+constexpr int LinesOfAnInterval = 1000; // after these the channel would only look
+
+void askInfo(int calls)
+{
+    for (int call = 0; call < calls; ++call)
+        benchmark::DoNotOptimize(QLoggingCategory::defaultCategory()->isInfoEnabled());
+}
+
+void askDebug(int calls)
+{
+    for (int call = 0; call < calls; ++call)
+        benchmark::DoNotOptimize(QLoggingCategory::defaultCategory()->isDebugEnabled());
+}
+
+void writeLimited(int calls)
+{
+    for (int call = 0; call < calls; call += LinesOfAnInterval) {
+        RateLimitedLog log("infoLogOutput");
+        benchmark::DoNotOptimize(&log); // others may see it
+        for (int line = 0; line < LinesOfAnInterval; ++line)
+            log.write([] { return QStringLiteral(" Redirect device by deviceID"); });
+    }
+}
+
+void writePlain(int calls)
+{
+    for (int call = 0; call < calls; ++call)
+        Log::module(QtDebugMsg, __func__, " enter to call function. ", call);
+}
+
+} // namespace
+
+std::vector<Row> logRows()
+{
+    constexpr int Calls = 10 * LinesOfAnInterval;
+    return {
+        Row::timed("limited-line", CLOCK_THREAD_CPUTIME_ID, Calls, askInfo, writeLimited),
+        Row::timed("line", CLOCK_THREAD_CPUTIME_ID, Calls, askDebug, writePlain),
+    };
+}
