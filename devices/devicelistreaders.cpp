@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 #include <mutex>
+#include <numeric>
 #include <vector>
 
 #include <simdjson.h>
@@ -125,16 +126,27 @@ bool isObject(const dom::element &value)
 
 // --- records ---
 
-QString orEmpty(const QString &text)
+QString orEmpty(QString text)
 {
     return text.isEmpty() ? emptyText() : text;
 }
 
 // The component sends its integers as JSON strings; anything else reads as 0.
-template<typename Value>
-int integerIn(const Value &value)
+int integerIn(const QJsonValue &value)
 {
     return textIn(value).toInt();
+}
+
+// A few digits, which most of them are, need no QString.
+int integerIn(const dom::element &value)
+{
+    constexpr std::size_t FewDigits = 9;
+    Key text;
+    if (value.get(text) || text.empty())
+        return 0;
+    if (text.size() > FewDigits || text.find_first_not_of("0123456789") != Key::npos)
+        return textIn(value).toInt();
+    return std::accumulate(text.begin(), text.end(), 0, [](int sum, char digit) { return sum * 10 + (digit - '0'); });
 }
 
 // The component counts functions from 0, the host from 1. The largest number has no successor and stays.
@@ -166,8 +178,10 @@ void readMember(Key key, const Value &value, ExterDeviceInfo &device)
     const auto text = std::find_if(std::begin(TextKeys), std::end(TextKeys),
                                    [key](const TextKey &candidate) { return candidate.key == key; });
     if (text != std::end(TextKeys)) {
-        const QString listed = orEmpty(textIn(value));
-        device.*text->member = text->transformation == Case::Upper ? listed.toUpper() : listed;
+        QString listed = orEmpty(textIn(value));
+        if (text->transformation == Case::Upper)
+            listed = std::move(listed).toUpper();
+        device.*text->member = std::move(listed);
     } else if (key == "isShared") {
         device.status = integerIn(value) != 0 ? Shared : NotShared;
     } else if (key == "readOnly") {
@@ -189,16 +203,21 @@ std::vector<Key> allDeviceKeys()
 }
 
 template<typename Value>
-ExterDeviceInfo readDevice(const Value &object)
+void readDevice(const Value &object, ExterDeviceInfo &device)
 {
     static const std::vector<Key> Keys = allDeviceKeys();
-    ExterDeviceInfo device;
     forEachMember(object, Keys, [&device](Key key, const Value &value) { readMember(key, value, device); });
     device.parsedStatus = device.status;
     device.isCompositeDevice = !device.functions.isEmpty();
     device.spareFlagA = false;
     device.spareFlagB = true;
-    return device;
+}
+
+// Copied, since making one takes a call for each text. Never destroyed: a list may be read until the process has ended.
+const ExterDeviceInfo &blank()
+{
+    static const auto *const made = new ExterDeviceInfo;
+    return *made;
 }
 
 template<typename Value>
@@ -216,8 +235,10 @@ DeviceListReaders::Content readContent(const Value &document)
         if (!devices)
             return;
         forEachEntry(*devices, [&content](const Value &entry) {
-            if (isObject(entry))
-                content.devices.append(readDevice(entry));
+            if (!isObject(entry))
+                return;
+            content.devices.append(blank()); // read where it stays, since a copy touches every text
+            readDevice(entry, content.devices.last());
         });
     });
     return content;
