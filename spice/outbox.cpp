@@ -18,6 +18,10 @@ constexpr std::size_t BatchBytes = 131072;
 // What the C library may keep for later use after a peer did not read for a while.
 constexpr std::size_t MostKeptBytes = std::size_t(8) * 1024 * 1024;
 
+// The buffers of written messages that are kept for the next ones: the C library would give such memory back to the
+// system at once, and to get it again costs more than to fill it.
+constexpr std::size_t MostSpareBytes = std::size_t(256) * 1024;
+
 bool isLost(int event)
 {
     return event == SPICE_CHANNEL_CLOSED || (event >= SPICE_CHANNEL_ERROR_CONNECT && event <= SPICE_CHANNEL_ERROR_IO);
@@ -65,8 +69,21 @@ void Outbox::attach(SpicePortChannel *channel)
     g_signal_connect(channel, "channel-event", G_CALLBACK(onChannelEvent), this);
 }
 
-void Outbox::add(std::string message)
+std::string Outbox::spareBuffer()
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_spare.empty())
+        return std::string();
+    std::string buffer = std::move(m_spare.back());
+    m_spare.pop_back();
+    m_spareBytes -= buffer.capacity();
+    return buffer;
+}
+
+void Outbox::add(const char *bytes, std::size_t size)
+{
+    std::string message = spareBuffer();
+    message.assign(bytes, size);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_bytes += message.size();
     m_mostBytes = std::max(m_mostBytes, m_bytes);
@@ -131,14 +148,18 @@ void Outbox::onWritten(GObject *channel, GAsyncResult *result, gpointer data)
     g_autoptr(GError) error = nullptr;
     const bool success = spice_port_channel_write_finish(SPICE_PORT_CHANNEL(channel), result, &error) >= 0;
     write->outbox.tellOutcome(success, error ? error->message : "");
-    write->outbox.written(write->message.size());
+    write->outbox.written(std::move(write->message));
 }
 
-void Outbox::written(std::size_t size)
+void Outbox::written(std::string message)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     --m_beingWritten;
-    m_bytes -= size;
+    m_bytes -= message.size();
+    if (m_spareBytes + message.capacity() <= MostSpareBytes) {
+        m_spareBytes += message.capacity();
+        m_spare.push_back(std::move(message));
+    }
     scheduleIfIdle();
     if (m_bytes == 0 && std::exchange(m_mostBytes, 0) > MostKeptBytes)
         g_idle_add(giveMemoryBack, nullptr);

@@ -34,7 +34,8 @@ public:
     /// Takes on \a channel, which must be alive, if one is expected and the last one has gone.
     void attach(SpicePortChannel *channel);
 
-    void add(std::string message);
+    /// \a bytes are copied.
+    void add(const char *bytes, std::size_t size);
 
     /// Bytes of the messages that have been added and neither written nor dropped.
     std::int64_t bytesWaiting();
@@ -45,7 +46,8 @@ private:
     void scheduleIfIdle();
     void writeBatch();
     std::vector<std::string> nextBatch();
-    void written(std::size_t size);
+    void written(std::string message);
+    std::string spareBuffer();
     void drop(const char *reason);
     void tellOutcome(bool success, const char *reason);
 
@@ -63,4 +65,6 @@ private:
     std::size_t m_beingWritten = 0; ///< messages that the channel has been given and not yet finished
     std::size_t m_bytes = 0; ///< of all these
     std::size_t m_mostBytes = 0; ///< since it was empty
+    std::vector<std::string> m_spare; ///< buffers of messages that have been written
+    std::size_t m_spareBytes = 0;
 };

@@ -81,7 +81,7 @@ void PortMessages::send(SpicePortChannel *channel, const char *message, int leng
         return;
     Outbox &outbox = outboxOf(channel);
     outbox.attach(channel);
-    outbox.add(std::string(message, size_t(length)));
+    outbox.add(message, size_t(length));
 }
 
 std::int64_t PortMessages::bytesWaiting(const void *channel)
