@@ -50,21 +50,31 @@ ROWS = {
 MORE_IS_BETTER = {"chain"}  # its pairs are speeds
 
 
+class Wrong(Exception):
+    """The tool was called in a way that cannot work."""
+
+
 def wanted(names, pattern):
-    return [name for name in names if re.search(pattern, name) or re.search(pattern, ROWS[name][0])]
+    try:
+        found = [name for name in names if re.search(pattern, name) or re.search(pattern, ROWS[name][0])]
+    except re.error as error:
+        raise Wrong(f"{pattern} is no regular expression: {error}") from error
+    return found
 
 
 def measure(parts, names):
     """The pairs of each row, each row in a process of its own: {name: [[limit, library], ...]}"""
     pairs = {}
     for name in names:
-        print(f"\r\033[K{name} ...", end="", file=sys.stderr) if sys.stderr.isatty() else None
+        if sys.stderr.isatty():
+            print(f"\r\033[K{name} ...", end="", file=sys.stderr)
         with tempfile.NamedTemporaryFile(suffix=".json") as out:
             subprocess.run([parts, f"--benchmark_filter=^{name}/", f"--benchmark_out={out.name}"],
-                           check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+                           check=True, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
             runs = json.load(out)["benchmarks"]
         pairs[name] = [[run["limit"], run["library"]] for run in runs if run["run_type"] == "iteration"]
-    print("\r\033[K", end="", file=sys.stderr) if sys.stderr.isatty() else None
+    if sys.stderr.isatty():
+        print("\r\033[K", end="", file=sys.stderr)
     return pairs
 
 
@@ -111,19 +121,30 @@ def show(pairs, compared):
 
 
 def read_pairs(path):
-    with open(path, encoding="utf-8") as file:
-        return {name: pairs for name, pairs in json.load(file).items() if name in ROWS and pairs}
+    try:
+        with open(path, encoding="utf-8") as file:
+            return {name: pairs for name, pairs in json.load(file).items() if name in ROWS and pairs}
+    except (OSError, ValueError, AttributeError) as error:
+        raise Wrong(f"{path} is no file of --json: {error}") from error
+
+
+def check_writable(path):
+    try:
+        open(path, "a", encoding="utf-8").close()
+    except OSError as error:
+        raise Wrong(f"cannot write: {error}") from error
 
 
 def table(options):
-    earlier = read_pairs(options.compare) if options.compare else None  # a missing file is told before the run
     names = wanted([name for name in ROWS if name != "chain"], options.filter)
+    if not names and not options.chain:
+        raise Wrong(f"no row matches {options.filter}")
+    earlier = read_pairs(options.compare) if options.compare else None  # wrong files are told before the run
+    if options.json:
+        check_writable(options.json)
     pairs = measure(options.parts, names)
     if options.chain:
         pairs["chain"] = [[float(field) for field in line.split()] for line in open(options.chain, encoding="utf-8")]
-    if not pairs:
-        print(f"bench: no row matches {options.filter}", file=sys.stderr)
-        return 2
     if options.json:
         with open(options.json, "w", encoding="utf-8") as file:
             json.dump(pairs, file, indent=1)
@@ -155,6 +176,8 @@ def count(parts, name):
 
 def count_all(options):
     names = wanted([name for name in ROWS if name not in UNCOUNTED], options.filter)
+    if not names:
+        raise Wrong(f"no counted row matches {options.filter}")
     counts = {}
     for name in names:
         counts[name], limit = count(options.parts, name)
@@ -195,7 +218,16 @@ def main():
     parser.add_argument("--compare")
     parser.add_argument("--chain", help="a file with the pairs of the chain")
     options = parser.parse_args()
-    return {"table": table, "guard": guard, "accept": accept}[options.command](options)
+    try:
+        return {"table": table, "guard": guard, "accept": accept}[options.command](options)
+    except Wrong as wrong:
+        print(f"bench: {wrong}", file=sys.stderr)
+        return 2
+    except subprocess.CalledProcessError as failed:
+        print(f"{failed.stderr}bench: {failed}", file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        return 130
 
 
 if __name__ == "__main__":
