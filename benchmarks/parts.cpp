@@ -58,7 +58,7 @@ std::vector<Row> allRows()
 
 void runPair(benchmark::State &state, const Row &row)
 {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         const Row::Pair pair = row.measure();
         state.counters["limit"] = pair.limit;
         state.counters["library"] = pair.library;

@@ -255,7 +255,7 @@ public:
     {
         const simdjson::padded_string padded(text);
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto result = m_parser.parse_into_document(memory, padded);
+        auto result = m_parser.parse_into_document(memory, padded);
         if (text.size() > UsualSize && m_parser.allocate(UsualSize, DeepestNesting))
             return simdjson::MEMALLOC;
         return result;
