@@ -230,14 +230,15 @@ class Parser
 public:
     static Parser &instance() { return s_instance; }
 
-    simdjson::simdjson_result<dom::element> parse(std::string_view text, dom::document &memory)
+    /// False if the text is refused. \a document lives as long as \a memory.
+    bool parse(std::string_view text, dom::document &memory, dom::element &document)
     {
         const simdjson::padded_string padded(text);
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const auto result = m_parser.parse_into_document(memory, padded);
+        const simdjson::error_code refused = m_parser.parse_into_document(memory, padded).get(document);
         if (text.size() > UsualSize && m_parser.allocate(UsualSize, DeepestNesting))
-            return simdjson::MEMALLOC;
-        return result;
+            return false;
+        return !refused;
     }
 
 private:
@@ -285,9 +286,8 @@ std::optional<DeviceListReaders::Content> DeviceListReaders::readQuickly(std::st
 {
     dom::document memory;
     dom::element document;
-    if (text.empty() || Parser::instance().parse(text, memory).get(document))
-        return std::nullopt;
-    if (!document.is_array() || !isReadAlike(document))
+    if (text.empty() || !Parser::instance().parse(text, memory, document) || !document.is_array()
+        || !isReadAlike(document))
         return std::nullopt;
     return readContent(document);
 }

@@ -29,7 +29,7 @@ static void onDeviceList(QList<ExterDeviceInfo> &devices)
         std::printf("%s  %s  %s\n", qPrintable(device.deviceId), qPrintable(device.deviceName),
                     device.status == 2 ? "shared" : "local");
         if (!isShared && !wanted.isEmpty() && device.deviceId == wanted) // as soon as the list is published
-            QTimer::singleShot(0, [] { redirect->deviceOperate(wanted, QStringLiteral("share")); });
+            QTimer::singleShot(0, redirect.get(), [] { redirect->deviceOperate(wanted, QStringLiteral("share")); });
     }
     if (!session)
         QCoreApplication::quit();
