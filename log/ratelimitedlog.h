@@ -8,15 +8,10 @@
 
 #include <atomic>
 
-/**
- * A log channel that steps back when it is used too fast.
- *
- * Lines come out at info level. When the 1001st line of an interval comes less than 300 seconds after the interval
- * began, the channel says so once at warning level and writes at debug level for the rest of its life; otherwise a new
- * interval begins. The clock is the local time of day, so an interval that spans midnight counts as a short one.
- *
- * \thread any; no lock is held while a line is written.
- */
+/// A log channel that steps back when it is used too fast. Lines come out at info level. When the 1001st line of an
+/// interval comes less than 300 seconds after the interval began, the channel says so once at warning level and writes
+/// at debug level for the rest of its life; otherwise a new interval begins. The clock is the local time of day, so an
+/// interval that spans midnight counts as a short one. \thread any; no lock is held while a line is written.
 class RateLimitedLog
 {
 public:
