@@ -93,7 +93,7 @@ build() {
     shift
     [ $# = 0 ] || targets=(--target "$@")
     log=$(mktemp)
-    if ! cmake --preset "$preset" -DBUILD_TESTING=ON >"$log" 2>&1; then
+    if ! cmake --preset "$preset" >"$log" 2>&1; then
         tail -n 60 "$log" >&2
         rm -f "$log"
         return 1
