@@ -7,11 +7,9 @@
 
 #include <cxxabi.h>
 
-/**
- * Runs foreign code, of the component or the host. What it throws ends here as one critical line, since the callers,
- * Qt and GLib among them, could not carry it on; the result is then \a neutral. Only the end of a thread that ends
- * itself or is cancelled in there goes on: the system does not let anybody stop that.
- */
+/// Runs foreign code, of the component or the host. What it throws ends here as one critical line, since the callers,
+/// Qt and GLib among them, could not carry it on; the result is then \a neutral. Only the end of a thread that ends
+/// itself or is cancelled in there goes on: the system does not let anybody stop that.
 template<typename Result, typename Call>
 Result contained(const char *method, const char *callee, Result neutral, const Call &call)
 {

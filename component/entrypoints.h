@@ -6,18 +6,15 @@
 #include <cstdint>
 #include <string>
 
-/**
- * \file
- * The seven entry points of the redirection component "libdevredir.so", by the names that it exports, and the one
- * function that a component may look up in this library.
- *
- * They are C++ functions with C linkage: some take std::function and std::string, so a component must be built with
- * the same standard library as this one. A component's author includes this header and declares
- *
- *     extern "C" RedirCheck redirCheck;
- *
- * before he defines the function, so that the compiler compares the types.
- */
+/// The seven entry points of the redirection component "libdevredir.so", by the names that it exports, and the one
+/// function that a component may look up in this library.
+///
+/// They are C++ functions with C linkage: some take std::function and std::string, so a component must be built with
+/// the same standard library as this one. A component's author includes this header and declares
+///
+///     extern "C" RedirCheck redirCheck;
+///
+/// before he defines the function, so that the compiler compares the types.
 
 /// "redirInit": starts the component. Arguments: send callback, event callback (both may be empty), VM identifier,
 /// path of "config.json". False: not started.

@@ -3,8 +3,6 @@
 #include "component/redirecthandler.h"
 #include "log/ratelimitedlog.h"
 
-#include <QByteArray>
-
 #include <cstring>
 
 namespace {
@@ -27,9 +25,10 @@ EventCallback safe(EventCallback notify)
     };
 }
 
-QString trueOrFalse(bool value)
+QString outcome(const char *symbol, bool result)
 {
-    return value ? QStringLiteral("true") : QStringLiteral("false");
+    return QStringLiteral(" End to  call %1 function. result: ").arg(QLatin1String(symbol))
+        + (result ? QLatin1String("true") : QLatin1String("false"));
 }
 
 QString textIn(const char *buffer, int capacity)
@@ -54,8 +53,7 @@ bool RedirectHandler::loadRedirComponent(SendCallback send, EventCallback event,
         return init(safe(std::move(send)), safe(std::move(event)), std::move(vmId), std::move(configPath));
     });
     m_started = result;
-    m_log->write(
-        [result] { return QStringLiteral(" End to  call RedirInit function. result: ") + trueOrFalse(result); });
+    m_log->write([result] { return outcome("RedirInit", result); });
     return result;
 }
 
@@ -69,8 +67,7 @@ bool RedirectHandler::checkRedirChannel(std::string channelName, void **context)
     }
     const bool result =
         contained(__func__, "redirCheck", false, [&] { return check(std::move(channelName), context); });
-    m_log->write(
-        [result] { return QStringLiteral(" End to  call RedirCheck function. result: ") + trueOrFalse(result); });
+    m_log->write([result] { return outcome("RedirCheck", result); });
     return result;
 }
 
@@ -84,9 +81,7 @@ bool RedirectHandler::setupRedirContext(void *context, void *channel)
         return false;
     }
     const bool result = contained(__func__, "redirSetupContext", false, [&] { return setup(context, channel); });
-    m_log->write([result] {
-        return QStringLiteral(" End to  call RedirSetupContext function. result: ") + trueOrFalse(result);
-    });
+    m_log->write([result] { return outcome("RedirSetupContext", result); });
     return result;
 }
 

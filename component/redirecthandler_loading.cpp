@@ -3,6 +3,7 @@
 
 #include "log/ratelimitedlog.h"
 
+#include <QByteArray>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>

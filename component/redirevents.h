@@ -3,29 +3,17 @@
 
 #include <functional>
 
-/**
- * \file
- * The event numbers and the two callbacks that cross the border to the redirection component.
- */
-
-/**
- * What happened to a port channel, as told to the component's "redirEventHandler".
- *
- * The numbers are those of the SPICE protocol's port events (SPICE_PORT_EVENT_*). Any other number that the SPICE
- * port reports is passed on as it is.
- */
+/// What happened to a port channel, as told to the component's "redirEventHandler". The numbers are those of the SPICE
+/// protocol's port events (SPICE_PORT_EVENT_*). Any other number that the SPICE port reports is passed on as it is.
 enum ChannelEvent : int {
     ChannelEventOpened = 0, ///< the port is open
     ChannelEventClosed = 1, ///< the virtual machine's side closed the port
     ChannelEventBreak = 2, ///< a break on the port; also sent when the SPICE channel is closed or fails
 };
 
-/**
- * What the component reports through the event callback.
- *
- * The component fixes the numbers and the host interprets them; the library passes them through and never looks at
- * them. The enumerators are those of the component in reference/component. A component may report others.
- */
+/// What the component reports through the event callback. The component fixes the numbers and the host interprets them;
+/// the library passes them through and never looks at them. The enumerators are those of the component in
+/// reference/component. A component may report others.
 enum RedirEvent : int {
     RedirEventDeviceArrived = 1, ///< a device was plugged in
     RedirEventDeviceLeft = 2, ///< a device was pulled out
@@ -35,19 +23,12 @@ enum RedirEvent : int {
     RedirEventChannelLost = 6, ///< the port channel of a redirected device is gone
 };
 
-/**
- * Sends one message of the component to the virtual machine.
- *
- * Arguments: the channel that the component was given in "redirSetupContext", the bytes (borrowed for the call) and
- * their number. Returns the number of bytes taken, or -1 when the application is exiting.
- * \thread any; the component calls it from its own threads.
- */
+/// Sends one message of the component to the virtual machine: the channel from "redirSetupContext", the bytes (borrowed
+/// for the call) and their number. Returns the number of bytes taken, or -1 when the application is exiting.
+/// \thread any; the component calls it from its own threads.
 using SendCallback = std::function<int(void *channel, char *message, int length)>;
 
-/**
- * Tells the host of an event.
- *
- * Arguments: the component's context pointer, the event, a text (borrowed for the call) and its length in bytes.
- * \thread any; the component calls it from its own threads, from its start until "redirDeinit" has returned.
- */
+/// Tells the host of an event: the component's context pointer, the event, a text (borrowed for the call) and its
+/// length in bytes. \thread any; the component calls it from its own threads, from its start until "redirDeinit" has
+/// returned.
 using EventCallback = std::function<void(void *context, RedirEvent event, const char *text, int length)>;

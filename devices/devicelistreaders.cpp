@@ -1,23 +1,16 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "devices/devicelistreaders.h"
 
-#include <QJsonArray>
-#include <QJsonObject>
-
 #include <algorithm>
 #include <limits>
 #include <mutex>
-#include <numeric>
-#include <vector>
+#include <tuple>
 
 #include <simdjson.h>
-
-// One way to read a record, and two ways to get at a JSON value: a value is a QJsonValue or simdjson's.
 
 namespace {
 
 namespace dom = simdjson::dom;
-using Key = std::string_view;
 
 constexpr int Shared = 2;
 constexpr int NotShared = 0;
@@ -26,7 +19,7 @@ enum class Case { AsListed, Upper };
 
 struct TextKey
 {
-    Key key;
+    std::string_view key;
     QString ExterDeviceInfo::*member;
     Case transformation;
 };
@@ -50,38 +43,23 @@ constexpr TextKey TextKeys[] = {
     {"errCode", &ExterDeviceInfo::errCode, Case::Upper},
     {"errString", &ExterDeviceInfo::errString, Case::Upper},
 };
-constexpr Key OtherKeys[] = {"isShared", "readOnly", "founctionBitmapMask", "founctionInfo"};
-constexpr Key FunctionKeys[] = {"founctionClass", "founctionId", "founctionBitmapMask"};
-
-// --- values: one of another type than is asked for reads as empty, false or an empty list ---
-
-QString textIn(const QJsonValue &value)
-{
-    return value.toString();
-}
 
 QString textIn(const dom::element &value)
 {
-    Key text;
-    return value.get(text) ? QString() : QString::fromUtf8(text.data(), int(text.size()));
+    std::string_view text;
+    return value.get(text) || text.empty() ? emptyText() : QString::fromUtf8(text.data(), int(text.size()));
 }
 
-bool flagIn(const QJsonValue &value)
+// The component sends its integers as JSON strings; anything else reads as 0.
+int integerIn(const dom::element &value)
 {
-    return value.toBool();
+    return textIn(value).toInt();
 }
 
-bool flagIn(const dom::element &value)
+// The component counts functions from 0, the host from 1. The largest number has no successor and stays.
+int countedFromOne(int listedId)
 {
-    bool flag = false;
-    return !value.get(flag) && flag;
-}
-
-template<typename Use>
-void forEachEntry(const QJsonValue &list, const Use &use)
-{
-    for (const QJsonValue entry : list.toArray())
-        use(entry);
+    return listedId == std::numeric_limits<int>::max() ? listedId : listedId + 1;
 }
 
 template<typename Use>
@@ -94,18 +72,9 @@ void forEachEntry(const dom::element &list, const Use &use)
         use(entry);
 }
 
-// Calls use(key, value) at least for those of these keys that the object has; for one that comes twice, the last call
-// counts. Qt looks a key up, simdjson goes through all.
+// Of a key that comes twice the last one counts.
 template<typename Use>
-void forEachMember(const QJsonValue &object, const std::vector<Key> &keys, const Use &use)
-{
-    const QJsonObject members = object.toObject();
-    for (const Key key : keys)
-        use(key, members.value(QLatin1String(key.data(), int(key.size()))));
-}
-
-template<typename Use>
-void forEachMember(const dom::element &object, const std::vector<Key> &, const Use &use)
+void forEachMember(const dom::element &object, const Use &use)
 {
     dom::object members;
     if (object.get(members))
@@ -114,56 +83,13 @@ void forEachMember(const dom::element &object, const std::vector<Key> &, const U
         use(member.key, member.value);
 }
 
-bool isObject(const QJsonValue &value)
+FunctionInfo readFunction(const dom::element &object)
 {
-    return value.isObject();
-}
-
-bool isObject(const dom::element &value)
-{
-    return value.is_object();
-}
-
-// --- records ---
-
-QString orEmpty(QString text)
-{
-    return text.isEmpty() ? emptyText() : text;
-}
-
-// The component sends its integers as JSON strings; anything else reads as 0.
-int integerIn(const QJsonValue &value)
-{
-    return textIn(value).toInt();
-}
-
-// A few digits, which most of them are, need no QString.
-int integerIn(const dom::element &value)
-{
-    constexpr std::size_t FewDigits = 9;
-    Key text;
-    if (value.get(text) || text.empty())
-        return 0;
-    if (text.size() > FewDigits || text.find_first_not_of("0123456789") != Key::npos)
-        return textIn(value).toInt();
-    return std::accumulate(text.begin(), text.end(), 0, [](int sum, char digit) { return sum * 10 + (digit - '0'); });
-}
-
-// The component counts functions from 0, the host from 1. The largest number has no successor and stays.
-int countedFromOne(int listedId)
-{
-    return listedId == std::numeric_limits<int>::max() ? listedId : listedId + 1;
-}
-
-template<typename Value>
-FunctionInfo readFunction(const Value &object)
-{
-    static const std::vector<Key> Keys(std::begin(FunctionKeys), std::end(FunctionKeys));
     FunctionInfo function;
     function.founctionId = countedFromOne(0);
-    forEachMember(object, Keys, [&function](Key key, const Value &value) {
+    forEachMember(object, [&function](std::string_view key, const dom::element &value) {
         if (key == "founctionClass")
-            function.founctionClass = orEmpty(textIn(value));
+            function.founctionClass = textIn(value);
         else if (key == "founctionId")
             function.founctionId = countedFromOne(integerIn(value));
         else if (key == "founctionBitmapMask")
@@ -172,73 +98,50 @@ FunctionInfo readFunction(const Value &object)
     return function;
 }
 
-template<typename Value>
-void readMember(Key key, const Value &value, ExterDeviceInfo &device)
+void readMember(std::string_view key, const dom::element &value, ExterDeviceInfo &device)
 {
     const auto text = std::find_if(std::begin(TextKeys), std::end(TextKeys),
                                    [key](const TextKey &candidate) { return candidate.key == key; });
     if (text != std::end(TextKeys)) {
-        QString listed = orEmpty(textIn(value));
-        if (text->transformation == Case::Upper)
-            listed = std::move(listed).toUpper();
-        device.*text->member = std::move(listed);
+        const QString listed = textIn(value);
+        device.*text->member = text->transformation == Case::Upper ? listed.toUpper() : listed;
     } else if (key == "isShared") {
         device.status = integerIn(value) != 0 ? Shared : NotShared;
     } else if (key == "readOnly") {
-        device.readOnly = flagIn(value);
+        device.readOnly = value.is_bool() && value.get_bool().value_unsafe();
     } else if (key == "founctionBitmapMask") {
         device.founctionBitmapMask = integerIn(value);
     } else if (key == "founctionInfo") {
         device.functions.clear();
-        forEachEntry(value, [&device](const Value &entry) { device.functions.append(readFunction(entry)); });
+        forEachEntry(value, [&device](const dom::element &entry) { device.functions.append(readFunction(entry)); });
     }
 }
 
-std::vector<Key> allDeviceKeys()
+ExterDeviceInfo readDevice(const dom::element &object)
 {
-    std::vector<Key> keys(std::begin(OtherKeys), std::end(OtherKeys));
-    for (const TextKey &text : TextKeys)
-        keys.push_back(text.key);
-    return keys;
-}
-
-template<typename Value>
-void readDevice(const Value &object, ExterDeviceInfo &device)
-{
-    static const std::vector<Key> Keys = allDeviceKeys();
-    forEachMember(object, Keys, [&device](Key key, const Value &value) { readMember(key, value, device); });
+    ExterDeviceInfo device;
+    forEachMember(object, [&device](auto key, const dom::element &value) { readMember(key, value, device); });
     device.parsedStatus = device.status;
     device.isCompositeDevice = !device.functions.isEmpty();
     device.spareFlagA = false;
     device.spareFlagB = true;
+    return device;
 }
 
-// Copied, since making one takes a call for each text. Never destroyed: a list may be read until the process has ended.
-const ExterDeviceInfo &blank()
+DeviceListReaders::Content readContent(const dom::element &document)
 {
-    static const auto *const made = new ExterDeviceInfo;
-    return *made;
-}
-
-template<typename Value>
-DeviceListReaders::Content readContent(const Value &document)
-{
-    static const std::vector<Key> Keys{"devices"};
     DeviceListReaders::Content content;
-    forEachEntry(document, [&content](const Value &element) {
+    forEachEntry(document, [&content](const dom::element &element) {
         ++content.elements;
-        std::optional<Value> devices;
-        forEachMember(element, Keys, [&devices](Key key, const Value &value) {
-            if (key == "devices")
-                devices.emplace(value);
-        });
-        if (!devices)
-            return;
-        forEachEntry(*devices, [&content](const Value &entry) {
-            if (!isObject(entry))
+        const int before = content.devices.size();
+        forEachMember(element, [&content, before](std::string_view key, const dom::element &devices) {
+            if (key != "devices")
                 return;
-            content.devices.append(blank()); // read where it stays, since a copy touches every text
-            readDevice(entry, content.devices.last());
+            content.devices.erase(content.devices.begin() + before, content.devices.end());
+            forEachEntry(devices, [&content](const dom::element &entry) {
+                if (entry.is_object())
+                    content.devices.append(readDevice(entry));
+            });
         });
     });
     return content;
@@ -251,25 +154,22 @@ class Parser
 public:
     static Parser &instance() { return s_instance; }
 
-    simdjson::simdjson_result<dom::element> parse(std::string_view text, dom::document &memory)
+    /// False if the text is refused. \a document lives as long as \a memory.
+    bool parse(std::string_view text, dom::document &memory, dom::element &document)
     {
         const simdjson::padded_string padded(text);
         const std::lock_guard<std::mutex> lock(m_mutex);
-        auto result = m_parser.parse_into_document(memory, padded);
+        const simdjson::error_code refused = m_parser.parse_into_document(memory, padded).get(document);
         if (text.size() > UsualSize && m_parser.allocate(UsualSize, DeepestNesting))
-            return simdjson::MEMALLOC;
-        return result;
+            return false;
+        return !refused;
     }
 
 private:
     static constexpr std::size_t UsualSize = 163840; // the most that a component is asked for
-    static constexpr std::size_t DeepestNesting = 1000; // a little less than Qt's
+    static constexpr std::size_t DeepestNesting = 1100; // a little more than Qt's
 
-    Parser()
-    {
-        const simdjson::error_code error = m_parser.allocate(UsualSize, DeepestNesting);
-        Q_UNUSED(error) // without memory parse() will say so
-    }
+    Parser() { std::ignore = m_parser.allocate(UsualSize, DeepestNesting); } // without memory parse() will say so
 
     static Parser &s_instance;
     std::mutex m_mutex;
@@ -277,31 +177,18 @@ private:
 };
 Parser &Parser::s_instance = *new Parser; // clazy:exclude=non-pod-global-static
 
-// Qt refuses numbers that are too small for it, and of a text it may drop a byte order mark.
-bool isReadAlike(const dom::element &value)
+// Qt refuses numbers that are too small for it and what is nested too deep; of a key it drops a byte order mark.
+bool isReadAlike(const dom::element &value, int deepestNesting = 1000)
 {
-    switch (value.type()) {
-    case dom::element_type::ARRAY: {
-        const dom::array entries = value.get_array().value_unsafe();
-        for (const dom::element entry : entries) {
-            if (!isReadAlike(entry))
-                return false;
-        }
-        return true;
-    }
-    case dom::element_type::OBJECT: {
-        const dom::object members = value.get_object().value_unsafe();
-        for (const dom::key_value_pair member : members) {
-            if (!isReadAlike(member.value))
-                return false;
-        }
-        return true;
-    }
-    case dom::element_type::STRING:
-        return value.get_string().value_unsafe().substr(0, 3) != "\xef\xbb\xbf";
-    default:
-        return !value.is_double();
-    }
+    bool isAlike = deepestNesting > 0 && !value.is_double();
+    if (!isAlike)
+        return false;
+    forEachEntry(value,
+                 [&](const dom::element &entry) { isAlike = isAlike && isReadAlike(entry, deepestNesting - 1); });
+    forEachMember(value, [&](std::string_view key, const dom::element &member) {
+        isAlike = isAlike && key.substr(0, 1) != "\xef" && isReadAlike(member, deepestNesting - 1);
+    });
+    return isAlike;
 }
 
 } // namespace
@@ -310,14 +197,17 @@ std::optional<DeviceListReaders::Content> DeviceListReaders::readQuickly(std::st
 {
     dom::document memory;
     dom::element document;
-    if (text.empty() || Parser::instance().parse(text, memory).get(document))
-        return std::nullopt;
-    if (!document.is_array() || !isReadAlike(document))
+    if (text.empty() || !Parser::instance().parse(text, memory, document) || !document.is_array()
+        || !isReadAlike(document))
         return std::nullopt;
     return readContent(document);
 }
 
 DeviceListReaders::Content DeviceListReaders::readWithQt(const QJsonDocument &document)
 {
-    return readContent(QJsonValue(document.array()));
+    const QByteArray text = document.toJson(QJsonDocument::Compact);
+    dom::document memory;
+    dom::element rewritten;
+    const bool isRead = Parser::instance().parse({text.constData(), std::size_t(text.size())}, memory, rewritten);
+    return isRead ? readContent(rewritten) : Content();
 }

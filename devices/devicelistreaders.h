@@ -9,14 +9,8 @@
 #include <optional>
 #include <string_view>
 
-/**
- * Two readers of the device-list document that give the same records.
- *
- * The quick one reads what a well-behaved component writes, in about half of the time that Qt takes for the JSON
- * alone. Where it might differ from Qt it reads nothing, and Qt decides.
- *
- * \thread any
- */
+/// Reads the records of a device-list document. Their texts are empty, and not null, where a key is missing or has a
+/// value of another type. \thread any
 namespace DeviceListReaders {
 
 struct Content
@@ -25,11 +19,11 @@ struct Content
     QList<ExterDeviceInfo> devices;
 };
 
-/// Reads with simdjson. Nothing if that refuses the text, if it is no array, or if it holds a number that is no
-/// integer: those simdjson and Qt do not judge alike.
+/// Reads in about half of the time that Qt takes for the JSON alone. Nothing if simdjson refuses the text, if it is no
+/// array, or if it holds what Qt may judge in another way: then Qt decides.
 std::optional<Content> readQuickly(std::string_view text);
 
-/// Reads what Qt's reader has made of the text; nothing of a null document.
+/// Reads what Qt's reader has made of a text.
 Content readWithQt(const QJsonDocument &document);
 
 } // namespace DeviceListReaders

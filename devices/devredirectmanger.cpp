@@ -48,16 +48,10 @@ void DevRedirectManger::provideFreeWorker()
         adoptNewWorker();
 }
 
-template<typename Value>
-Value DevRedirectManger::copyOf(const Value &guarded)
-{
-    const QMutexLocker lock(&m_mutex);
-    return guarded;
-}
-
 QList<ExterDeviceInfo> DevRedirectManger::getDevListInfo()
 {
-    return copyOf(m_devices);
+    const QMutexLocker lock(&m_mutex);
+    return m_devices;
 }
 
 void DevRedirectManger::setDevListInfo(QList<ExterDeviceInfo> &devices)
@@ -68,7 +62,10 @@ void DevRedirectManger::setDevListInfo(QList<ExterDeviceInfo> &devices)
 
 QList<ExterDeviceInfo> DevRedirectManger::getMapDevListInfo()
 {
-    const QList<ExterDeviceInfo> devices = copyOf(m_mapDevices);
+    const auto devices = [this] {
+        const QMutexLocker lock(&m_mutex);
+        return m_mapDevices;
+    }();
     if (Log::enabled(QtDebugMsg)) {
         Log::module(QtDebugMsg, __func__, " Print device map list, list size = ", devices.size());
         for (const ExterDeviceInfo &device : devices)
@@ -85,7 +82,8 @@ void DevRedirectManger::setMapsDevListInfo(QList<ExterDeviceInfo> &devices)
 
 QString DevRedirectManger::getdevListJsonStr()
 {
-    return copyOf(m_document);
+    const QMutexLocker lock(&m_mutex);
+    return m_document;
 }
 
 void DevRedirectManger::setDevListJsonStr(const QString &text)

@@ -13,16 +13,12 @@
 
 class DevRedirectWorker;
 
-/**
- * The process-wide registry of device state.
- *
- * It keeps the latest device list that the worker fetched, the map device list that was last published to the host,
- * the gate that lets one "map" notification be outstanding at a time, and the process's one worker. Nothing of it
- * depends on the component: before one is loaded the lists are empty.
- *
- * \thread any, but the first call of instance() must have returned before a second thread calls it
- * (DevRedirectInterface makes it). Lists and text are replaced whole; readers get copies.
- */
+/// The process-wide registry of device state: it keeps the latest device list that the worker fetched, the map device
+/// list that was last published to the host, the gate that lets one "map" notification be outstanding at a time, and
+/// the process's one worker. Nothing of it depends on the component: before one is loaded the lists are empty.
+///
+/// \thread any, but the first call of instance() must have returned before a second thread calls it
+/// (DevRedirectInterface makes it). Lists and text are replaced whole; readers get copies.
 class DEVREDIRECT_EXPORT DevRedirectManger : public QObject
 {
     Q_OBJECT
@@ -34,26 +30,20 @@ public:
     explicit DevRedirectManger(QObject *parent);
     ~DevRedirectManger() override;
 
-    /// The latest list that was fetched from the component.
+    /// The latest list that was fetched from the component. The setters only read what they are given.
     QList<ExterDeviceInfo> getDevListInfo();
-    /// Replaces that list; \a devices is only read.
     void setDevListInfo(QList<ExterDeviceInfo> &devices);
 
     /// The list that was last published to the host. It is written to the log, one line a device.
     QList<ExterDeviceInfo> getMapDevListInfo();
-    /// Replaces that list; \a devices is only read.
     void setMapsDevListInfo(QList<ExterDeviceInfo> &devices);
 
     /// The text form of the document that was parsed last: empty, since a list document is an array.
     QString getdevListJsonStr();
     void setDevListJsonStr(const QString &text);
 
-    /**
-     * The process's one worker; borrowed.
-     *
-     * The worker dies with the worker thread of the DevRedirectInterface that uses it. The next call then makes a new
-     * one, on the calling thread: it is the next interface's constructor that has to make this call.
-     */
+    /// The process's one worker; borrowed. It dies with the worker thread of the DevRedirectInterface that uses it; the
+    /// next call, which the next interface's constructor has to make, then makes a new one on the calling thread.
     DevRedirectWorker *getRedirectWorkerInstance();
 
     /// Makes sure that the worker is free to be moved to a thread by the caller: one that already lives on another
@@ -70,19 +60,15 @@ public:
     /// lives raises it again, or the next list will. \thread host
     void passNotificationOn();
 
-    /**
-     * Looks a device up in the latest list; the first record with exactly this deviceId counts.
-     *
-     * \param out  receives the record. Its spareTextB stays as it is, and the functions are appended to those that it
-     *             already has: give a fresh record to get a plain copy. Untouched without a match.
-     * \return false without a match or if \a out is null
-     */
+    /// Looks a device up in the latest list; the first record with exactly this deviceId counts.
+    ///
+    /// \param out  receives the record. Its spareTextB stays as it is, and the functions are appended to those that it
+    ///             already has: give a fresh record to get a plain copy. Untouched without a match.
+    /// \return false without a match or if \a out is null
     bool getDeviceInfoByDeviceId(const QString &deviceId, ExterDeviceInfo *out);
 
 private:
     void adoptNewWorker();
-    template<typename Value>
-    Value copyOf(const Value &guarded);
 
     static DevRedirectManger *m_instance;
 

@@ -14,11 +14,8 @@ inline QString emptyText()
     return QString(QLatin1String(""));
 }
 
-/**
- * One function (interface) of a composite USB device, as the component lists it.
- *
- * A plain value. The form "founction" is the component's own and is kept in keys and names. \thread any
- */
+/// One function (interface) of a composite USB device, as the component lists it; a plain value. The form "founction"
+/// is the component's own. \thread any
 struct DEVREDIRECT_EXPORT FunctionInfo
 {
     int founctionId = 0; ///< function number, counted from 1: the listed number plus one
@@ -26,26 +23,20 @@ struct DEVREDIRECT_EXPORT FunctionInfo
     int founctionBitmapMask = 0; ///< this function's bit in the device's mask
 };
 
-/**
- * One external device (a USB device, a USB disk or a camera) as the component reports it.
- *
- * A plain value: it owns nothing outside its members, copies are cheap (the texts and the list are implicitly
- * shared), and it travels by value through queued signals. A default-constructed record stands for "no device": every
- * text is empty, and none is null but spareTextB; only transportMode has one.
- *
- * Texts marked "upper case" are upper-cased when a device list is read. Codes are hexadecimal digits.
- *
- * \thread any; a record itself is not guarded, every thread uses its own copy.
- */
+/// One external device (a USB device, a USB disk or a camera) as the component reports it.
+///
+/// A plain value: it owns nothing outside its members, copies are cheap (the texts and the list are implicitly
+/// shared), and it travels by value through queued signals. A default-constructed record stands for "no device": every
+/// text is empty, and none is null but spareTextB; only transportMode has one.
+///
+/// Texts marked "upper case" are upper-cased when a device list is read. Codes are hexadecimal digits.
+///
+/// \thread any; a record itself is not guarded, every thread uses its own copy.
 class DEVREDIRECT_EXPORT ExterDeviceInfo
 {
 public:
-    /**
-     * The record on one line, for the log: "Device info: deviceGUID = …".
-     *
-     * The texts are filled in one after the other, so a text that itself contains a placeholder such as "%9" takes
-     * part in the filling that follows. Never fails.
-     */
+    /// The record on one line, for the log: "Device info: deviceGUID = …". The texts are filled in one after the other,
+    /// so a text that itself contains a placeholder such as "%9" takes part in the filling that follows.
     QString getDevInfo() const;
 
     QString rdrName = emptyText(); ///< redirector: USBRDR, DISKRDR or CAMRDR

@@ -9,7 +9,6 @@
 #include <QVariant>
 
 #include <limits>
-#include <utility>
 
 namespace {
 
@@ -17,7 +16,7 @@ constexpr const char *Method = "parseExternalDeviceList";
 constexpr unsigned int LongestDocument = std::numeric_limits<int>::max() - 64; // a QByteArray with its own header
 
 // Tells of a record and completes it.
-void complete(ExterDeviceInfo &device)
+void addDevice(ExterDeviceInfo device, QList<ExterDeviceInfo> &devices)
 {
     Log::module(QtInfoMsg, Method, "deviceInfo.errCode", device.errCode, "deviceInfo.errStr", device.errString);
     if (device.devicePosition.isEmpty())
@@ -27,15 +26,15 @@ void complete(ExterDeviceInfo &device)
         Log::module(QtDebugMsg, Method, "device:", device.devicePosition, ",functionclass:", function.founctionClass,
                     ",functionId:", function.founctionId, ",functionBitmapMask:", function.founctionBitmapMask);
     }
+    devices.append(device);
 }
 
-void store(DeviceListReaders::Content content, const QString &text, QList<ExterDeviceInfo> &devices)
+void store(const DeviceListReaders::Content &content, const QString &text, QList<ExterDeviceInfo> &devices)
 {
     DevRedirectManger::instance()->setDevListJsonStr(text);
     Log::module(QtDebugMsg, Method, " json Array count: ", content.elements, " ,jsonStr: ", text);
-    for (ExterDeviceInfo &device : content.devices)
-        complete(device);
-    devices += content.devices;
+    for (const ExterDeviceInfo &device : content.devices)
+        addDevice(device, devices);
     Log::module(QtDebugMsg, Method, " end");
 }
 
@@ -60,9 +59,9 @@ bool parseExternalDeviceList(const char *data, unsigned int length, QList<ExterD
     Log::module(QtDebugMsg, Method, " enter!", " parse external device list. devices.count: ", devices.size(),
                 " ,length: ", length);
     const unsigned int size = qMin(length, LongestDocument);
-    auto content = DeviceListReaders::readQuickly({data, size});
+    const auto content = DeviceListReaders::readQuickly({data, size});
     if (!content)
         return parseWithQt(QByteArray::fromRawData(data, int(size)), devices);
-    store(std::move(*content), QString(), devices); // an array has no text form
+    store(*content, QString(), devices); // an array has no text form
     return true;
 }

@@ -5,14 +5,8 @@
 
 #include <QString>
 
-/**
- * \file
- * The names that the component and the library use for redirectors and transports.
- *
- * The component fixed these words; ExterDeviceInfo::rdrName and ExterDeviceInfo::transportMode hold one of them.
- * They are made while the library is being loaded and stay valid until the process has ended, also on threads that
- * outlive main(). \thread any
- */
+// The component fixed these words; ExterDeviceInfo::rdrName and ExterDeviceInfo::transportMode hold one of them. They
+// are made while the library is being loaded and stay valid until the process has ended. \thread any
 
 extern DEVREDIRECT_EXPORT const QString DISKRDR; ///< "diskrdr": a USB disk, handled by the disk redirector
 extern DEVREDIRECT_EXPORT const QString CAMRDR; ///< "camrdr": a camera, handled by the camera redirector

@@ -29,7 +29,7 @@ inline std::optional<QJsonValue> valueOf(const simdjson::dom::element &element)
     switch (element.type()) {
     case Type::ARRAY: {
         QJsonArray array;
-        for (const simdjson::dom::element entry : element.get_array().value_unsafe()) {
+        for (const simdjson::dom::element entry : simdjson::dom::array(element.get_array())) {
             const auto value = valueOf(entry);
             if (!value)
                 return std::nullopt;
@@ -39,7 +39,7 @@ inline std::optional<QJsonValue> valueOf(const simdjson::dom::element &element)
     }
     case Type::OBJECT: {
         QJsonObject object;
-        for (const simdjson::dom::key_value_pair member : element.get_object().value_unsafe()) {
+        for (const simdjson::dom::key_value_pair member : simdjson::dom::object(element.get_object())) {
             const auto value = valueOf(member.value);
             if (!value || member.key.substr(0, 3) == "\xef\xbb\xbf" || object.contains(textOf(member.key)))
                 return std::nullopt;

@@ -6,7 +6,6 @@
 
 #include "devices/devredirectmanger.h"
 #include "interface/processend.h"
-#include "interface/queuedcalls.h"
 #include "log/ratelimitedlog.h"
 #include "mount/watchmountworker.h"
 #include "worker/devredirectworker.h"
@@ -14,19 +13,44 @@
 #include <spice-client.h>
 
 #include <QCoreApplication>
+#include <QEvent>
 
 #include <initializer_list>
 #include <limits>
 
 Q_DECLARE_METATYPE(SpicePortChannel)
 
-namespace {
-constexpr unsigned long LongestGoodbyeMilliseconds = 100; // for each thread when the process ends before this object
-}
+static constexpr unsigned long LongestGoodbyeMilliseconds =
+    100; // for each thread when the process ends before this object
+
+/// Watches what is queued for a receiver, goes with it to its thread, and drops and counts it at the end: a thread that
+/// is asked to quit would first do all that had been asked of it before.
+class DevRedirectInterface::CallFilter : public QObject
+{
+public:
+    CallFilter(QObject *receiver, DevRedirectInterface &interface) : QObject(receiver), m_interface(interface)
+    {
+        receiver->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject *receiver, QEvent *event) override
+    {
+        if (event->type() == QEvent::Quit) { // posted behind all calls
+            receiver->thread()->quit();
+            return true;
+        }
+        if (event->type() != QEvent::MetaCall || !m_interface.m_isDropping)
+            return false;
+        ++m_interface.m_dropped;
+        return true;
+    }
+
+private:
+    DevRedirectInterface &m_interface;
+};
 
 DevRedirectInterface::DevRedirectInterface(QObject *parent)
-    : QObject(parent), m_log(std::make_unique<RateLimitedLog>("infoLogOutput")),
-      m_calls(std::make_unique<QueuedCalls>())
+    : QObject(parent), m_log(std::make_unique<RateLimitedLog>("infoLogOutput"))
 {
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
@@ -45,7 +69,7 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
             &DevRedirectWorker::onNotifyEventHandler);
 
     for (QObject *const receiver : std::initializer_list<QObject *>{this, m_devRedirectWorker, m_watchMountWorker})
-        m_calls->watch(receiver);
+        new CallFilter(receiver, *this);
     m_devRedirectWorker->moveToThread(&m_workerThread);
     m_watchMountWorker->moveToThread(&m_mountThread);
     m_workerThread.start();
@@ -55,14 +79,17 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
 
 DevRedirectInterface::~DevRedirectInterface()
 {
-    m_calls->drop();
-    QueuedCalls::quitThread(m_devRedirectWorker);
-    m_workerThread.wait(std::numeric_limits<unsigned long>::max());
-    QueuedCalls::quitThread(m_watchMountWorker);
-    m_mountThread.wait(std::numeric_limits<unsigned long>::max());
+    m_isDropping = true;
+    const auto end = [](QThread &thread, QObject *receiver) {
+        if (receiver) // otherwise it has gone with the thread's event loop
+            QCoreApplication::postEvent(receiver, new QEvent(QEvent::Quit));
+        thread.wait(std::numeric_limits<unsigned long>::max());
+    };
+    end(m_workerThread, m_devRedirectWorker);
+    end(m_mountThread, m_watchMountWorker);
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
-    if (m_calls->dropped() > 0)
-        Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_calls->dropped());
+    if (m_dropped > 0)
+        Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_dropped.load());
     DevRedirectManger::instance()->passNotificationOn();
 }
 
@@ -70,7 +97,7 @@ DevRedirectInterface::~DevRedirectInterface()
 // takes none either. The worker and the watcher stay, since other threads may still call them.
 void DevRedirectInterface::endThreads()
 {
-    m_calls->drop();
+    m_isDropping = true;
     for (QThread *const thread : {&m_workerThread, &m_mountThread}) {
         disconnect(thread, &QThread::finished, nullptr, nullptr);
         thread->quit();

@@ -13,63 +13,47 @@
 #include <QString>
 #include <QThread>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
 class DevRedirectWorker;
 class ProcessEnd;
-class QueuedCalls;
 class RateLimitedLog;
 class WatchMountWorker;
 
-/**
- * The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
- *
- * Create it on the host's main thread, one at a time, when there is a QCoreApplication with GLib's event loop. (A new
- * one may be made just before the old one is destroyed, as std::unique_ptr::reset() does; the old one may then only be
- * destroyed.) Then, in this order:
- *  -# setClientParam(), setNotifyEventCallback(), sendMapCommandByDevModel(): the component starts only with an event
- *     callback, and the map callback is called without a check.
- *  -# Connect to the results that are wanted.
- *  -# Emit loadDynamicLib() and ask isComponentLoaded(); componentLoadError() says why not.
- *  -# Emit loadDevRedirComponentByThread() and ask isComponentStarted().
- *  -# For each port channel whose name is known emit checkRedirChannelByThread(), once.
- *  -# getDeviceListFromUniqueFrame(), deviceOperate() and so on. notifyEvent() only if the host can live with a
- *     destructor that waits until the mount table changes.
- *
- * At the end of the session, in this order:
- *  -# Take the devices back: unRedirectDeviceAll() and wait for unRedirectDeviceAllResult(), or
- *     syncUNRedirectDeviceAll(). The component then says goodbye to the virtual machine.
- *  -# Let the main loop run until the ports that were announced are connected and what was sent has been written, a
- *     second at most: a SPICE server may not survive a client that leaves earlier.
- *  -# setQuitFlag(true): messages of the component are dropped from now on.
- *  -# realeaseDeviceResource(): stops the component.
- *  -# Destroy this object.
- *  -# Disconnect the SPICE session: no channel goes away under a component that still uses it.
- *
- * A second object needs its parameters and callbacks set again, and setQuitFlag(false): the quit flag and the last
- * lists belong to the process and outlive the object.
- *
- * \code
- *     DevRedirectInterface redirect(nullptr);
- *     redirect.setClientParam({localAddress, vmAddress});
- *     redirect.setNotifyEventCallback(onRedirEvent);
- *     redirect.sendMapCommandByDevModel(onDeviceList);
- *     Q_EMIT redirect.loadDynamicLib();
- *     Q_EMIT redirect.loadDevRedirComponentByThread(vmId);
- *     if (!redirect.isComponentStarted())
- *         complain(redirect.componentLoadError());
- *     Q_EMIT redirect.checkRedirChannelByThread(channel, name, opened);
- *     redirect.getDeviceListFromUniqueFrame();
- * \endcode
- *
- * Nothing here throws and no call reports failure by itself unless it says so: a request that was accepted is not its
- * outcome, the outcome comes as the signal that is named there, and the reason of a failure stands in the log. Before
- * the component is loaded every request ends as refused (a signal with false, or none where none is named). After
- * setQuitFlag(true) messages of the component are dropped and everything else works as before.
- *
- * \thread host for every member, unless it says otherwise.
- */
+/// The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
+/// Create it on the host's main thread, one at a time, when there is a QCoreApplication with GLib's event loop. (A new
+/// one may be made just before the old one is destroyed, as std::unique_ptr::reset() does; the old one may then only be
+/// destroyed.) Then, in this order:
+///  -# setClientParam(), setNotifyEventCallback(), sendMapCommandByDevModel(): the component starts only with an event
+///     callback, and the map callback is called without a check.
+///  -# Connect to the results that are wanted.
+///  -# Emit loadDynamicLib() and ask isComponentLoaded(); componentLoadError() says why not.
+///  -# Emit loadDevRedirComponentByThread() and ask isComponentStarted().
+///  -# For each port channel whose name is known emit checkRedirChannelByThread(), once.
+///  -# getDeviceListFromUniqueFrame(), deviceOperate() and so on. notifyEvent() only if the host can live with a
+///     destructor that waits until the mount table changes.
+///
+/// At the end of the session, in this order:
+///  -# Take the devices back: unRedirectDeviceAll() and wait for unRedirectDeviceAllResult(), or
+///     syncUNRedirectDeviceAll(). The component then says goodbye to the virtual machine.
+///  -# Let the main loop run until the ports that were announced are connected and what was sent has been written, a
+///     second at most: a SPICE server may not survive a client that leaves earlier.
+///  -# setQuitFlag(true): messages of the component are dropped from now on.
+///  -# realeaseDeviceResource(): stops the component.
+///  -# Destroy this object.
+///  -# Disconnect the SPICE session: no channel goes away under a component that still uses it.
+///
+/// A second object needs its parameters and callbacks set again, and setQuitFlag(false): the quit flag and the last
+/// lists belong to the process and outlive the object.
+///
+/// Nothing here throws and no call reports failure by itself unless it says so: a request that was accepted is not its
+/// outcome, the outcome comes as the signal that is named there, and the reason of a failure stands in the log. Before
+/// the component is loaded every request ends as refused (a signal with false, or none where none is named). After
+/// setQuitFlag(true) messages of the component are dropped and everything else works as before.
+///
+/// \thread host for every member, unless it says otherwise.
 class DEVREDIRECT_EXPORT DevRedirectInterface : public QObject
 {
     Q_OBJECT
@@ -82,44 +66,31 @@ public:
     /// Starts the worker thread and the mount thread.
     explicit DevRedirectInterface(QObject *parent);
 
-    /**
-     * Stops both threads and waits for them, without a limit: for the worker's current operation, so as long as the
-     * component takes, and for a watch that notifyEvent() started, which ends only when the mount table changes. A host
-     * that cannot wait for the user to plug something makes such a change itself (a mount and an unmount in the mount
-     * namespace of this process), or leaves the object alone and ends the process. Requests that have not begun are
-     * dropped. The component is neither stopped nor unloaded: call realeaseDeviceResource() before.
-     *
-     * If the application object goes first, or exit() is called, both threads take no more requests from then on.
-     */
+    /// Stops both threads and waits for them, without a limit: for the worker's current operation, so as long as the
+    /// component takes, and for a watch that notifyEvent() started, which ends only when the mount table changes. A
+    /// host that cannot wait for that makes such a change itself (a mount and an unmount in the mount namespace of this
+    /// process), or leaves the object alone and ends the process. Requests that have not begun are dropped. The
+    /// component is neither stopped nor unloaded. If the application object goes first, or exit() is called, both
+    /// threads take no more requests from then on.
     ~DevRedirectInterface() override;
 
     // --- device operations ---
 
-    /**
-     * Shares (\a operateType "share") or unshares ("unshare") the device of this identifier.
-     *
-     * An identifier that is not in the list is logged and goes on as a default record, which the component refuses.
-     * Any other type is logged and nothing happens. \sa redirectDeviceById() unRedirectDeviceById()
-     */
+    /// Shares (\a operateType "share") or unshares ("unshare") the device of this identifier. One that is not in the
+    /// list is logged and goes on as a default record, which the component refuses. Any other type is only logged.
     void deviceOperate(const QString &deviceId, const QString &operateType);
 
-    /**
-     * Shares \a device with the virtual machine.
-     *
-     * Queued to the worker thread; requests run in the order in which they were made. The outcome arrives as
-     * shareDeviceResultByInterface(), for a "diskrdr" device also as diskMapResultInUsbByInter(). A "usbrdr" device's
-     * outcome is reported by the component through the event callback only.
-     */
+    /// Shares \a device with the virtual machine. Queued to the worker thread; requests run in the order in which they
+    /// were made. The outcome arrives as shareDeviceResultByInterface(), for a "diskrdr" device also as
+    /// diskMapResultInUsbByInter(); a "usbrdr" device's comes from the component through the event callback only.
     void redirectDeviceById(const ExterDeviceInfo &device);
     /// Takes \a device back. Queued; the outcome arrives as unRedirectDeviceByIdResult().
     void unRedirectDeviceById(const ExterDeviceInfo &device);
     /// Takes all devices back. Queued; the outcome arrives as unRedirectDeviceAllResult().
     void unRedirectDeviceAll();
-    /**
-     * Takes all devices back before it returns, and ends the taking of requests: from then on this object starts no
-     * component, binds no channel, and shares, unshares, resets, handles and lists nothing. What was queued before may
-     * still run on the worker thread. Blocks for as long as the component takes.
-     */
+    /// Takes all devices back before it returns, and ends the taking of requests: from then on this object starts no
+    /// component, binds no channel, and shares, unshares, resets, handles and lists nothing. What was queued before may
+    /// still run on the worker thread. Blocks for as long as the component takes.
     void syncUNRedirectDeviceAll();
     /// The virtual machine was restarted: takes all devices back and publishes the list again. Queued; the outcome
     /// arrives as unRedirectDeviceAllResult() and then deviceListResultByThread().
@@ -158,13 +129,11 @@ public:
 
     // --- queries and notifications ---
 
-    /// Is the component loaded, with all its entry points? To be asked after loadDynamicLib() was emitted, which does
-    /// its work before it returns. \thread any
+    /// What became of loadDynamicLib() and loadDevRedirComponentByThread(), which do their work before they return: is
+    /// the component loaded, with all its entry points; if not, why (one line for people); has it started, and not been
+    /// stopped since? \thread any
     bool isComponentLoaded() const;
-    /// Why it is not, as one line for people; empty before the first try and if it is loaded. \thread any
     QString componentLoadError() const;
-    /// Has the component started, and not been stopped since? To be asked after loadDevRedirComponentByThread() was
-    /// emitted, which does its work before it returns. \thread any
     bool isComponentStarted() const;
 
     /// The record of this identifier; a default record, and one warning line, if it is not in the list. \thread any
@@ -176,12 +145,10 @@ public:
     /// Sets the map callback; null is refused with a critical line. The callback is called without a check, so set one
     /// before a list is asked for.
     void sendMapCommandByDevModel(MapCallback callback);
-    /**
-     * Tells the component of USB devices that were plugged in or pulled out, and fetches the list again.
-     * \param strUsbInfos  "product name:device name:attach state:file descriptor", several separated by ";". An entry
-     *                     of fewer fields is skipped with a warning line. Descriptors stay the caller's.
-     * Blocks for as long as the component takes. \thread any
-     */
+    /// Tells the component of USB devices that were plugged in or pulled out, and fetches the list again: "product
+    /// name:device name:attach state:file descriptor", several separated by ";". An entry of fewer fields is skipped
+    /// with a warning line, further fields are ignored, a descriptor that is no number counts as 0; descriptors stay
+    /// the caller's. Empty: only the list is fetched. Blocks for as long as the component takes. \thread any
     void notifyUsbInfo(const QString &strUsbInfos);
     /// Sends a camera policy to the component. Blocks for as long as the component takes. \thread any
     void sendConfigerInforToCamera(const QList<QString> &configerInfos);
@@ -221,13 +188,11 @@ Q_SIGNALS:
     void stopMappingFunctionByThread(); ///< request of stopMappingFunctionByDevRedirInter(); runs at once
     /// Result of redirectDeviceById() for every device except a "usbrdr" one.
     void shareDeviceResultByInterface(const ExterDeviceInfo &device, bool result);
-    /// Request, for the host to emit: fetch the list for the virtual application view. Runs at once.
+    /// Request, for the host to emit, and its result: fetch the list for the virtual application view, or the one for
+    /// the shared desktop view. Runs at once. \thread the one that emitted the request
     void getDevListByVirApp();
-    /// Result of getDevListByVirApp(). \thread the one that emitted the request
     void sendDevListInfoToVirAppByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
-    /// Request, for the host to emit: fetch the list for the shared desktop view. Runs at once.
     void getDevListByShareDesk();
-    /// Result of getDevListByShareDesk(). \thread the one that emitted the request
     void sendDevListInfoToShareDeskByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
 
 public Q_SLOTS:
@@ -235,6 +200,7 @@ public Q_SLOTS:
     void onSendMapCommandByDevRedInter();
 
 private:
+    class CallFilter;
     void connectWorker();
     void endThreads();
 
@@ -244,6 +210,7 @@ private:
     QThread m_mountThread;
     QPointer<WatchMountWorker> m_watchMountWorker; ///< not owned; dies with the mount thread
     const std::unique_ptr<RateLimitedLog> m_log;
-    const std::unique_ptr<QueuedCalls> m_calls;
+    std::atomic<bool> m_isDropping{false}; ///< what is queued is not done any more
+    std::atomic<int> m_dropped{0};
     std::unique_ptr<ProcessEnd> m_processEnd;
 };

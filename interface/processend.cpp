@@ -12,12 +12,6 @@
 
 namespace {
 
-QList<ProcessEnd *> &living()
-{
-    static auto *const all = new QList<ProcessEnd *>;
-    return *all;
-}
-
 std::atomic<Qt::HANDLE> mainThread{nullptr};
 std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak checkers can see it
 
@@ -30,6 +24,13 @@ void makeWhatLinesNeed()
     Q_UNUSED(pattern)
 }
 
+QList<ProcessEnd *> &living()
+{
+    Q_ASSERT_X(mainThread == QThread::currentThreadId(), "DevRedirectInterface", "used on another thread");
+    static auto *const all = new QList<ProcessEnd *>;
+    return *all;
+}
+
 } // namespace
 
 ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::move(endThreads))
@@ -40,8 +41,6 @@ ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::mov
         return std::atexit(onProcessEnds) == 0;
     }();
     Q_UNUSED(isRegistered)
-    Q_ASSERT_X(mainThread == QThread::currentThreadId(), "DevRedirectInterface",
-               "made on another than the main thread");
     if (living().isEmpty())
         qAddPostRoutine(onApplicationGoes);
     living().append(this);
@@ -49,8 +48,6 @@ ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::mov
 
 ProcessEnd::~ProcessEnd()
 {
-    Q_ASSERT_X(mainThread == QThread::currentThreadId(), "DevRedirectInterface",
-               "destroyed on another than the main thread");
     living().removeOne(this);
     if (living().isEmpty())
         qRemovePostRoutine(onApplicationGoes);

@@ -3,33 +3,25 @@
 
 #include <functional>
 
-/**
- * What has to happen when a process ends while an interface lives.
- *
- * A host may return from main() or call exit() at any time. Qt then takes down what is in use, whatever threads still
- * run: the worker, the mount watcher, those of the host and of the component. What can go wrong, which step prevents
- * it, and the test that fails without the step:
- *
- *  - The worker takes a request while the application object goes, which Qt asks about each event. The interface's
- *    threads end first, in onApplicationGoes(). Test: Exit.of_the_application_ends_the_worker_first
- *  - The worker wakes the main thread just when its event dispatcher goes with the application object. The dispatcher
- *    stays, in the same place. Test: Exit.while_the_worker_wakes_the_main_thread_leaves_what_it_wakes
- *  - The worker takes a request after exit(), while Qt's list of types goes. Its thread ends first, in onProcessEnds().
- *    Test of this and of the next two: Exit.lets_no_line_of_another_thread_meet_the_end_of_qt
- *  - A line of another thread is under way, or begins, while Qt takes down what lines need. From then on only the
- *    ending thread writes: Log::keepToThisThread().
- *  - What lines need is made after onProcessEnds() has been registered, and so goes before it runs. It is made first:
- *    makeWhatLinesNeed().
- *  - A thread reads a list when simdjson has taken down what it makes parsers with. One parser is made while the
- *    library is being loaded, in devices/devicelistreaders.cpp. Test:
- *    Exit.by_exit_ends_the_process_with_everything_still_running
- *
- * Each waits a tenth of a second for a thread at most: one that is inside the component, or waits for the mount table,
- * does not take part any more. What outlives main() on purpose is never torn down: the registry, the handler, and what
- * is noted here.
- *
- * \thread main
- */
+/// What has to happen when a process ends while an interface lives.
+///
+/// A host may return from main() or call exit() at any time. Qt then takes down what is in use, whatever threads still
+/// run. What can go wrong, what prevents it, and the test that fails without it (in tests/stress/exit_test.cpp):
+///
+///  - The worker takes a request while the application object goes: its thread ends first, in onApplicationGoes().
+///    of_the_application_ends_the_worker_first
+///  - It wakes the main thread just when the event dispatcher goes with the application: the dispatcher stays.
+///    while_the_worker_wakes_the_main_thread_leaves_what_it_wakes
+///  - After exit(), while Qt's list of types goes, it takes a request: its thread ends first, in onProcessEnds().
+///    lets_no_line_of_another_thread_meet_the_end_of_qt, as for the next two
+///  - A line of another thread meets the end of what lines need: from then on only the ending thread writes.
+///  - What lines need is made late, and so goes before all that: makeWhatLinesNeed().
+///  - A list is read when simdjson has taken down what it makes parsers with: devices/devicelistreaders.cpp has one.
+///    by_exit_ends_the_process_with_everything_still_running
+///
+/// A thread that is inside the component, or waits for the mount table, is given a tenth of a second.
+///
+/// \thread main
 class ProcessEnd
 {
 public:

@@ -4,9 +4,7 @@
 #include <chrono>
 #include <thread>
 
-namespace {
-constexpr std::chrono::milliseconds LongestLine{100}; // the host's message handler may hang
-}
+static constexpr std::chrono::milliseconds LongestLine{100}; // the host's message handler may hang
 
 std::atomic<Qt::HANDLE> Log::Line::s_onlyWriter{nullptr};
 std::atomic<int> Log::Line::s_underWay{0};

@@ -7,15 +7,9 @@
 
 #include <atomic>
 
-/**
- * The shapes of the library's log lines.
- *
- * Every line goes to Qt's message logger, category "default", without file, line or function. Its pieces are streamed
- * one by one, so a blank stands between two pieces, texts given as literals come out as they are and a QString comes
- * out quoted. A line whose level the host has switched off costs one branch: no piece is formatted.
- *
- * \thread any
- */
+/// The shapes of the library's log lines. Every line goes to Qt's message logger, category "default", without file,
+/// line or function. Its pieces are streamed one by one, so a blank stands between two pieces, texts given as literals
+/// come out as they are and a QString comes out quoted. No piece of a line whose level is off is formatted. \thread any
 namespace Log {
 
 /// From now on only this thread writes: Qt is about to take down what a line needs. Waits for lines of other threads
@@ -31,11 +25,7 @@ public:
     Line(const Line &) = delete;
     Line &operator=(const Line &) = delete;
 
-    bool mayBeWritten() const
-    {
-        const Qt::HANDLE onlyWriter = s_onlyWriter;
-        return !onlyWriter || onlyWriter == QThread::currentThreadId();
-    }
+    bool mayBeWritten() const { return !s_onlyWriter || s_onlyWriter == QThread::currentThreadId(); }
 
 private:
     friend void keepToThisThread();
@@ -43,23 +33,11 @@ private:
     static std::atomic<int> s_underWay;
 };
 
-/// May be asked at any time, also when Qt's own statics have gone. For a level that the compiler knows it is one load,
-/// which Qt's question for any level is not.
+/// May be asked at any time, also when Qt's own statics have gone.
 inline bool enabled(QtMsgType level)
 {
     const QLoggingCategory *category = QLoggingCategory::defaultCategory();
-    if (!category)
-        return false;
-    switch (level) {
-    case QtDebugMsg:
-        return category->isDebugEnabled();
-    case QtInfoMsg:
-        return category->isInfoEnabled();
-    case QtWarningMsg:
-        return category->isWarningEnabled();
-    default:
-        return category->isCriticalEnabled();
-    }
+    return category && category->isEnabled(level);
 }
 
 inline QDebug stream(QtMsgType level)

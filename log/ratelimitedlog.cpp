@@ -2,13 +2,25 @@
 #include "log/ratelimitedlog.h"
 
 namespace {
+constexpr int LinesPerInterval = 1000;
 constexpr int ShortIntervalSeconds = 299;
+constexpr int DemotedMark = -1;
 } // namespace
 
 void RateLimitedLog::start()
 {
     const QMutexLocker lock(&m_mutex);
     m_intervalStart = QTime::currentTime();
+}
+
+RateLimitedLog::Verdict RateLimitedLog::count()
+{
+    int lines = m_lines;
+    while (lines != DemotedMark && lines < LinesPerInterval) {
+        if (m_lines.compare_exchange_weak(lines, lines + 1))
+            return Verdict::Normal;
+    }
+    return lines == DemotedMark ? Verdict::Demoted : countAtTheLimit();
 }
 
 RateLimitedLog::Verdict RateLimitedLog::countAtTheLimit()

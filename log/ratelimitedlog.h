@@ -8,15 +8,10 @@
 
 #include <atomic>
 
-/**
- * A log channel that steps back when it is used too fast.
- *
- * Lines come out at info level. When the 1001st line of an interval comes less than 300 seconds after the interval
- * began, the channel says so once at warning level and writes at debug level for the rest of its life; otherwise a new
- * interval begins. The clock is the local time of day, so an interval that spans midnight counts as a short one.
- *
- * \thread any; no lock is held while a line is written.
- */
+/// A log channel that steps back when it is used too fast. Lines come out at info level. When the 1001st line of an
+/// interval comes less than 300 seconds after the interval began, the channel says so once at warning level and writes
+/// at debug level for the rest of its life; otherwise a new interval begins. The clock is the local time of day, so an
+/// interval that spans midnight counts as a short one. \thread any; no lock is held while a line is written.
 class RateLimitedLog
 {
 public:
@@ -41,19 +36,8 @@ public:
 private:
     enum class Verdict { Normal, TooMany, Demoted };
 
-    Verdict count()
-    {
-        int lines = m_lines.load(std::memory_order_relaxed);
-        while (lines != DemotedMark && lines < LinesPerInterval) {
-            if (m_lines.compare_exchange_weak(lines, lines + 1, std::memory_order_relaxed))
-                return Verdict::Normal;
-        }
-        return lines == DemotedMark ? Verdict::Demoted : countAtTheLimit();
-    }
+    Verdict count();
     Verdict countAtTheLimit();
-
-    static constexpr int LinesPerInterval = 1000;
-    static constexpr int DemotedMark = -1;
 
     const char *const m_method;
     std::atomic<int> m_lines{0}; ///< written at info level in this interval, or DemotedMark

@@ -8,6 +8,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScopeGuard>
 
 #include <cstdio>
 #include <cstring>
@@ -26,33 +27,15 @@ constexpr std::size_t CommandSize = 4096;
 constexpr std::size_t LineSize = 4096;
 constexpr std::size_t OutputLimit = 4096;
 
-class Descriptor
-{
-public:
-    explicit Descriptor(int fd) : m_fd(fd) { }
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            close(m_fd);
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    int get() const { return m_fd; }
-
-private:
-    const int m_fd;
-};
-
 struct ClosePipe
 {
     void operator()(FILE *stream) const { pclose(stream); }
 };
 
 // True when the mount table has changed, false when it cannot be watched.
-bool waitForMountChange(const Descriptor &mounts)
+bool waitForMountChange(int mounts)
 {
-    pollfd watched{mounts.get(), POLLPRI | POLLERR, 0};
+    pollfd watched{mounts, POLLPRI | POLLERR, 0};
     while (!(watched.revents & POLLERR)) {
         watched.revents = 0;
         if (poll(&watched, 1, PollMilliseconds) < 0)
@@ -90,7 +73,8 @@ WatchMountWorker::~WatchMountWorker() = default;
 void WatchMountWorker::watchMount()
 {
     // If it cannot be opened, poll ignores the negative descriptor and the wait has no end.
-    const Descriptor mounts(open("/proc/mounts", O_RDONLY | O_CLOEXEC));
+    const int mounts = open("/proc/mounts", O_RDONLY | O_CLOEXEC);
+    const auto closesIt = qScopeGuard([mounts] { close(mounts); });
     if (!waitForMountChange(mounts))
         return;
     std::printf("Mount points changed. %d.\n", 0);

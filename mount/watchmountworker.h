@@ -6,14 +6,12 @@
 #include <QObject>
 #include <QString>
 
-/**
- * Waits for the local mount table to change, then until every USB disk is mounted.
- *
- * DevRedirectInterface owns one on a thread of its own, the mount thread, and asks it to look with every
- * DevRedirectInterface::notifyEvent(). It needs neither the component nor a channel.
- *
- * \thread mount; one call at a time.
- */
+/// Waits for the local mount table to change, then until every USB disk is mounted.
+///
+/// DevRedirectInterface owns one on a thread of its own, the mount thread, and asks it to look with every
+/// DevRedirectInterface::notifyEvent(). It needs neither the component nor a channel.
+///
+/// \thread mount; one call at a time.
 class DEVREDIRECT_EXPORT WatchMountWorker : public QObject
 {
     Q_OBJECT
@@ -29,24 +27,16 @@ public:
     /// in both cases. Blocks for that long.
     void doCheckMount();
 
-    /**
-     * Asks the block-device lister ("lsblk") whether every USB disk has a mount point on itself or on a partition.
-     *
-     * \return false as soon as one USB disk has none; true otherwise, also if there is no USB disk, if the lister
-     * cannot be run or if its output cannot be read. Waits for the lister to end.
-     */
+    /// Asks the block-device lister ("lsblk"), and waits for it, whether every USB disk has a mount point on itself or
+    /// on a partition. True also if there is no USB disk, or if the lister cannot be run or read.
     bool mountDone();
 
     /// Does the block device of this kernel name ("sda") sit on USB? False also if "/sys/block" has no such device.
     bool isUsbDev(QString name);
 
-    /**
-     * Runs a shell command and appends its standard output to \a output.
-     *
-     * \param command  at most 4095 bytes. A longer one is a mistake in the calling program and ends it (qFatal).
-     * \param output   a zeroed buffer of OutputSize bytes. Reading stops with the line that passes 4096 bytes.
-     * \return false only if the command could not be started. Its exit status is not looked at.
-     */
+    /// Runs a shell command of at most 4095 bytes (a longer one ends the program with qFatal) and appends what it
+    /// prints to \a output, a zeroed buffer of OutputSize bytes; reading stops with the line that passes 4096. False
+    /// only if the command could not be started. Its exit status is not looked at.
     bool excuCmd(const char *command, char *output);
 
 Q_SIGNALS:
@@ -54,11 +44,7 @@ Q_SIGNALS:
     void mountSuccesful();
 
 public Q_SLOTS:
-    /**
-     * Waits for one change of the mount table (/proc/mounts) and then checks with doCheckMount().
-     *
-     * It occupies its thread until the change comes; there is no other way out, except that a failing or interrupted
-     * poll ends the watch without a check.
-     */
+    /// Waits for one change of the mount table (/proc/mounts) and then checks with doCheckMount(). There is no other
+    /// way out, except that a failing or interrupted poll ends the watch without a check.
     void watchMount();
 };

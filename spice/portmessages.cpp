@@ -1,10 +1,18 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "spice/portmessages.h"
 
-#include "spice/outbox.h"
+#include "log/log.h"
 
+#include <algorithm>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
+#include <malloc.h>
 #include <spice-client.h>
 
 // Weak, so that it is null with the stock SPICE client library.
@@ -13,8 +21,12 @@ extern "C" [[gnu::weak]] int spice_port_channel_send_msg(SpicePortChannel *chann
 
 namespace {
 
-// What the stock library delivers has no type of its own; it gets the one that this library sends with.
-constexpr guint ReceivedMessageType = 109;
+// The channel writes all that it has been given before it reads again, so a peer that answers while it reads would
+// wait for us for ever if it were given everything at once.
+constexpr std::size_t BatchBytes = 131072;
+
+// What the C library may keep for later use after a peer did not read for a while.
+constexpr std::size_t MostKeptBytes = std::size_t(8) * 1024 * 1024;
 
 guint messageSignal();
 
@@ -23,7 +35,7 @@ void onPortData(SpicePortChannel *channel, gpointer data, gint size)
     if (size <= 0)
         return;
     gint result = 0;
-    g_signal_emit(channel, messageSignal(), 0, ReceivedMessageType, data, guint(size), &result);
+    g_signal_emit(channel, messageSignal(), 0, guint(PortMessages::MessageType), data, guint(size), &result);
 }
 
 guint makeMessageSignal()
@@ -43,6 +55,188 @@ guint messageSignal()
     static const guint signal = makeMessageSignal();
     return signal;
 }
+
+/// The messages for one address that the stock library has not written yet.
+///
+/// Any thread adds messages; only the default main context talks to the channel. An outbox is never destroyed: when its
+/// channel has gone, it tells a message that comes too late from one for a new channel, which may have the same
+/// address.
+class Outbox
+{
+public:
+    Outbox() { g_weak_ref_init(&m_channel, nullptr); }
+    Outbox(const Outbox &) = delete;
+    Outbox &operator=(const Outbox &) = delete;
+
+    /// From now on this address may be that of another channel: attach() looks.
+    void expectChannel()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isChannelExpected = true;
+    }
+
+    /// Takes on \a channel, which must be alive, if one is expected and the last one has gone.
+    void attach(SpicePortChannel *channel)
+    {
+        g_autoptr(GObject) present = nullptr; // outlives the lock, since to let go of it may end it
+        std::deque<std::string> dropped; // what was for the channel that had this address before
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (!std::exchange(m_isChannelExpected, false))
+                return;
+            present = static_cast<GObject *>(g_weak_ref_get(&m_channel));
+            if (present)
+                return;
+            g_weak_ref_set(&m_channel, channel);
+            dropped = takeWaiting();
+        }
+        if (!dropped.empty())
+            tellOutcome(false, "the channel is gone");
+        g_signal_connect(channel, "port-event", G_CALLBACK(onPortEvent), this);
+        g_signal_connect(channel, "channel-event", G_CALLBACK(onChannelEvent), this);
+    }
+
+    void add(std::string message)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_bytes += message.size();
+        m_mostBytes = std::max(m_mostBytes, m_bytes);
+        m_waiting.push_back(std::move(message));
+        scheduleIfIdle();
+    }
+
+    std::int64_t bytesWaiting()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return std::int64_t(m_bytes);
+    }
+
+private:
+    struct Write
+    {
+        Outbox &outbox;
+        std::string message;
+    };
+
+    // With m_mutex held.
+    void scheduleIfIdle()
+    {
+        if (m_isScheduled || m_beingWritten || m_waiting.empty())
+            return;
+        m_isScheduled = true;
+        g_idle_add_full(G_PRIORITY_DEFAULT, &Outbox::writeBatch, this, nullptr);
+    }
+
+    static gboolean writeBatch(gpointer self)
+    {
+        auto &outbox = *static_cast<Outbox *>(self);
+        g_autoptr(GObject) channel = static_cast<GObject *>(g_weak_ref_get(&outbox.m_channel));
+        if (!channel)
+            outbox.drop("the channel is gone");
+        for (std::string &message : outbox.nextBatch(channel)) {
+            auto *write = new Write{outbox, std::move(message)};
+            spice_port_channel_write_async(SPICE_PORT_CHANNEL(channel), write->message.data(), write->message.size(),
+                                           nullptr, &Outbox::onWritten, write);
+        }
+        return G_SOURCE_REMOVE;
+    }
+
+    std::vector<std::string> nextBatch(bool isAlive)
+    {
+        std::vector<std::string> batch;
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isScheduled = false;
+        std::size_t bytes = 0;
+        while (isAlive && !m_waiting.empty() && (bytes == 0 || bytes + m_waiting.front().size() <= BatchBytes)) {
+            bytes += m_waiting.front().size();
+            batch.push_back(std::move(m_waiting.front()));
+            m_waiting.pop_front();
+        }
+        m_beingWritten = batch.size();
+        if (!isAlive)
+            scheduleIfIdle(); // for what has come since the drop
+        return batch;
+    }
+
+    // May run on the channel's own stack, so the next batch is left to the main context.
+    static void onWritten(GObject *channel, GAsyncResult *result, gpointer data)
+    {
+        const std::unique_ptr<Write> write(static_cast<Write *>(data));
+        g_autoptr(GError) error = nullptr;
+        const bool success = spice_port_channel_write_finish(SPICE_PORT_CHANNEL(channel), result, &error) >= 0;
+        write->outbox.tellOutcome(success, error ? error->message : "");
+        write->outbox.written(write->message.size());
+    }
+
+    void written(std::size_t size)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        --m_beingWritten;
+        m_bytes -= size;
+        scheduleIfIdle();
+        if (m_bytes == 0)
+            giveMemoryBack();
+    }
+
+    static void onPortEvent(gpointer, int event, gpointer outbox)
+    {
+        if (event == SPICE_PORT_EVENT_CLOSED)
+            static_cast<Outbox *>(outbox)->drop("the port is closed");
+    }
+
+    static void onChannelEvent(gpointer, int event, gpointer outbox)
+    {
+        if (PortMessages::isLost(event))
+            static_cast<Outbox *>(outbox)->drop("the channel is lost");
+    }
+
+    // What waits was meant for a peer that is no longer there.
+    void drop(const char *reason)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const std::deque<std::string> dropped = takeWaiting();
+        lock.unlock();
+        if (!dropped.empty())
+            tellOutcome(false, reason);
+    }
+
+    // With m_mutex held.
+    std::deque<std::string> takeWaiting()
+    {
+        std::deque<std::string> taken;
+        m_waiting.swap(taken);
+        for (const std::string &message : taken)
+            m_bytes -= message.size();
+        giveMemoryBack();
+        return taken;
+    }
+
+    // With m_mutex held; it happens when what was dropped or written has been freed.
+    void giveMemoryBack()
+    {
+        if (std::exchange(m_mostBytes, m_bytes) > MostKeptBytes)
+            g_idle_add([](gpointer) { return malloc_trim(0), G_SOURCE_REMOVE; }, nullptr);
+    }
+
+    void tellOutcome(bool success, const char *reason)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        const bool wasRefused = std::exchange(m_isRefused, !success);
+        lock.unlock();
+        if (!success && !wasRefused)
+            Log::module(QtWarningMsg, "PortMessages::send", " port channel refuses messages: ", reason);
+    }
+
+    GWeakRef m_channel;
+    std::mutex m_mutex; ///< guards what follows
+    bool m_isChannelExpected = true;
+    bool m_isRefused = false; ///< what was sent last; a row of refusals gets one line
+    bool m_isScheduled = false;
+    std::deque<std::string> m_waiting;
+    std::size_t m_beingWritten = 0; ///< messages that the channel has been given and not yet finished
+    std::size_t m_bytes = 0; ///< of all these
+    std::size_t m_mostBytes = 0; ///< since it was empty
+};
 
 // Never torn down: the component may send until the process has ended.
 Outbox &outboxOf(const void *channel)
@@ -70,10 +264,10 @@ void PortMessages::expect(const void *channel)
         outboxOf(channel).expectChannel();
 }
 
-void PortMessages::send(SpicePortChannel *channel, const char *message, int length, int type)
+void PortMessages::send(SpicePortChannel *channel, const char *message, int length)
 {
     if (spice_port_channel_send_msg) {
-        spice_port_channel_send_msg(channel, message, length, type);
+        spice_port_channel_send_msg(channel, message, length, MessageType);
         return;
     }
     // The stock library never completes a write of nothing, and the server drops the channel for it.
@@ -81,7 +275,13 @@ void PortMessages::send(SpicePortChannel *channel, const char *message, int leng
         return;
     Outbox &outbox = outboxOf(channel);
     outbox.attach(channel);
-    outbox.add(message, size_t(length));
+    outbox.add(std::string(message, size_t(length)));
+}
+
+bool PortMessages::isLost(int channelEvent)
+{
+    return channelEvent == SPICE_CHANNEL_CLOSED
+        || (channelEvent >= SPICE_CHANNEL_ERROR_CONNECT && channelEvent <= SPICE_CHANNEL_ERROR_IO);
 }
 
 std::int64_t PortMessages::bytesWaiting(const void *channel)

@@ -6,7 +6,7 @@ tool=$(basename "$0")
 install=1 # --no-install: say which packages are missing instead of installing them
 
 # The help of a tool is the comment at its top.
-show_help() { sed -n '3,/^[^#]/s/^# \{0,1\}//p' "tools/$tool"; }
+show_help() { sed -n '3,/^$\|^[^#]/s/^# \{0,1\}//p' "tools/$tool"; }
 
 # wrong TEXT: the tool was called in a way that it does not know.
 wrong() {

@@ -7,6 +7,7 @@
 #include "worker/spiceportchannel.h"
 
 #include <QList>
+#include <QMutex>
 #include <QObject>
 #include <QString>
 
@@ -14,9 +15,6 @@
 #include <cstdint>
 #include <string>
 
-QT_BEGIN_NAMESPACE
-class QMutex;
-QT_END_NAMESPACE
 class RedirectHandler;
 struct DevparamfromClient;
 
@@ -24,19 +22,16 @@ struct DevparamfromClient;
 /// component or the host is called. \thread any
 extern DEVREDIRECT_EXPORT QMutex s_mutext;
 
-/**
- * Does the work that talks to the redirection component.
- *
- * There is one worker, made and handed out by DevRedirectManger; DevRedirectInterface moves it to the worker thread
- * and deletes it when that thread ends. All component calls go through the one m_redirectHandler.
- *
- * Before the component is loaded every call to it fails with a critical line: commands count as refused, lists are
- * not fetched. After setQuitFlag(true) what the component sends is dropped, everything else goes on as before.
- *
- * \thread A slot runs where its connection puts it: sharing, unsharing, reset, event handling and the
- * list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. Each member
- * says what else holds.
- */
+/// Does the work that talks to the redirection component. There is one worker, made and handed out by
+/// DevRedirectManger; DevRedirectInterface moves it to the worker thread and deletes it when that thread ends. All
+/// component calls go through the one m_redirectHandler.
+///
+/// Before the component is loaded every call to it fails with a critical line: commands count as refused, lists are
+/// not fetched. After setQuitFlag(true) what the component sends is dropped, everything else goes on as before.
+///
+/// \thread A slot runs where its connection puts it: sharing, unsharing, reset, event handling and the
+/// list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. Each member
+/// says what else holds.
 class DEVREDIRECT_EXPORT DevRedirectWorker : public QObject
 {
     Q_OBJECT
@@ -49,11 +44,9 @@ public:
     void setWorkerClientparam(const DevparamfromClient &param);
     /// true: the application is exiting, so what the component sends is dropped. One flag for all workers. \thread any
     void setQuitFlag(bool quit);
-    /// Replaces the host's event sink; an empty one keeps the component from starting for a virtual machine.
-    /// \thread host, before the component is started
+    /// An empty one keeps the component from starting for a virtual machine. \thread host, before the start
     void setEventCallback(EventCallback callback);
-    /// Keeps the callback. It is never called: what the component sends always goes to its port channel.
-    /// \thread host, before the component is started
+    /// Kept and never called: what the component sends goes to its port channel. \thread host, before the start
     void setSendDevRedirectMsgToSpiceCallback(SendCallback callback);
 
     /// Unshares everything and, as after every reset, publishes the mapped device list with deviceListResult().
@@ -64,19 +57,13 @@ public:
     /// Starts the component for "virApp" or "shareDesk": without a way to send and without an event sink.
     void loadDevRedirComponentByVirApp(const QString &vmId);
 
-    /// Runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
+    /// Each runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
     bool excuteRedirectCmd(const QString &command);
-    bool excuteSendCameraConfigerInfo(const QString &command); ///< the same, for a camera policy. \thread any
-    bool excuteNotifyUsbInfoCmd(const QString &command); ///< the same, for USB information. \thread any
+    bool excuteSendCameraConfigerInfo(const QString &command);
+    bool excuteNotifyUsbInfoCmd(const QString &command);
 
-    /**
-     * Builds a device command: compact JSON, keys in alphabetical order.
-     * \param ignored   not used; callers pass a null string
-     * \param deviceId  goes out as "deviceId", unless the command is "share", the device is a USBRDR device and its
-     *                  spareTextA is not empty
-     * \param command   "share", "unshare" or "unshareall"
-     * \thread any
-     */
+    /// Builds a device command ("share", "unshare" or "unshareall"): compact JSON, keys in alphabetical order. Instead
+    /// of \a deviceId a USBRDR device's spareTextA, if it is not empty, goes out in a "share". \thread any
     QString structCtrlCommand(const QString &ignored, const QString &deviceId, const QString &command,
                               const ExterDeviceInfo &device);
     /// Builds a "devchange" command. \a fileDescriptor is an open descriptor of the device, not owned. \thread any
@@ -85,23 +72,15 @@ public:
     /// Builds a "setpolicy" command for cameras; an empty list gives an empty policy. \thread any
     QString structCameraConfigerInfoCommand(const QList<QString> &policies);
 
-    /// Is the channel of this name the component's? \a context receives the component's context. \thread any
+    /// These hand on to the RedirectHandler's functions of the same names. \thread any
     bool checkRedirChannel(std::string channelName, void **context);
-    /// Joins a context to its channel. \thread any
     bool setupRedirContext(void *context, void *channel);
-    /// Hands bytes from the channel to the component; \a data is borrowed for the call. \thread any
     void handlerRedirData(char *data, int length, void *context);
-    /// Hands a channel event to the component; a null \a context is only logged. \thread any
     void handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context);
 
-    /**
-     * Asks the component for its device list.
-     * \param buffer  receives the document; borrowed
-     * \param length  in: capacity in bytes; out: length of the document, always within 0 and the capacity. A component
-     *                that succeeds and claims another length gets one warning line.
-     * \return true if the component returned 0
-     * \thread any
-     */
+    /// Asks the component for its device list; true if it returned 0. \a buffer (borrowed) receives the document,
+    /// \a length is its capacity in bytes and then the document's length, always within 0 and the capacity: a component
+    /// that succeeds and claims another one gets one warning line. \thread any
     bool getDevList(char *buffer, int &length);
     /// Reads a device list (see parseExternalDeviceList()), stores it in the registry, also when it is empty, and
     /// emits sendMapCommandToVdiExterDevModel() unless the last one has not been handled yet. \thread any
@@ -111,16 +90,9 @@ public:
     /// Writes a list to the log, one line a device. \a devices is only read. \thread any
     void printfDevList(QList<ExterDeviceInfo> &devices);
 
-    /**
-     * Tells the component of USB devices that were plugged in or pulled out, then fetches the device list again.
-     *
-     * \param strUsbInfos  entries separated by ";", each "product name:device name:attach state:file descriptor".
-     *                     Further fields are ignored, a descriptor that is no decimal number counts as 0, an entry of
-     *                     fewer than four fields is skipped with a warning line. Empty: only the list is fetched.
-     * \thread any; runs on the caller's thread and returns when the component has answered
-     */
+    /// What DevRedirectInterface says of its functions of these names. \thread any; they return when the component has
+    /// answered
     void notifyUsbInfo(const QString &strUsbInfos);
-    /// Sends a camera policy to the component. \thread any; returns when the component has answered
     void sendConfigerInforToCamera(const QList<QString> &policies);
 
     static RedirectHandler *m_redirectHandler; ///< the process's one handler; never null, never deleted
@@ -143,34 +115,21 @@ public Q_SLOTS:
     /// Starts the component for a virtual machine, under "DEBUG" if \a vmId is empty; see also
     /// loadDevRedirComponentByVirApp(). Needs an event callback and "config.json". Failure shows in the log only.
     void onLoadDevRedirComponentByWorker(const QString &vmId);
-    /**
-     * Binds a port channel to the component if the component knows its name.
-     *
-     * Each call binds once more; nothing unbinds, the bindings end with the channel. \a channel is borrowed and must be
-     * alive; \a isOpened tells whether the port is open already.
-     */
+    /// Binds a port channel (borrowed, alive) to the component if that knows its name. Each call binds once more; the
+    /// bindings end with the channel. \a isOpened: the port is open already.
     void onCheckRedirChannelByWorker(SpicePortChannel *channel, const QString &channelName, bool isOpened);
-    /// Shares a device. A "usbrdr" device's outcome is reported by the component's events, any other's by
-    /// shareDeviceResult(), a "diskrdr" device's also by diskMapResultInUsb().
+    /// A "usbrdr" device's outcome is reported by the component's events, any other's by shareDeviceResult(), a
+    /// "diskrdr" device's also by diskMapResultInUsb().
     void onShareDeviceByWorker(const ExterDeviceInfo &device);
-    /// Unshares a device; the outcome is unRedirectDeviceByIdResult().
-    void onUnShareDeviceByWorker(const ExterDeviceInfo &device);
-    /// Unshares everything; the outcome is unRedirectDeviceAllResult().
-    void onUnShareAllByWorker();
-    /// The virtual machine was restarted: setParameters() with the list published.
-    void onResetParametersByThread();
-    /// Stops the component.
-    void onReleaseDeviceResourceByWorker();
-    /// Something changed: fetches the list and maps it.
-    void onNotifyEventHandler();
-    /// The host asked: fetches the list and maps it.
-    void onGetDevListAndMapping();
-    /// Cuts the component off, see RedirectHandler::stopMappingFunction().
-    void stopMappingFunctionByWorker();
-    /// Fetches the list for the virtual application view.
-    void onGetDevListByVirApp();
-    /// Fetches the list for the shared desktop view.
-    void onGetDevListByShareDesk();
+    void onUnShareDeviceByWorker(const ExterDeviceInfo &device); ///< the outcome is unRedirectDeviceByIdResult()
+    void onUnShareAllByWorker(); ///< the outcome is unRedirectDeviceAllResult()
+    void onResetParametersByThread(); ///< setParameters() with the list published
+    void onReleaseDeviceResourceByWorker(); ///< stops the component
+    void onNotifyEventHandler(); ///< something changed: fetches the list and maps it
+    void onGetDevListAndMapping(); ///< the host asked: fetches the list and maps it
+    void stopMappingFunctionByWorker(); ///< cuts the component off
+    void onGetDevListByVirApp(); ///< fetches the list for the virtual application view
+    void onGetDevListByShareDesk(); ///< fetches the list for the shared desktop view
 
 private:
     using ListSignal = void (DevRedirectWorker::*)(const QList<ExterDeviceInfo> &);

@@ -6,25 +6,13 @@
 #include "spice/portmessages.h"
 #include "worker/devredirectworker.h"
 
-namespace {
-
-// The message type that the client's SPICE library expects for what this library sends.
-constexpr int RedirectionMessageType = 109;
-
-bool isClosedOrFailed(SpiceChannelEvent event)
-{
-    return event == SPICE_CHANNEL_CLOSED || (event >= SPICE_CHANNEL_ERROR_CONNECT && event <= SPICE_CHANNEL_ERROR_IO);
-}
-
-} // namespace
-
 int sendDevRedirectMsgToSpice(void *channel, char *message, int length)
 {
     if (DevRedirectWorker::m_bQuit) {
         Log::module(QtInfoMsg, __func__, "app is exiting, ignore message.");
         return -1;
     }
-    PortMessages::send(static_cast<SpicePortChannel *>(channel), message, length, RedirectionMessageType);
+    PortMessages::send(static_cast<SpicePortChannel *>(channel), message, length);
     return length;
 }
 
@@ -48,7 +36,7 @@ int onPortEvent(void *, int event, void *context)
 void PortChannelEvent(SpicePortChannel *, SpiceChannelEvent event, void *context)
 {
     Log::module(QtDebugMsg, __func__, " Port channel event = ", int(event));
-    if (isClosedOrFailed(event))
+    if (PortMessages::isLost(event))
         DevRedirectWorker::m_redirectHandler->handlerRedirNoticeEvent(ChannelEventBreak, nullptr, 0, context);
 }
 

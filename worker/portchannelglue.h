@@ -10,23 +10,15 @@
 #include <spice-client.h>
 #pragma pop_macro("signals")
 
-/**
- * \file
- * The plain functions that join the component to a SPICE port channel. This header needs the SPICE client library's.
- *
- * All of them go through DevRedirectWorker::m_redirectHandler; without a component they log and do nothing. The "user
- * data" of the three handlers is the context that the component gave for the channel. Nothing here owns a channel.
- */
+/// \file
+/// The plain functions that join the component to a SPICE port channel; this header needs the SPICE client library's.
+/// All of them go through DevRedirectWorker::m_redirectHandler; without a component they log and do nothing. The "user
+/// data" of the three handlers is the context that the component gave for the channel. Nothing here owns a channel.
 
-/**
- * Sends a message of the component on \a channel; the component calls it.
- *
- * \param message  borrowed for the call
- * \return \a length, whatever became of the message: delivery is not detected; -1 if the quit flag is set, and then
- *         nothing is sent
- * \thread any. Messages go out in the order of the calls. With the stock SPICE client library they are written from the
- *         default GLib main context, which the host's main loop must be running.
- */
+/// Sends a message of the component, borrowed for the call, on \a channel. Returns \a length, whatever becomes of the
+/// message, or -1 if the quit flag is set and nothing is sent. Messages go out in the order of the calls; with the
+/// stock SPICE client library the default GLib main context, which the host's main loop must be running, writes them.
+/// \thread any
 DEVREDIRECT_EXPORT int sendDevRedirectMsgToSpice(void *channel, char *message, int length);
 
 /// For the component: see BytesWaiting.

@@ -3,10 +3,8 @@
 
 #include <QMetaType>
 
-/**
- * \file
- * The SPICE client library's port channel, for headers that only hand on a pointer to one.
- */
+/// \file
+/// The SPICE client library's port channel, for headers that only hand on a pointer to one.
 typedef struct _SpicePortChannel SpicePortChannel;
 
 /// So that a host may connect to a signal that carries such a pointer without that library's headers.

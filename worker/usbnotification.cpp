@@ -7,9 +7,7 @@
 
 #include <QStringList>
 
-namespace {
-constexpr int FieldsPerEntry = 4;
-}
+static constexpr int FieldsPerEntry = 4;
 
 void DevRedirectWorker::notifyUsbInfo(const QString &strUsbInfos)
 {

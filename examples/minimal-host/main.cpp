@@ -2,9 +2,8 @@
 
 // A host in one file. It needs a redirection component in "Device Redirect" beside the program.
 //   minimal-host                   lists this machine's devices and ends
-//   minimal-host ADDRESS [DEVICE]  connects to a virtual machine, lists, shares the device of this identifier, and
-//                                  stays until it is interrupted
-// ADDRESS is spice+unix:///path/of/socket or spice://host:port.
+//   minimal-host ADDRESS [DEVICE]  connects to a virtual machine (spice://HOST:PORT or spice+unix:///PATH), lists,
+//                                  shares the device of this identifier, and stays until it is interrupted
 
 #include <interface/devredirectinterface.h>
 
@@ -28,15 +27,14 @@ static void onDeviceList(QList<ExterDeviceInfo> &devices)
     for (const ExterDeviceInfo &device : devices) {
         std::printf("%s  %s  %s\n", qPrintable(device.deviceId), qPrintable(device.deviceName),
                     device.status == 2 ? "shared" : "local");
-        if (!isShared && !wanted.isEmpty() && device.deviceId == wanted) // as soon as the list is published
-            QTimer::singleShot(0, [] { redirect->deviceOperate(wanted, QStringLiteral("share")); });
+        if (!isShared && device.status != 2 && device.deviceId == wanted) // as soon as the list is published
+            QTimer::singleShot(0, redirect.get(), [] { redirect->deviceOperate(wanted, QStringLiteral("share")); });
     }
     if (!session)
         QCoreApplication::quit();
 }
 
-// Hand each port channel over once, as soon as its name is known. Which ones are its own the component knows, and the
-// library tells it when they open.
+// Hand each port channel over once, as soon as its name is known. The component knows which ones are its own.
 static void onPortName(SpicePortChannel *port, GParamSpec *, gpointer)
 {
     g_autofree gchar *name = nullptr;
@@ -48,8 +46,10 @@ static void onPortName(SpicePortChannel *port, GParamSpec *, gpointer)
 
 static void onMainChannelEvent(SpiceChannel *, SpiceChannelEvent event, gpointer)
 {
-    if (event != SPICE_CHANNEL_OPENED) // it has failed or ended
-        QCoreApplication::exit(4);
+    if (event == SPICE_CHANNEL_OPENED)
+        return;
+    std::fprintf(stderr, "The connection failed or has ended.\n");
+    QCoreApplication::exit(4);
 }
 
 static void onChannelNew(SpiceSession *, SpiceChannel *channel, gpointer)
@@ -87,7 +87,7 @@ int main(int argc, char **argv)
     Q_EMIT redirect->loadDynamicLib();
     Q_EMIT redirect->loadDevRedirComponentByThread(QStringLiteral("my-vm"));
     if (!redirect->isComponentStarted()) {
-        std::fprintf(stderr, "The component did not start. %s\n", qPrintable(redirect->componentLoadError()));
+        std::fprintf(stderr, "Not started; the log says why. %s\n", qPrintable(redirect->componentLoadError()));
         redirect.reset();
         return 3;
     }

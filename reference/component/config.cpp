@@ -9,7 +9,10 @@
 
 namespace {
 
-const QStringList Redirectors{QStringLiteral("usbrdr"), QStringLiteral("diskrdr"), QStringLiteral("camrdr")};
+bool isRedirector(const QString &name)
+{
+    return name == QLatin1String("usbrdr") || name == QLatin1String("diskrdr") || name == QLatin1String("camrdr");
+}
 
 bool fail(QString &error, const QString &text)
 {
@@ -33,7 +36,7 @@ bool readRedirectors(const QJsonValue &value, Config &config, QString &error)
     const QJsonObject table = value.toObject();
     for (auto entry = table.begin(); entry != table.end(); ++entry) {
         const QString redirector = entry.value().toString();
-        if (!Redirectors.contains(redirector))
+        if (!isRedirector(redirector))
             return fail(error, QStringLiteral("\"redirectors\": no such redirector: ") + redirector);
         config.redirectors.insert(entry.key().toLower(), redirector);
     }

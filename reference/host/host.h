@@ -25,8 +25,8 @@ constexpr int NoConnection = 4; ///< no SPICE connection, or it was lost
 constexpr int NoChannel = 5; ///< the virtual machine offers no channel for devices
 } // namespace ExitCode
 
-constexpr QLatin1String NoChannelText("the virtual machine offers no channel for devices; it needs a port whose name "
-                                      "begins with \"channelPrefix\" of config.json");
+constexpr const char NoChannelText[] = "the virtual machine offers no channel for devices; it needs a port whose name "
+                                       "begins with \"channelPrefix\" of config.json";
 
 /**
  * A client that shares devices: it joins DevRedirectInterface to a SPICE session and runs requests one after the other.

@@ -62,7 +62,8 @@ void Host::runNext()
         requestFailed(QStringLiteral("not understood: %1 (list, share ID|all, unshare ID|all, quit)").arg(m_current),
                       QString());
     else if (needsChannel && !m_hadChannel)
-        requestFailed(QStringLiteral("not shared: %1: %2").arg(which, NoChannelText), which, ExitCode::NoChannel);
+        requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,
+                      ExitCode::NoChannel);
     else
         (this->*next->run)(which);
     finishedPart();

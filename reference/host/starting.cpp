@@ -134,7 +134,7 @@ void Host::startLimitPassed()
                       QStringLiteral("the component gives no list within %1 seconds").arg(m_options.timeoutSeconds));
         leave(ExitCode::NoComponent);
     } else if (m_options.autoShare && !m_hadChannel) {
-        m_output.tell(Event::Error, NoChannelText);
+        m_output.tell(Event::Error, QLatin1String(NoChannelText));
         leave(ExitCode::NoChannel);
     } else {
         runNext(); // what has waited for a channel

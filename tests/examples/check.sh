@@ -46,7 +46,7 @@ export QT_LOGGING_RULES='*.debug=false;*.info=false'
 status=0
 "$host" >"$scratch/alone.out" 2>"$scratch/alone.log" || status=$?
 [ $status = 3 ] || fail "a host without a component ends with $status"
-grep -q '^The component did not start. .*not found' "$scratch/alone.log" || fail 'a host without a component does not say why'
+grep -q '^Not started; .*: not found' "$scratch/alone.log" || fail 'a host without a component does not say why'
 
 mkdir "$scratch/host/Device Redirect"
 cp "$scratch/component/libdevredir.so" "$scratch/host/Device Redirect/"

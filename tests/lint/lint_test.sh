@@ -38,7 +38,9 @@ finds layers devices/exterdeviceinfo.cpp '#include "interface/devredirectinterfa
 finds layers devices/devredirectmanger.h '#include "worker/devredirectworker.h"' 'includes worker/devredirectworker.h'
 finds layers reference/component/policy.cpp '#include <interface/devredirectinterface.h>' 'reference/component/policy.cpp'
 finds headers devices/exterdeviceinfo.h '#include "log/log.h"' 'devices/exterdeviceinfo.h'
-finds headers cmake/DevRedirectInstall.cmake '# devices/nosuch.h' 'there is no devices/nosuch.h'
+finds headers CMakeLists.txt 'set(DEVREDIRECT_PUBLIC_HEADERS
+    devices/nosuch.h
+)' 'there is no devices/nosuch.h'
 finds paths tests/support/waitfor.h "// see /$(printf 'ho')me/somebody/notes" 'tests/support/waitfor.h'
 finds paths README.md "from registry.$(printf 'exam')ple.org" 'README.md'
 finds links README.md '[nowhere](docs/nosuch.md)' 'there is no docs/nosuch.md'

@@ -595,6 +595,20 @@ TEST_F(SpicePath, messages_that_wait_when_their_port_closes_do_not_reach_its_nex
     EXPECT_TRUE(waitFor([this] { return devredirectBytesWaiting(channels[0]) == 0; }));
 }
 
+TEST_F(SpicePath, a_message_sent_just_when_the_port_closes_does_not_silence_the_channel)
+{
+    ASSERT_TRUE(bind());
+    for (int round = 0; round < 5; ++round) {
+        send("lost");
+        g_signal_emit_by_name(channels[0], "port-event", SPICE_PORT_EVENT_CLOSED);
+        const std::string mark = "found " + std::to_string(round);
+        send(mark);
+        EXPECT_TRUE(waitFor([&] { return server->port().received().find(mark) != std::string::npos; })) << round;
+        EXPECT_TRUE(waitFor([this] { return devredirectBytesWaiting(channels[0]) == 0; })) << round;
+    }
+    EXPECT_EQ(server->port().received().find("lost"), std::string::npos);
+}
+
 TEST_F(SpicePath, nothing_waits_for_a_channel_that_nobody_sent_on)
 {
     ASSERT_TRUE(bind());
