@@ -55,7 +55,7 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
-    // Behind the types: their list goes after what is registered here has run.
+    // After the types, so that at exit it runs before their list is destroyed.
     m_processEnd = std::make_unique<ProcessEnd>([this] { endThreads(); });
 
     DevRedirectManger::instance()->provideFreeWorker();
