@@ -20,8 +20,11 @@ Outcome failure(int code, const QString &text)
 
 QString userName()
 {
-    const passwd *entry = getpwuid(geteuid());
-    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(geteuid());
+    passwd user{};
+    passwd *found = nullptr;
+    char texts[4096];
+    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
+    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
 }
 
 Outcome noPermission(const UsbDevice &device)
