@@ -14,7 +14,7 @@
 ///
 ///     extern "C" RedirCheck redirCheck;
 ///
-/// before he defines the function, so that the compiler compares the types.
+/// before the definition, so that the compiler compares the types.
 
 /// "redirInit": starts the component. Arguments: send callback, event callback (both may be empty), VM identifier,
 /// path of "config.json". False: not started.

@@ -17,7 +17,7 @@ class RateLimitedLog;
 /// Loads the redirection component and calls its seven entry points (component/entrypoints.h says what they do).
 ///
 /// The process's one handler is DevRedirectWorker::m_redirectHandler, there from the moment in which the library has
-/// been loaded and never deleted. A handler that somebody creates for himself unloads in its destructor.
+/// been loaded and never deleted. Any other handler unloads in its destructor.
 ///
 /// While an entry point is missing (nothing loaded yet, a component without it, or stopMappingFunction() called), and
 /// when the component throws, a call logs one critical line and gives its neutral result: false, 1 for a command,

@@ -31,7 +31,7 @@ QString outcome(const char *symbol, bool result)
         + (result ? QLatin1String("true") : QLatin1String("false"));
 }
 
-QString textIn(const char *buffer, int capacity)
+QString replyText(const char *buffer, int capacity)
 {
     if (!buffer || capacity <= 0)
         return QString();
@@ -129,12 +129,12 @@ int RedirectHandler::handlerRedirCtrlCommand(const std::string &command, char *b
     m_log->write([&] {
         // The length stands here as the one character whose code is its low byte, as readers of this line expect.
         return QStringLiteral(" End to call redirCtrl function. result:") + QString::number(result)
-            + QStringLiteral(", listData:") + textIn(buffer, capacity) + QStringLiteral(", length:")
+            + QStringLiteral(", listData:") + replyText(buffer, capacity) + QStringLiteral(", length:")
             + QChar(ushort(length & 0xff));
     });
     if (Log::enabled(QtInfoMsg)) {
         Log::trace(QtInfoMsg, __func__, "after call m_redirCtrl. result: ", QString::number(result),
-                   ", listData: ", textIn(buffer, capacity), " , length: ", length);
+                   ", listData: ", replyText(buffer, capacity), " , length: ", length);
     }
     return result;
 }

@@ -19,7 +19,7 @@ struct Content
     QList<ExterDeviceInfo> devices;
 };
 
-/// Reads in about half of the time that Qt takes for the JSON alone. Nothing if simdjson refuses the text, if it is no
+/// Reads with simdjson. Nothing if that refuses the text, if it is no
 /// array, or if it holds what Qt may judge in another way: then Qt decides.
 std::optional<Content> readQuickly(std::string_view text);
 

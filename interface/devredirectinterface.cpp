@@ -55,7 +55,7 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
     qRegisterMetaType<ExterDeviceInfo>("ExterDeviceInfo");
     qRegisterMetaType<QList<ExterDeviceInfo>>("QList<ExterDeviceInfo>");
     qRegisterMetaType<SpicePortChannel>("SpicePortChannel");
-    // Behind the types: their list goes after what is registered here has run.
+    // After the types, so that at exit it runs before their list is destroyed.
     m_processEnd = std::make_unique<ProcessEnd>([this] { endThreads(); });
 
     DevRedirectManger::instance()->provideFreeWorker();
@@ -77,16 +77,18 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
     m_log->start();
 }
 
+static void endThread(QThread &thread, QObject *receiver)
+{
+    if (receiver) // otherwise it has gone with the thread's event loop
+        QCoreApplication::postEvent(receiver, new QEvent(QEvent::Quit));
+    thread.wait(std::numeric_limits<unsigned long>::max());
+}
+
 DevRedirectInterface::~DevRedirectInterface()
 {
     m_isDropping = true;
-    const auto end = [](QThread &thread, QObject *receiver) {
-        if (receiver) // otherwise it has gone with the thread's event loop
-            QCoreApplication::postEvent(receiver, new QEvent(QEvent::Quit));
-        thread.wait(std::numeric_limits<unsigned long>::max());
-    };
-    end(m_workerThread, m_devRedirectWorker);
-    end(m_mountThread, m_watchMountWorker);
+    endThread(m_workerThread, m_devRedirectWorker);
+    endThread(m_mountThread, m_watchMountWorker);
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
     if (m_dropped > 0)
         Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_dropped.load());

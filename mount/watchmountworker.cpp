@@ -44,7 +44,7 @@ bool waitForMountChange(int mounts)
     return true;
 }
 
-QString textIn(const QJsonObject &object, const char *key)
+QString memberText(const QJsonObject &object, const char *key)
 {
     return object.value(QLatin1String(key)).toString();
 }
@@ -55,8 +55,8 @@ int countMounted(const QJsonArray &partitions)
     int mounted = 0;
     for (const QJsonValue entry : partitions) {
         const QJsonObject partition = entry.toObject();
-        const QString mountPoint = textIn(partition, "mountpoint");
-        Log::plain(QtDebugMsg, "mountDone", "childname", textIn(partition, "name"));
+        const QString mountPoint = memberText(partition, "mountpoint");
+        Log::plain(QtDebugMsg, "mountDone", "childname", memberText(partition, "name"));
         Log::plain(QtDebugMsg, "mountDone", "childMountPoint", mountPoint);
         if (!mountPoint.isEmpty())
             ++mounted;
@@ -106,8 +106,8 @@ bool WatchMountWorker::mountDone()
     const QJsonArray devices = listing.value(QLatin1String("blockdevices")).toArray();
     for (const QJsonValue entry : devices) {
         const QJsonObject device = entry.toObject();
-        const QString name = textIn(device, "name");
-        const QString mountPoint = textIn(device, "mountpoint");
+        const QString name = memberText(device, "name");
+        const QString mountPoint = memberText(device, "mountpoint");
         Log::plain(QtDebugMsg, "mountDone", "devName", name);
         Log::plain(QtDebugMsg, "mountDone", "devMountPoint", mountPoint);
         if (!isUsbDev(name))

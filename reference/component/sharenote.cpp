@@ -54,6 +54,7 @@ QList<QByteArray> filesIn(const Descriptor &folder)
     };
     QList<QByteArray> names;
     const std::unique_ptr<DIR, Close> open(fdopendir(openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread reads this stream
     while (const dirent *entry = open ? readdir(open.get()) : nullptr) {
         if (entry->d_name[0] != '.')
             names.append(entry->d_name);

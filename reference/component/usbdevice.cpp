@@ -106,11 +106,13 @@ QList<UsbDevice> UsbDevice::all()
 QString UsbDevice::mountPoint() const
 {
     const std::unique_ptr<FILE, Release> table(setmntent("/proc/self/mounts", "re"));
-    while (const mntent *entry = table ? getmntent(table.get()) : nullptr) {
-        const QString source = QString::fromUtf8(entry->mnt_fsname);
+    mntent entry{};
+    char texts[4096];
+    while (table && getmntent_r(table.get(), &entry, texts, sizeof texts)) {
+        const QString source = QString::fromUtf8(entry.mnt_fsname);
         for (const QString &disk : disks) {
             if (source == QStringLiteral("/dev/") + disk)
-                return QString::fromUtf8(entry->mnt_dir);
+                return QString::fromUtf8(entry.mnt_dir);
         }
     }
     return QString();

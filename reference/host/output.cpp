@@ -10,28 +10,28 @@ namespace {
 
 struct EventKind
 {
-    Event event;
     const char *name;
+    Event event;
     bool isAnswer; ///< on standard output; the others are progress and failures, on standard error
 };
 
 constexpr EventKind EventKinds[] = {
-    {Event::List, "list", true},
-    {Event::Shared, "shared", true},
-    {Event::Unshared, "unshared", true},
-    {Event::Nothing, "nothing", true},
-    {Event::Arrived, "arrived", true},
-    {Event::Left, "left", true},
-    {Event::ChannelLost, "channel lost", true},
-    {Event::Loading, "loading", false},
-    {Event::Started, "started", false},
-    {Event::Connected, "connected", false},
-    {Event::Channel, "channel", false},
-    {Event::Leaving, "leaving", false},
-    {Event::Bye, "bye", false},
-    {Event::Failed, "failed", false},
-    {Event::Error, "error", false},
-    {Event::Disconnected, "disconnected", false},
+    {"list", Event::List, true},
+    {"shared", Event::Shared, true},
+    {"unshared", Event::Unshared, true},
+    {"nothing", Event::Nothing, true},
+    {"arrived", Event::Arrived, true},
+    {"left", Event::Left, true},
+    {"channel lost", Event::ChannelLost, true},
+    {"loading", Event::Loading, false},
+    {"started", Event::Started, false},
+    {"connected", Event::Connected, false},
+    {"channel", Event::Channel, false},
+    {"leaving", Event::Leaving, false},
+    {"bye", Event::Bye, false},
+    {"failed", Event::Failed, false},
+    {"error", Event::Error, false},
+    {"disconnected", Event::Disconnected, false},
 };
 
 const EventKind &kindOf(Event event)
