@@ -29,8 +29,5 @@ Result contained(const char *method, const char *callee, Result neutral, const C
 template<typename Call>
 void containedVoid(const char *method, const char *callee, const Call &call)
 {
-    contained(method, callee, 0, [&call] {
-        call();
-        return 0;
-    });
+    contained(method, callee, 0, [&call] { return call(), 0; });
 }

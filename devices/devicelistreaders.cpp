@@ -53,6 +53,9 @@ QString textIn(const dom::element &value)
 // The component sends its integers as JSON strings; anything else reads as 0.
 int integerIn(const dom::element &value)
 {
+    std::string_view text;
+    if (!value.get(text) && text.size() == 1 && text[0] >= '0' && text[0] <= '9')
+        return text[0] - '0'; // the usual integer, for which no QString has to be made
     return textIn(value).toInt();
 }
 
@@ -103,8 +106,8 @@ void readMember(std::string_view key, const dom::element &value, ExterDeviceInfo
     const auto text = std::find_if(std::begin(TextKeys), std::end(TextKeys),
                                    [key](const TextKey &candidate) { return candidate.key == key; });
     if (text != std::end(TextKeys)) {
-        const QString listed = textIn(value);
-        device.*text->member = text->transformation == Case::Upper ? listed.toUpper() : listed;
+        QString listed = textIn(value);
+        device.*text->member = text->transformation == Case::Upper ? std::move(listed).toUpper() : std::move(listed);
     } else if (key == "isShared") {
         device.status = integerIn(value) != 0 ? Shared : NotShared;
     } else if (key == "readOnly") {
@@ -117,15 +120,16 @@ void readMember(std::string_view key, const dom::element &value, ExterDeviceInfo
     }
 }
 
-ExterDeviceInfo readDevice(const dom::element &object)
+void readDevice(const dom::element &object, QList<ExterDeviceInfo> &devices)
 {
-    ExterDeviceInfo device;
+    static const auto *const blank = new ExterDeviceInfo; // copied, since to make one takes a call for each text
+    devices.append(*blank);
+    ExterDeviceInfo &device = devices.last(); // filled where it stays, since a copy touches every text, too
     forEachMember(object, [&device](auto key, const dom::element &value) { readMember(key, value, device); });
     device.parsedStatus = device.status;
     device.isCompositeDevice = !device.functions.isEmpty();
     device.spareFlagA = false;
     device.spareFlagB = true;
-    return device;
 }
 
 DeviceListReaders::Content readContent(const dom::element &document)
@@ -140,7 +144,7 @@ DeviceListReaders::Content readContent(const dom::element &document)
             content.devices.erase(content.devices.begin() + before, content.devices.end());
             forEachEntry(devices, [&content](const dom::element &entry) {
                 if (entry.is_object())
-                    content.devices.append(readDevice(entry));
+                    readDevice(entry, content.devices);
             });
         });
     });
@@ -181,8 +185,8 @@ Parser &Parser::s_instance = *new Parser; // clazy:exclude=non-pod-global-static
 bool isReadAlike(const dom::element &value, int deepestNesting = 1000)
 {
     bool isAlike = deepestNesting > 0 && !value.is_double();
-    if (!isAlike)
-        return false;
+    if (!isAlike || value.is_string()) // nothing is in it
+        return isAlike;
     forEachEntry(value,
                  [&](const dom::element &entry) { isAlike = isAlike && isReadAlike(entry, deepestNesting - 1); });
     forEachMember(value, [&](std::string_view key, const dom::element &member) {

@@ -62,10 +62,9 @@ void DevRedirectManger::setDevListInfo(QList<ExterDeviceInfo> &devices)
 
 QList<ExterDeviceInfo> DevRedirectManger::getMapDevListInfo()
 {
-    const auto devices = [this] {
-        const QMutexLocker lock(&m_mutex);
-        return m_mapDevices;
-    }();
+    QMutexLocker lock(&m_mutex);
+    const QList<ExterDeviceInfo> devices = m_mapDevices;
+    lock.unlock();
     if (Log::enabled(QtDebugMsg)) {
         Log::module(QtDebugMsg, __func__, " Print device map list, list size = ", devices.size());
         for (const ExterDeviceInfo &device : devices)

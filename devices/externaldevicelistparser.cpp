@@ -16,7 +16,7 @@ constexpr const char *Method = "parseExternalDeviceList";
 constexpr unsigned int LongestDocument = std::numeric_limits<int>::max() - 64; // a QByteArray with its own header
 
 // Tells of a record and completes it.
-void addDevice(ExterDeviceInfo device, QList<ExterDeviceInfo> &devices)
+void complete(ExterDeviceInfo &device)
 {
     Log::module(QtInfoMsg, Method, "deviceInfo.errCode", device.errCode, "deviceInfo.errStr", device.errString);
     if (device.devicePosition.isEmpty())
@@ -26,15 +26,15 @@ void addDevice(ExterDeviceInfo device, QList<ExterDeviceInfo> &devices)
         Log::module(QtDebugMsg, Method, "device:", device.devicePosition, ",functionclass:", function.founctionClass,
                     ",functionId:", function.founctionId, ",functionBitmapMask:", function.founctionBitmapMask);
     }
-    devices.append(device);
 }
 
-void store(const DeviceListReaders::Content &content, const QString &text, QList<ExterDeviceInfo> &devices)
+void store(DeviceListReaders::Content content, const QString &text, QList<ExterDeviceInfo> &devices)
 {
     DevRedirectManger::instance()->setDevListJsonStr(text);
     Log::module(QtDebugMsg, Method, " json Array count: ", content.elements, " ,jsonStr: ", text);
-    for (const ExterDeviceInfo &device : content.devices)
-        addDevice(device, devices);
+    for (ExterDeviceInfo &device : content.devices)
+        complete(device);
+    devices += content.devices;
     Log::module(QtDebugMsg, Method, " end");
 }
 
@@ -59,9 +59,9 @@ bool parseExternalDeviceList(const char *data, unsigned int length, QList<ExterD
     Log::module(QtDebugMsg, Method, " enter!", " parse external device list. devices.count: ", devices.size(),
                 " ,length: ", length);
     const unsigned int size = qMin(length, LongestDocument);
-    const auto content = DeviceListReaders::readQuickly({data, size});
+    auto content = DeviceListReaders::readQuickly({data, size});
     if (!content)
         return parseWithQt(QByteArray::fromRawData(data, int(size)), devices);
-    store(*content, QString(), devices); // an array has no text form
+    store(std::move(*content), QString(), devices); // an array has no text form
     return true;
 }

@@ -20,8 +20,7 @@ std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak
 void makeWhatLinesNeed()
 {
     QLoggingCategory::defaultCategory();
-    const QString pattern = qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
-    Q_UNUSED(pattern)
+    [[maybe_unused]] const QString pattern = qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
 }
 
 QList<ProcessEnd *> &living()
@@ -35,12 +34,11 @@ QList<ProcessEnd *> &living()
 
 ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::move(endThreads))
 {
-    static const bool isRegistered = [] {
+    [[maybe_unused]] static const bool isRegistered = [] {
         mainThread = QThread::currentThreadId();
         makeWhatLinesNeed();
         return std::atexit(onProcessEnds) == 0;
     }();
-    Q_UNUSED(isRegistered)
     if (living().isEmpty())
         qAddPostRoutine(onApplicationGoes);
     living().append(this);

@@ -38,7 +38,7 @@ struct FetchTexts
 std::unique_ptr<DevList> fetch(DevRedirectWorker &worker, const FetchTexts &texts)
 {
     auto list = std::make_unique<DevList>(FirstCapacity);
-    bool success = worker.getDevList(list->buffer.get(), list->length);
+    const bool success = worker.getDevList(list->buffer.get(), list->length);
     if (texts.tellResult)
         Log::module(QtDebugMsg, texts.method, " get devList Result: ", success ? "true" : "false");
     if (success)
@@ -47,8 +47,7 @@ std::unique_ptr<DevList> fetch(DevRedirectWorker &worker, const FetchTexts &text
     Log::module(QtDebugMsg, texts.method, " buffer is not enough,try againt.");
     list.reset();
     list = std::make_unique<DevList>(SecondCapacity);
-    success = worker.getDevList(list->buffer.get(), list->length);
-    if (success)
+    if (worker.getDevList(list->buffer.get(), list->length))
         return list;
 
     Log::module(texts.giveUpLevel, texts.method, texts.giveUp);
