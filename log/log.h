@@ -33,10 +33,14 @@ private:
     static std::atomic<int> s_underWay;
 };
 
-/// May be asked at any time, also when Qt's own statics have gone.
+/// May be asked at any time, also when Qt's own statics have gone. Qt's question for any level is a call and a switch.
 inline bool enabled(QtMsgType level)
 {
     const QLoggingCategory *category = QLoggingCategory::defaultCategory();
+    if (category && level == QtDebugMsg)
+        return category->isDebugEnabled();
+    if (category && level == QtInfoMsg)
+        return category->isInfoEnabled();
     return category && category->isEnabled(level);
 }
 
