@@ -4,13 +4,12 @@
 #include "log/log.h"
 
 #include <algorithm>
-#include <deque>
-#include <memory>
+#include <atomic>
+#include <list>
 #include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include <malloc.h>
 #include <spice-client.h>
@@ -25,7 +24,7 @@ namespace {
 // wait for us for ever if it were given everything at once.
 constexpr std::size_t BatchBytes = 131072;
 
-// What the C library may keep for later use after a peer did not read for a while.
+// What may be kept for later use, here and by the C library, after a peer did not read for a while.
 constexpr std::size_t MostKeptBytes = std::size_t(8) * 1024 * 1024;
 
 guint messageSignal();
@@ -79,7 +78,7 @@ public:
     void attach(SpicePortChannel *channel)
     {
         g_autoptr(GObject) present = nullptr; // outlives the lock, since to let go of it may end it
-        std::deque<std::string> dropped; // what was for the channel that had this address before
+        Messages dropped; // what was for the channel that had this address before
         {
             const std::lock_guard<std::mutex> lock(m_mutex);
             if (!std::exchange(m_isChannelExpected, false))
@@ -96,12 +95,15 @@ public:
         g_signal_connect(channel, "channel-event", G_CALLBACK(onChannelEvent), this);
     }
 
-    void add(std::string message)
+    void add(const char *bytes, std::size_t size)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_bytes += message.size();
+        if (m_spare.empty())
+            m_spare.push_back({*this, {}});
+        m_spare.front().bytes.assign(bytes, size);
+        m_waiting.splice(m_waiting.end(), m_spare, m_spare.begin());
+        m_bytes += size;
         m_mostBytes = std::max(m_mostBytes, m_bytes);
-        m_waiting.push_back(std::move(message));
         scheduleIfIdle();
     }
 
@@ -112,16 +114,17 @@ public:
     }
 
 private:
-    struct Write
+    struct Message
     {
         Outbox &outbox;
-        std::string message;
+        std::string bytes;
     };
+    using Messages = std::list<Message>;
 
     // With m_mutex held.
     void scheduleIfIdle()
     {
-        if (m_isScheduled || m_beingWritten || m_waiting.empty())
+        if (m_isScheduled || !m_beingWritten.empty() || m_waiting.empty())
             return;
         m_isScheduled = true;
         g_idle_add_full(G_PRIORITY_DEFAULT, &Outbox::writeBatch, this, nullptr);
@@ -133,46 +136,46 @@ private:
         g_autoptr(GObject) channel = static_cast<GObject *>(g_weak_ref_get(&outbox.m_channel));
         if (!channel)
             outbox.drop("the channel is gone");
-        for (std::string &message : outbox.nextBatch(channel)) {
-            auto *write = new Write{outbox, std::move(message)};
-            spice_port_channel_write_async(SPICE_PORT_CHANNEL(channel), write->message.data(), write->message.size(),
-                                           nullptr, &Outbox::onWritten, write);
+        for (Message &message : outbox.nextBatch(channel)) {
+            spice_port_channel_write_async(SPICE_PORT_CHANNEL(channel), message.bytes.data(), message.bytes.size(),
+                                           nullptr, &Outbox::onWritten, &message);
         }
         return G_SOURCE_REMOVE;
     }
 
-    std::vector<std::string> nextBatch(bool isAlive)
+    Messages &nextBatch(bool isAlive)
     {
-        std::vector<std::string> batch;
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_isScheduled = false;
         std::size_t bytes = 0;
-        while (isAlive && !m_waiting.empty() && (bytes == 0 || bytes + m_waiting.front().size() <= BatchBytes)) {
-            bytes += m_waiting.front().size();
-            batch.push_back(std::move(m_waiting.front()));
-            m_waiting.pop_front();
+        while (isAlive && !m_waiting.empty() && (bytes == 0 || bytes + m_waiting.front().bytes.size() <= BatchBytes)) {
+            bytes += m_waiting.front().bytes.size();
+            m_beingWritten.splice(m_beingWritten.end(), m_waiting, m_waiting.begin());
         }
-        m_beingWritten = batch.size();
         if (!isAlive)
             scheduleIfIdle(); // for what has come since the drop
-        return batch;
+        return m_beingWritten;
     }
 
     // May run on the channel's own stack, so the next batch is left to the main context.
     static void onWritten(GObject *channel, GAsyncResult *result, gpointer data)
     {
-        const std::unique_ptr<Write> write(static_cast<Write *>(data));
+        auto *message = static_cast<Message *>(data);
         g_autoptr(GError) error = nullptr;
         const bool success = spice_port_channel_write_finish(SPICE_PORT_CHANNEL(channel), result, &error) >= 0;
-        write->outbox.tellOutcome(success, error ? error->message : "");
-        write->outbox.written(write->message.size());
+        message->outbox.tellOutcome(success, error ? error->message : "");
+        message->outbox.written(message);
     }
 
-    void written(std::size_t size)
+    void written(const Message *message)
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        --m_beingWritten;
-        m_bytes -= size;
+        m_bytes -= message->bytes.size();
+        const auto at = std::find_if(m_beingWritten.begin(), m_beingWritten.end(),
+                                     [message](const Message &other) { return &other == message; });
+        m_spare.splice(m_spare.begin(), m_beingWritten, at);
+        if (m_mostBytes > MostKeptBytes)
+            m_spare.pop_front();
         scheduleIfIdle();
         if (m_bytes == 0)
             giveMemoryBack();
@@ -194,19 +197,19 @@ private:
     void drop(const char *reason)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        const std::deque<std::string> dropped = takeWaiting();
+        const Messages dropped = takeWaiting();
         lock.unlock();
         if (!dropped.empty())
             tellOutcome(false, reason);
     }
 
     // With m_mutex held.
-    std::deque<std::string> takeWaiting()
+    Messages takeWaiting()
     {
-        std::deque<std::string> taken;
-        m_waiting.swap(taken);
-        for (const std::string &message : taken)
-            m_bytes -= message.size();
+        Messages taken = std::exchange(m_waiting, {});
+        for (const Message &message : taken)
+            m_bytes -= message.bytes.size();
+        m_spare.clear();
         giveMemoryBack();
         return taken;
     }
@@ -220,21 +223,19 @@ private:
 
     void tellOutcome(bool success, const char *reason)
     {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        const bool wasRefused = std::exchange(m_isRefused, !success);
-        lock.unlock();
-        if (!success && !wasRefused)
+        if (!m_isRefused.exchange(!success) && !success)
             Log::module(QtWarningMsg, "PortMessages::send", " port channel refuses messages: ", reason);
     }
 
     GWeakRef m_channel;
+    std::atomic<bool> m_isRefused{false}; ///< what was sent last; a row of refusals gets one line
     std::mutex m_mutex; ///< guards what follows
     bool m_isChannelExpected = true;
-    bool m_isRefused = false; ///< what was sent last; a row of refusals gets one line
     bool m_isScheduled = false;
-    std::deque<std::string> m_waiting;
-    std::size_t m_beingWritten = 0; ///< messages that the channel has been given and not yet finished
-    std::size_t m_bytes = 0; ///< of all these
+    Messages m_waiting;
+    Messages m_beingWritten; ///< the channel has been given them and not yet finished
+    Messages m_spare; ///< for the next ones: to get memory anew may cost more than to fill it
+    std::size_t m_bytes = 0; ///< of those that wait or are being written
     std::size_t m_mostBytes = 0; ///< since it was empty
 };
 
@@ -275,7 +276,7 @@ void PortMessages::send(SpicePortChannel *channel, const char *message, int leng
         return;
     Outbox &outbox = outboxOf(channel);
     outbox.attach(channel);
-    outbox.add(std::string(message, size_t(length)));
+    outbox.add(message, size_t(length));
 }
 
 bool PortMessages::isLost(int channelEvent)

@@ -639,3 +639,24 @@ TEST_F(SpicePath, memory_is_given_back_after_the_machine_did_not_read_for_a_whil
     EXPECT_TRUE(waitFor([this] { return server->port().counted() == 65536u * Count; }));
     EXPECT_TRUE(waitFor([before] { return Resources::memory() - before < 10 * 1024; })) << Resources::memory() - before;
 }
+
+TEST_F(SpicePath, the_memory_of_written_messages_goes_with_their_channel)
+{
+    if (!Resources::memoryIsReused)
+        GTEST_SKIP() << "a sanitizer keeps what was freed";
+    constexpr std::size_t Size = 65536;
+    constexpr std::size_t All = 96 * Size; // not enough to be given back at once
+    const auto allocated = [] {
+        const struct mallinfo2 info = mallinfo2();
+        return info.uordblks + info.hblkhd;
+    };
+    ASSERT_TRUE(bind());
+    server->port().countOnly();
+    for (std::size_t sent = 0; sent < All; sent += Size)
+        send(std::string(Size, 'x'));
+    ASSERT_TRUE(waitFor([&] { return server->port().counted() == All && devredirectBytesWaiting(channels[0]) == 0; }));
+    const std::size_t kept = allocated();
+    server->dropConnections();
+    ASSERT_TRUE(waitFor([this] { return !events.empty(); }));
+    EXPECT_LT(allocated() + All - 2 * Size, kept);
+}
