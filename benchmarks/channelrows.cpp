@@ -113,22 +113,33 @@ std::string message(std::size_t size)
     return std::string(size, 'm');
 }
 
-void writeRaw(Port port, std::string &bytes)
+// Both sides make each message anew. Here its buffer has to last until the message is written.
+void writeRaw(Port port, const std::string &bytes)
 {
+    static std::vector<std::string *> written; // not freed, since to get memory again may cost more than to fill it
+    if (written.empty())
+        written.push_back(new std::string);
+    std::string *const made = written.back();
+    written.pop_back();
+    *made = bytes;
     spice_port_channel_write_async(
-        session().channels[port], bytes.data(), bytes.size(), nullptr,
-        [](GObject *channel, GAsyncResult *result, gpointer) {
+        session().channels[port], made->data(), made->size(), nullptr,
+        [](GObject *channel, GAsyncResult *result, gpointer buffer) {
             spice_port_channel_write_finish(SPICE_PORT_CHANNEL(channel), result, nullptr);
+            written.push_back(static_cast<std::string *>(buffer));
         },
-        nullptr);
+        made);
 }
 
-void writeWithLibrary(Port port, std::string &bytes)
+// The component's buffer is free again after the call.
+void writeWithLibrary(Port port, const std::string &bytes)
 {
-    started().component->send(session().channels[port], bytes.data(), int(bytes.size()));
+    static std::string made;
+    made = bytes;
+    started().component->send(session().channels[port], made.data(), int(made.size()));
 }
 
-using Write = void(Port, std::string &);
+using Write = void(Port, const std::string &);
 
 // A stream: the next message goes out when not much of it is still under way.
 Row::Work write(Port port, Write *one, std::size_t size)
@@ -136,7 +147,7 @@ Row::Work write(Port port, Write *one, std::size_t size)
     constexpr std::size_t Window = std::size_t(256) * 1024;
     return [=](int calls) {
         TestServer::Port &end = session().server.port(port);
-        std::string bytes = message(size);
+        const std::string bytes = message(size);
         std::size_t sent = end.counted();
         for (int call = 0; call < calls; ++call) {
             one(port, bytes);
@@ -160,7 +171,7 @@ constexpr std::size_t EchoSize = 64;
 Row::Work echo(Port port, Write *one, const std::size_t &received)
 {
     return [=, &received](int calls) {
-        std::string bytes = message(EchoSize);
+        const std::string bytes = message(EchoSize);
         for (int call = 0; call < calls; ++call) {
             const std::size_t expected = received + EchoSize;
             one(port, bytes);
@@ -248,7 +259,7 @@ Row::Pair memoryOfWaiting()
     constexpr std::size_t Size = 65536;
     constexpr std::size_t All = std::size_t(200) * 1024 * 1024;
     TestServer::Port &end = session().server.port(Send);
-    std::string bytes = message(Size);
+    const std::string bytes = message(Size);
     const std::size_t expected = end.counted() + All;
     const double before = residentBytes();
     for (std::size_t sent = 0; sent < All; sent += Size)
