@@ -59,17 +59,26 @@ Started &started()
     return *made;
 }
 
+// Long enough also under callgrind on a busy machine.
+SpicePortChannel *opened(const TestClient &client, const std::string &name)
+{
+    constexpr int Tries = 20;
+    SpicePortChannel *channel = nullptr;
+    for (int tries = 0; !channel && tries < Tries; ++tries)
+        channel = client.waitForChannel(name);
+    if (!channel)
+        qFatal("%s does not open", name.c_str());
+    return channel;
+}
+
 /// A session with four ports; the library has two of them.
 class Session
 {
 public:
     Session()
     {
-        for (int port = 0; port < PortCount; ++port) {
-            channels[port] = client.waitForChannel(portName(port));
-            if (!channels[port])
-                qFatal("port %d does not open", port);
-        }
+        for (int port = 0; port < PortCount; ++port)
+            channels[port] = opened(client, portName(port));
         for (const Port port : {Send, Echo}) {
             Q_EMIT started().redirect->checkRedirChannelByThread(channels[port], QString::fromStdString(portName(port)),
                                                                  true);
@@ -270,7 +279,72 @@ Row::Pair memoryOfWaiting()
     return {double(All), waiting};
 }
 
+// --- many channels: each call sends a message on each of them ---
+
+class ManyChannels
+{
+public:
+    static constexpr int Most = 64;
+
+    /// Sees to it that the library has \a count of them.
+    void bind(int count)
+    {
+        for (; m_bound < count; ++m_bound) {
+            const std::string &name = m_names[std::size_t(m_bound)];
+            m_channels.push_back(opened(m_client, name));
+            Q_EMIT started().redirect->checkRedirChannelByThread(m_channels.back(), QString::fromStdString(name), true);
+            m_server.port(std::size_t(m_bound)).countOnly();
+        }
+    }
+
+    void sendOnEach(int calls)
+    {
+        const std::string bytes = message(EchoSize);
+        std::vector<std::size_t> expected;
+        for (int channel = 0; channel < m_bound; ++channel)
+            expected.push_back(m_server.port(std::size_t(channel)).counted() + std::size_t(calls) * EchoSize);
+        for (int call = 0; call < calls; ++call) {
+            for (SpicePortChannel *channel : m_channels)
+                started().component->send(channel, const_cast<char *>(bytes.data()), int(bytes.size()));
+        }
+        for (int channel = 0; channel < m_bound; ++channel)
+            iterateUntil(
+                [&] { return m_server.port(std::size_t(channel)).counted() == expected[std::size_t(channel)]; });
+    }
+
+private:
+    static std::vector<std::string> names()
+    {
+        std::vector<std::string> made;
+        for (int port = 0; port < Most; ++port)
+            made.push_back(portName(port));
+        return made;
+    }
+
+    const std::vector<std::string> m_names = names();
+    TestServer m_server{m_names};
+    TestClient m_client{m_server};
+    std::vector<SpicePortChannel *> m_channels;
+    int m_bound = 0;
+};
+
+Row::Work sendOn(int channels)
+{
+    static auto *const many = new ManyChannels;
+    many->bind(channels);
+    return [](int calls) { many->sendOnEach(calls); };
+}
+
 } // namespace
+
+std::vector<Growth> channelGrowths()
+{
+    const auto send = [](int size) { return write(Send, writeWithLibrary, std::size_t(size)); };
+    return {
+        {"bytes", {1, 16, 256, 4096, 65536, 1 << 20, 1 << 24}, send},
+        {"channels", {1, 2, 4, 8, 16, 32, ManyChannels::Most}, sendOn},
+    };
+}
 
 std::vector<Row> channelRows()
 {

@@ -176,6 +176,21 @@ Row::Pair memoryOfLists()
 
 } // namespace
 
+std::vector<Growth> listGrowths()
+{
+    const auto read = [](int size) -> Row::Work {
+        return [list = listOf(size), size](int calls) {
+            for (int call = 0; call < calls; ++call) {
+                QList<ExterDeviceInfo> devices;
+                parseExternalDeviceList(list.constData(), uint(list.size()), devices);
+                if (devices.size() != size)
+                    std::abort();
+            }
+        };
+    };
+    return {{"devices", {1, 10, 100, 1000, 10000, 100000}, read}};
+}
+
 std::vector<Row> listRows()
 {
     return {

@@ -7,6 +7,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <thread>
+
 #include <time.h>
 
 namespace {
@@ -41,7 +43,26 @@ void writePlain(int calls)
         Log::module(QtDebugMsg, __func__, " enter to call function. ", call);
 }
 
+// Each thread writes a line for each call, into a message handler that drops it.
+Row::Work writeFrom(int threads)
+{
+    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, true);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    return [threads](int calls) {
+        std::vector<std::thread> writers;
+        for (int thread = 0; thread < threads; ++thread)
+            writers.emplace_back(writePlain, calls);
+        for (std::thread &writer : writers)
+            writer.join();
+    };
+}
+
 } // namespace
+
+std::vector<Growth> logGrowths()
+{
+    return {{"threads", {1, 2, 4, 8, 16}, writeFrom}};
+}
 
 std::vector<Row> logRows()
 {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
 // The library's parts beside their limits. Each repetition of Google Benchmark is one pair.
-// usage: parts [--benchmark_...] | parts --count ROW
+// usage: parts [--benchmark_...] | parts --count ROW | parts --grow GROWTH
 // The second, under callgrind, runs the library's side of a row and then the limit's, and dumps the instructions of
-// each.
+// each. The third prints sizes and nanoseconds.
 
 #include "benchmarks/row.h"
 
@@ -91,6 +91,35 @@ int countRow(const std::string &name)
     return 2;
 }
 
+// Long enough for the clock; the median of a few.
+double timeOfOne(const Row::Work &work)
+{
+    constexpr double Enough = 2e7;
+    constexpr int Times = 5;
+    int calls = 1;
+    while (timeOf(work, CLOCK_MONOTONIC, calls) * calls < Enough)
+        calls *= 2;
+    std::vector<double> times;
+    for (int time = 0; time < Times; ++time)
+        times.push_back(timeOf(work, CLOCK_MONOTONIC, calls));
+    return median(times);
+}
+
+int grow(const std::string &name)
+{
+    for (const auto growths : {listGrowths, channelGrowths, logGrowths}) {
+        for (const Growth &growth : growths()) {
+            if (growth.name != name)
+                continue;
+            for (const int size : growth.sizes)
+                std::printf("%d %.0f\n", size, timeOfOne(growth.work(size)));
+            return 0;
+        }
+    }
+    std::fprintf(stderr, "parts: nothing that grows is called %s\n", name.c_str());
+    return 2;
+}
+
 } // namespace
 
 Row Row::timed(std::string name, clockid_t clock, int calls, Work limit, Work library)
@@ -113,8 +142,9 @@ int main(int argc, char **argv)
 {
     qputenv("QT_LOGGING_RULES", "*=false");
     QCoreApplication application(argc, argv);
-    if (argc == 3 && std::string(argv[1]) == "--count") {
-        const int status = countRow(argv[2]);
+    const std::string option = argc == 3 ? argv[1] : "";
+    if (option == "--count" || option == "--grow") {
+        const int status = option == "--count" ? countRow(argv[2]) : grow(argv[2]);
         std::fflush(nullptr);
         std::_Exit(status);
     }

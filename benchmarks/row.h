@@ -29,6 +29,22 @@ struct Row
     Work library;
 };
 
+/**
+ * How the time of a piece of work grows with the size of something.
+ *
+ * What the axes are called stands in table.py.
+ */
+struct Growth
+{
+    std::string name;
+    std::vector<int> sizes; ///< rising
+    std::function<Row::Work(int size)> work;
+};
+
+std::vector<Growth> channelGrowths();
+std::vector<Growth> listGrowths();
+std::vector<Growth> logGrowths();
+
 std::vector<Row> channelRows();
 std::vector<Row> listRows();
 std::vector<Row> logRows();

@@ -70,6 +70,8 @@ refuses tools/test --preset nosuch
 refuses tools/test --repeat many
 refuses tools/test nosuch
 refuses tools/bench --guard --json file
+refuses tools/bench --link --chain
+refuses tools/bench --plot --filter devices
 refuses tools/bench nosuch
 refuses tools/fuzz
 refuses tools/fuzz 1 nosuch

@@ -3,12 +3,14 @@
 # usage: qemu-guest.sh DIR OUTDIR [PORTS]
 # Becomes a virtual machine that runs the guest which mkguest.sh made in OUTDIR; DIR as for qemu-bios.sh.
 # GUEST_TEXT is what the guest writes to the stick, GUEST_WAIT how many seconds it waits for it, GUEST_POWEROFF=1 ends
-# it after the first stick.
+# it after the first stick. With GUEST_SECTORS it reads the stick for ever instead, in transfers of so many sectors (0: as
+# its kernel chooses).
 set -u
-[ $# -ge 2 ] || { sed -n '3,6s/^# //p' "$0" >&2; exit 2; }
+[ $# -ge 2 ] || { sed -n '3,7s/^# //p' "$0" >&2; exit 2; }
 guest=$(cd "$2" && pwd) || exit 1
 append="console=ttyS0 quiet panic=-1 guest_wait=${GUEST_WAIT:-120} poweroff=${GUEST_POWEROFF:-0}"
 append="$append guest_text=\"${GUEST_TEXT:-written by the guest}\""
+[ -z "${GUEST_SECTORS:-}" ] || append="$append guest_sectors=$GUEST_SECTORS"
 here=$(dirname "$0")
 set -- "$1" "${3:-1}"
 . "$here/../qemu-ports.sh"
