@@ -156,7 +156,7 @@ DeviceListReaders::Content readContent(const dom::element &document)
 class Parser
 {
 public:
-    static Parser &instance() { return s_instance; }
+    Parser() { std::ignore = m_parser.allocate(UsualSize, DeepestNesting); } // without memory parse() will say so
 
     /// False if the text is refused. \a document lives as long as \a memory.
     bool parse(std::string_view text, dom::document &memory, dom::element &document)
@@ -173,13 +173,10 @@ private:
     static constexpr std::size_t UsualSize = 163840; // the most that a component is asked for
     static constexpr std::size_t DeepestNesting = 1100; // a little more than Qt's
 
-    Parser() { std::ignore = m_parser.allocate(UsualSize, DeepestNesting); } // without memory parse() will say so
-
-    static Parser &s_instance;
     std::mutex m_mutex;
     dom::parser m_parser;
 };
-Parser &Parser::s_instance = *new Parser; // clazy:exclude=non-pod-global-static
+Parser &parser = *new Parser; // clazy:exclude=non-pod-global-static
 
 // Qt refuses numbers that are too small for it and what is nested too deep; of a key it drops a byte order mark.
 bool isReadAlike(const dom::element &value, int deepestNesting = 1000)
@@ -201,8 +198,7 @@ std::optional<DeviceListReaders::Content> DeviceListReaders::readQuickly(std::st
 {
     dom::document memory;
     dom::element document;
-    if (text.empty() || !Parser::instance().parse(text, memory, document) || !document.is_array()
-        || !isReadAlike(document))
+    if (text.empty() || !parser.parse(text, memory, document) || !document.is_array() || !isReadAlike(document))
         return std::nullopt;
     return readContent(document);
 }
@@ -212,6 +208,6 @@ DeviceListReaders::Content DeviceListReaders::readWithQt(const QJsonDocument &do
     const QByteArray text = document.toJson(QJsonDocument::Compact);
     dom::document memory;
     dom::element rewritten;
-    const bool isRead = Parser::instance().parse({text.constData(), std::size_t(text.size())}, memory, rewritten);
+    const bool isRead = parser.parse({text.constData(), std::size_t(text.size())}, memory, rewritten);
     return isRead ? readContent(rewritten) : Content();
 }

@@ -59,15 +59,20 @@ inline QDebug stream(QtMsgType level)
     }
 }
 
-/// Just the pieces.
 template<typename... Pieces>
-void plain(QtMsgType level, const Pieces &...pieces)
+void write(QtMsgType level, const Pieces &...pieces)
 {
-    if (!enabled(level))
-        return;
     const Line line;
     if (line.mayBeWritten())
         (stream(level) << ... << pieces);
+}
+
+/// Just the pieces. So short that the question stands where the line does.
+template<typename... Pieces>
+void plain(QtMsgType level, const Pieces &...pieces)
+{
+    if (enabled(level))
+        write(level, pieces...);
 }
 
 /// "[" method "]" pieces: a call that could not be made.

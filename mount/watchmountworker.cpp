@@ -85,10 +85,9 @@ void WatchMountWorker::watchMount()
 void WatchMountWorker::doCheckMount()
 {
     const QDateTime start = QDateTime::currentDateTime();
-    while (start.msecsTo(QDateTime::currentDateTime()) <= LastCheckMilliseconds) {
-        if (mountDone())
-            break;
-    }
+    bool isDone = false;
+    while (!isDone && start.msecsTo(QDateTime::currentDateTime()) <= LastCheckMilliseconds)
+        isDone = mountDone();
     Q_EMIT mountSuccesful();
 }
 

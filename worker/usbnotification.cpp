@@ -26,10 +26,9 @@ void DevRedirectWorker::notifyUsbInfo(const QString &strUsbInfos)
                    "strDeviceAttach: ", fields[2], "iFileDescrible: ", fileDescriptor);
         const QString command = structUsbInfoCommand(fields[0], fields[1], fields[2], fileDescriptor);
         Log::trace(QtInfoMsg, __func__, " DevRedirectWorker:strUsbInfoCommand: ", command);
-        if (excuteNotifyUsbInfoCmd(command))
-            Log::module(QtInfoMsg, __func__, " excute notify usb info success.");
-        else
-            Log::module(QtInfoMsg, __func__, "excute notify usb info failed!");
+        const bool success = excuteNotifyUsbInfoCmd(command);
+        Log::module(QtInfoMsg, __func__,
+                    success ? " excute notify usb info success." : "excute notify usb info failed!");
     }
 
     Log::module(QtInfoMsg, __func__, "dlx before get device list for devredirectworker!");
