@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
 """What a virtual machine reads from a redirected stick over a network. Called by tools/bench --link.
 
-A Linux guest reads for ever, a command at a time, while the link between client and server is changed.
+A Linux guest reads for ever, a command at a time, while the link between client and server is changed. An emulated machine
+and an emulated stick take time themselves, so a figure's bound stands beside it twice: as the protocol sets it, and with the
+time that a command takes without any delay, measured just before and just after.
 """
 
 import argparse
@@ -23,7 +25,7 @@ STICKS = {
     "SuperSpeed": (",superspeed", 0),
 }
 TRIPS_OF_A_COMMAND = 3  # command, data, status
-GOAL = 0.9  # of the bound, from
+GOAL = 0.9  # of the bound with the machine's own time, from
 GOAL_FROM = 5  # milliseconds on
 RUNS = 3  # of eight commands each, for a figure
 SECTOR = 512
@@ -137,38 +139,42 @@ class Machine:
         return sectors * SECTOR / commands, taken / 1000 / commands
 
 
-def bound(size, milliseconds, rate):
-    """Bytes per second that the protocol allows: a command cannot take less than its round trips and its bytes."""
-    seconds = TRIPS_OF_A_COMMAND * milliseconds / 1000 + (size * 8 / rate if rate else 0)
-    return size / seconds if seconds else 0
+def least_seconds(size, milliseconds, rate):
+    """What the protocol sets: a command cannot take less than its round trips and its bytes."""
+    return TRIPS_OF_A_COMMAND * milliseconds / 1000 + (size * 8 / rate if rate else 0)
 
 
-def cell(size, seconds, most):
-    if not most:
-        return f"{size / seconds / MIB:.3g}"
-    return f"{size / seconds / MIB:.3g} of {most / MIB:.3g} ({size / seconds / most:.2f})"
+class Figure:
+    def __init__(self, machine, milliseconds, rate):
+        _, before = machine.measure(0, 0)
+        size, self.seconds = machine.measure(milliseconds, rate)
+        _, after = machine.measure(0, 0)
+        self.mibs = size / MIB / self.seconds
+        self.least = least_seconds(size, milliseconds, rate)
+        self.share = self.least / self.seconds
+        self.own_share = (self.least + (before + after) / 2) / self.seconds
+
+    def __str__(self):
+        if not self.least:
+            return f"{self.mibs:.3g}"
+        return f"{self.mibs:.3g}, {self.share:.2f} ({self.own_share:.2f})"
 
 
 def measure_stick(options, name):
     stick, sectors = STICKS[name]
-    met = cells = 0
+    figures = []
     with Machine(options, stick, sectors) as machine:
         machine.await_that(machine.counters, "stick in the guest")
         size = machine.measure(0, 0)[0]
-        print(f"{name}, transfers of {size / 1024:.0f} KiB: MiB/s, of the bound (share of it)\n")
+        print(f"{name}, {size / 1024:.0f} KiB a command: MiB/s, share of the bound (with the machine's own time)\n")
         print("| round trip | " + " | ".join(rate for rate, _ in RATES) + " |\n" + "|---" * (1 + len(RATES)) + "|")
         for milliseconds in ROUND_TRIPS:
-            row = []
-            for _, rate in RATES:
-                size, seconds = machine.measure(milliseconds, rate)
-                most = bound(size, milliseconds, rate)
-                row.append(cell(size, seconds, most))
-                if milliseconds >= GOAL_FROM:
-                    cells += 1
-                    met += round(size / seconds / most, 2) >= GOAL
-            print(f"| {milliseconds} ms | " + " | ".join(row) + " |", flush=True)
+            row = [Figure(machine, milliseconds, rate) for _, rate in RATES]
+            print(f"| {milliseconds} ms | " + " | ".join(str(figure) for figure in row) + " |", flush=True)
+            if milliseconds >= GOAL_FROM:
+                figures += row
     print()
-    return met, cells
+    return figures
 
 
 def main():
@@ -177,10 +183,12 @@ def main():
     parser.add_argument("directory", help="has stick.img and what mkguest.sh made, and gets what the machine writes")
     parser.add_argument("--filter", default="")
     options = parser.parse_args()
-    sums = [measure_stick(options, name) for name in STICKS if re.search(options.filter, name)]
-    met, cells = (sum(column) for column in zip(*sums))
-    print(f"{met} of {cells} figures from {GOAL_FROM} ms on reach {GOAL} of their bound")
-    return 0 if met == cells else 1
+    figures = [figure for name in STICKS if re.search(options.filter, name) for figure in measure_stick(options, name)]
+    bare = sum(round(figure.share, 2) >= GOAL for figure in figures)
+    met = sum(round(figure.own_share, 2) >= GOAL for figure in figures)
+    print(f"from {GOAL_FROM} ms on, {bare} of {len(figures)} figures reach {GOAL} of their bound,")
+    print(f"{met} of {len(figures)} with the machine's own time")
+    return 0 if met == len(figures) else 1
 
 
 if __name__ == "__main__":
