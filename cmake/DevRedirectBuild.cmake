@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: LGPL-2.1-or-later
-# Warnings, sanitizers and coverage, the same for the library, the reference and the tests.
+# Warnings and sanitizers, the same for the library, the reference and the tests.
 
 set(DEVREDIRECT_WARNINGS -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion)
 if(DEVREDIRECT_SANITIZE) # the checks that gcc puts in look to it like uses of what is not set
@@ -18,10 +18,4 @@ if(DEVREDIRECT_SANITIZE)
     if(DEVREDIRECT_SANITIZE MATCHES undefined)
         add_compile_options(-fno-sanitize-recover=undefined)
     endif()
-endif()
-
-if(DEVREDIRECT_COVERAGE)
-    set(DEVREDIRECT_CONSUMER_FLAGS --coverage)
-    add_compile_options(--coverage -fprofile-update=atomic)
-    add_link_options(--coverage)
 endif()

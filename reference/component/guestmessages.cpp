@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t LongHeader = sizeof(usb_redir_header);
 constexpr std::size_t ShortHeader = LongHeader - sizeof(uint32_t); // the id has half its length
 
-constexpr std::size_t LongestWhole = 256; // all but data, and greetings from a distant future
+constexpr std::size_t LongestWhole = 256; // longer than any message but data; a greeting may be longer one day
 
 uint32_t numberAt(const char *bytes)
 {
@@ -47,12 +47,12 @@ GuestMessages::Piece GuestMessages::next(const char *bytes, std::size_t count)
     return piece;
 }
 
-// The other end of the bargain: usbredirhost always offers long ids.
+// Long ids are used when both ends offer them. usbredirhost always does.
 void GuestMessages::greet(const char *message, std::size_t size)
 {
     constexpr std::size_t capabilities = sizeof(usb_redir_hello_header);
     if (m_isGreeted)
-        return; // a second greeting counts for nothing
+        return; // usbredirhost ignores a second greeting, too
     m_isGreeted = size >= capabilities; // a shorter one is no greeting
     m_hasLongIds =
         size >= capabilities + sizeof(uint32_t) && numberAt(message + capabilities) & 1u << usb_redir_cap_64bits_ids;

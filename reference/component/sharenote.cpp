@@ -5,8 +5,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRandomGenerator>
 
-#include <atomic>
 #include <memory>
 
 #include <dirent.h>
@@ -40,10 +40,10 @@ Descriptor openFolder()
     return Descriptor();
 }
 
+// Process numbers come again, and exist twice where one of two processes lives in a container.
 QByteArray newFileName()
 {
-    static std::atomic<int> last{0};
-    return QByteArray::number(getpid()) + '-' + QByteArray::number(++last);
+    return QByteArray::number(QRandomGenerator::system()->generate64(), 36);
 }
 
 QList<QByteArray> filesIn(const Descriptor &folder)
@@ -76,8 +76,7 @@ QString deviceIn(const Descriptor &note)
 
 ShareNote::ShareNote(const QString &deviceId)
     : m_folder(openFolder()), m_fileName(newFileName()),
-      m_file(
-          openat(m_folder.get(), m_fileName.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR))
+      m_file(openat(m_folder.get(), m_fileName.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR))
 {
     const QByteArray text = deviceId.toUtf8();
     const bool isWritten =

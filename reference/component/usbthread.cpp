@@ -51,8 +51,11 @@ void UsbThread::run(std::promise<void> started)
 {
     m_id = std::this_thread::get_id();
     started.set_value();
-    while (runTasks()) {
-        m_afterEachRound();
+    while (true) {
+        const bool goesOn = runTasks();
+        m_afterEachRound(); // the last tasks, too, may leave something to be sent
+        if (!goesOn)
+            return;
         timeval longest{0, 100000};
         if (m_usb)
             libusb_handle_events_timeout_completed(m_usb, &longest, nullptr);

@@ -69,7 +69,8 @@ void Host::releaseComponent()
     if (!m_redirect)
         return;
     m_redirect->setQuitFlag(true);
-    m_redirect->realeaseDeviceResource();
+    if (m_redirect->isComponentLoaded())
+        m_redirect->realeaseDeviceResource();
     m_redirect.reset();
 }
 

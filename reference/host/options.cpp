@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int LongestTimeout = 24 * 60 * 60;
+constexpr int LastPort = 65535;
 
 const char *const Purpose =
     "Shares USB devices with a virtual machine over SPICE.\n"
@@ -129,6 +130,9 @@ QString Options::read(const QStringList &arguments, QString &answer)
         return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
     if (isSet("host") != isSet("port") || (isSet("uri") && isSet("host")))
         return QStringLiteral("the virtual machine's place is --uri, or --host and --port together");
+    const int port = value("port").toInt();
+    if (isSet("port") && (port < 1 || port > LastPort))
+        return QStringLiteral("--port needs a number from 1 to %1").arg(LastPort);
 
     address = addressIn(parser);
     vmId = isSet("vm-id") ? value("vm-id") : QStringLiteral("vm");

@@ -35,12 +35,17 @@ void Host::shareEnded(const QString &deviceId, bool success)
 
 void Host::unshareEnded(const QString &deviceId, bool success)
 {
-    m_shared.remove(deviceId);
-    if (success)
+    if (success) {
+        m_shared.remove(deviceId);
         m_output.tell(Event::Unshared, QStringLiteral("unshared: ") + deviceId,
                       {{QStringLiteral("deviceId"), deviceId}});
-    else
-        requestFailed(QStringLiteral("not unshared: %1: it was not shared").arg(deviceId), deviceId);
+    } else {
+        requestFailed(QStringLiteral("not unshared: %1: %2")
+                          .arg(deviceId,
+                               m_shared.contains(deviceId) ? QStringLiteral("the component refused")
+                                                           : QStringLiteral("it was not shared")),
+                      deviceId);
+    }
     m_pending.remove(deviceId);
     finishedPart();
 }
@@ -72,12 +77,10 @@ void Host::componentReported(RedirEvent event, const QByteArray &text)
     }
 
     // The outcome of a "usbrdr" share is this event; of any other class the library tells it by a signal.
-    const ExterDeviceInfo device = m_redirect->getDeviceInfo(deviceId);
-    const bool isOutcome = device.rdrName == USBRDR && m_pending.contains(deviceId);
-    if (event == RedirEventShared && isOutcome)
-        shareEnded(deviceId, true);
-    else if (event == RedirEventShareFailed && isOutcome)
-        shareEnded(deviceId, false);
+    const bool isOutcome = (event == RedirEventShared || event == RedirEventShareFailed) && m_pending.contains(deviceId)
+        && m_redirect->getDeviceInfo(deviceId).rdrName == USBRDR;
+    if (isOutcome)
+        shareEnded(deviceId, event == RedirEventShared);
     else if (event == RedirEventUnshared && m_shared.remove(deviceId) && !m_pending.contains(deviceId))
         m_output.tell(Event::Unshared, QStringLiteral("unshared: ") + deviceId, details);
 

@@ -4,6 +4,8 @@
 
 #include "host.h"
 
+#include <QCoreApplication>
+
 #include <spice-client.h> // a connection to a signal needs its arguments' types
 
 namespace {
@@ -75,8 +77,9 @@ bool Host::loadComponent()
     Q_EMIT m_redirect->loadDevRedirComponentByThread(m_options.vmId);
     if (!m_redirect->isComponentStarted()) {
         m_output.tell(Event::Error,
-                      QStringLiteral("the component does not start: its config.json is missing or cannot be read; "
-                                     "the log above has the reason"));
+                      QStringLiteral("the component does not start: is %1/Device Redirect/config.json there, and can "
+                                     "it be read? The log above has the reason")
+                          .arg(QCoreApplication::applicationDirPath()));
         leave(ExitCode::NoComponent);
         return false;
     }
