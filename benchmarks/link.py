@@ -89,6 +89,9 @@ class Machine:
 
     def __init__(self, options, stick, sectors):
         self.directory = options.directory
+        for left in ("spice.sock", "serial.txt"):  # of the machine before
+            if os.path.exists(os.path.join(self.directory, left)):
+                os.remove(os.path.join(self.directory, left))
         usbworld = os.path.join(options.build, "tests/usbworld/usbworld")
         host = os.path.join(options.build, "reference/bin/devredir-host")
         self.children = [subprocess.Popen(["tests/usbworld/guest/qemu-guest.sh", self.directory, self.directory],
