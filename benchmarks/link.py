@@ -27,7 +27,7 @@ STICKS = {
 TRIPS_OF_A_COMMAND = 3  # command, data, status
 GOAL = 0.9  # of the bound with the machine's own time, from
 GOAL_FROM = 5  # milliseconds on
-RUNS = 3  # of eight commands each, for a figure
+RUNS = 4  # of four commands each, for a figure
 SECTOR = 512
 MIB = 1024 * 1024
 
