@@ -13,18 +13,25 @@ for directory in "$@"; do
     flags+=(-isystem "$directory")
 done
 
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+# compile OPTION...: standard input, without leaving anything.
+compile() { "$cxx" "${flags[@]}" -fsyntax-only -x c++ "$@" -; }
+
 alone() {
-    local status=0 header before
+    local status=0 header
+    echo '#include <QtTest>' >"$scratch/before.h"
+    "$cxx" "${flags[@]}" -x c++-header "$scratch/before.h" -o "$scratch/before.h.gch"
     for header in $headers; do
-        for before in '' '#include <QtTest>'; do
-            printf '%s\n#include "%s"\n' "$before" "$header" | "$cxx" "${flags[@]}" -fsyntax-only -x c++ - ||
-                { echo "FAILED: $header ${before:+after }$before"; status=1; }
-        done
+        echo "#include \"$header\"" | compile || { echo "FAILED: $header alone"; status=1; }
+        echo "#include \"$header\"" | compile -Winvalid-pch -include "$scratch/before.h" ||
+            { echo "FAILED: $header after <QtTest>"; status=1; }
     done
     # A lambda is connected without the SPICE library's headers.
     printf '#include "interface/devredirectinterface.h"\nvoid f(DevRedirectInterface *i) { %s }\n' \
         'QObject::connect(i, &DevRedirectInterface::checkRedirChannelByThread, i, [](auto, auto, auto) {});' |
-        "$cxx" "${flags[@]}" -fsyntax-only -x c++ - || status=1
+        compile || status=1
     return $status
 }
 
@@ -34,8 +41,6 @@ symbols() {
 }
 
 nothing() {
-    scratch=$(mktemp -d)
-    trap 'rm -rf "$scratch"' EXIT
     { for header in $headers; do echo "#include \"$header\""; done; } >"$scratch/all"
     echo '#include <QObject>
 #include <spice-client.h>
