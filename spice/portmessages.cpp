@@ -136,7 +136,9 @@ private:
         g_autoptr(GObject) channel = static_cast<GObject *>(g_weak_ref_get(&outbox.m_channel));
         if (!channel)
             outbox.drop("the channel is gone");
-        for (Message &message : outbox.nextBatch(channel)) {
+        Messages &batch = outbox.nextBatch(channel);
+        for (auto next = batch.begin(); next != batch.end();) {
+            Message &message = *next++; // which leaves the batch if it is written at once
             spice_port_channel_write_async(SPICE_PORT_CHANNEL(channel), message.bytes.data(), message.bytes.size(),
                                            nullptr, &Outbox::onWritten, &message);
         }

@@ -26,9 +26,8 @@ void DevRedirectWorker::notifyUsbInfo(const QString &strUsbInfos)
                    "strDeviceAttach: ", fields[2], "iFileDescrible: ", fileDescriptor);
         const QString command = structUsbInfoCommand(fields[0], fields[1], fields[2], fileDescriptor);
         Log::trace(QtInfoMsg, __func__, " DevRedirectWorker:strUsbInfoCommand: ", command);
-        const bool success = excuteNotifyUsbInfoCmd(command);
-        Log::module(QtInfoMsg, __func__,
-                    success ? " excute notify usb info success." : "excute notify usb info failed!");
+        const bool ok = excuteNotifyUsbInfoCmd(command);
+        Log::module(QtInfoMsg, __func__, ok ? " excute notify usb info success." : "excute notify usb info failed!");
     }
 
     Log::module(QtInfoMsg, __func__, "dlx before get device list for devredirectworker!");
