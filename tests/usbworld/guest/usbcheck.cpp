@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <dirent.h>
@@ -46,6 +47,17 @@ struct Counts
     unsigned good = 0, damaged = 0, wrong = 0, missing = 0;
 };
 
+// A camera stays in use for as long as one of its buffers is mapped.
+struct Buffers
+{
+    ~Buffers()
+    {
+        for (const auto &[bytes, size] : maps)
+            munmap(bytes, size);
+    }
+    std::vector<std::pair<void *, std::size_t>> maps;
+};
+
 std::uint32_t numberAt(const std::uint8_t *bytes)
 {
     std::uint32_t number = 0;
@@ -73,30 +85,29 @@ bool setFormat(int fd, const Run &run)
     return ioctl(fd, VIDIOC_S_FMT, &format) == 0 && format.fmt.pix.width == run.width;
 }
 
-std::vector<std::uint8_t *> mapBuffers(int fd)
+bool mapBuffers(int fd, Buffers &buffers)
 {
     v4l2_requestbuffers request{};
     request.count = 4;
     request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     request.memory = V4L2_MEMORY_MMAP;
-    std::vector<std::uint8_t *> maps;
     if (ioctl(fd, VIDIOC_REQBUFS, &request) != 0)
-        return maps;
+        return false;
     for (unsigned i = 0; i < request.count; ++i) {
         v4l2_buffer buffer{};
         buffer.index = i;
         buffer.type = request.type;
         buffer.memory = request.memory;
         if (ioctl(fd, VIDIOC_QUERYBUF, &buffer) != 0 || ioctl(fd, VIDIOC_QBUF, &buffer) != 0)
-            return {};
+            return false;
         void *map = mmap(nullptr, buffer.length, PROT_READ, MAP_SHARED, fd, buffer.m.offset);
-        maps.push_back(static_cast<std::uint8_t *>(map));
+        buffers.maps.emplace_back(map, buffer.length);
     }
-    return maps;
+    return true;
 }
 
 // False once the camera gives nothing any more.
-bool takeFrame(int fd, const std::vector<std::uint8_t *> &maps, Counts &counts)
+bool takeFrame(int fd, const Buffers &buffers, Counts &counts)
 {
     static std::uint32_t last = 0;
     v4l2_buffer buffer{};
@@ -104,7 +115,8 @@ bool takeFrame(int fd, const std::vector<std::uint8_t *> &maps, Counts &counts)
     buffer.memory = V4L2_MEMORY_MMAP;
     if (!waitFor(fd, 3000) || ioctl(fd, VIDIOC_DQBUF, &buffer) != 0)
         return false;
-    const std::uint32_t number = checked(maps[buffer.index], buffer.bytesused);
+    const std::uint32_t number =
+        checked(static_cast<const std::uint8_t *>(buffers.maps[buffer.index].first), buffer.bytesused);
     if (buffer.flags & V4L2_BUF_FLAG_ERROR) {
         ++counts.damaged;
     } else if (number == 0) {
@@ -121,12 +133,12 @@ bool takeFrame(int fd, const std::vector<std::uint8_t *> &maps, Counts &counts)
 // True if the frames came, false if the stream has to be started again.
 bool stream(int fd, const Run &run, Counts &counts)
 {
-    const std::vector<std::uint8_t *> maps = mapBuffers(fd);
+    Buffers buffers;
     int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    if (maps.empty() || ioctl(fd, VIDIOC_STREAMON, &type) != 0)
+    if (!mapBuffers(fd, buffers) || ioctl(fd, VIDIOC_STREAMON, &type) != 0)
         return fail("the start of the stream") == 0;
     while (run.frames == 0 || counts.good < run.frames) {
-        if (!takeFrame(fd, maps, counts))
+        if (!takeFrame(fd, buffers, counts))
             return false;
         if (run.frames == 0 && counts.good % 10 == 1)
             std::printf("GUEST FRAMES %u wrong %u\n", counts.good, counts.wrong);
