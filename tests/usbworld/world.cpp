@@ -313,7 +313,7 @@ void World::addRecord(const DeviceRecord &record)
         m_log.line(record.path + ' ' + m_failure);
     }
     if (!videoNode(record).empty())
-        linkNode(videoNode(record), "/dev/null");
+        FileDescriptor(open((m_root + "/dev/" + videoNode(record)).c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
     // /sys/block lists whole disks; the test bed would list partitions too.
     if (record.isPartition())
         unlink((m_root + "/sys/block/" + record.node).c_str());

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "gates.h"
+
+#include "sharenote.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+QString userName()
+{
+    passwd user{};
+    passwd *found = nullptr;
+    char texts[4096];
+    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
+    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
+}
+
+QString helpfulRule(const UsbDevice &device)
+{
+    return QStringLiteral("SUBSYSTEM==\"usb\", ATTR{idVendor}==\"%1\", ATTR{idProduct}==\"%2\", TAG+=\"uaccess\"")
+        .arg(device.vendorId, device.productId);
+}
+
+struct File
+{
+    dev_t device;
+    ino_t number;
+};
+
+QList<File> filesOf(const UsbDevice &device)
+{
+    QList<File> files;
+    for (const QString &node : device.nodes()) {
+        struct stat status
+        {
+        };
+        if (stat(QFile::encodeName(node).constData(), &status) == 0)
+            files.append({status.st_dev, status.st_ino});
+    }
+    return files;
+}
+
+bool hasOpen(const QString &process, const QList<File> &files)
+{
+    const QString folder = QStringLiteral("/proc/") + process + QStringLiteral("/fd/");
+    const QStringList open = QDir(folder).entryList(QDir::Files | QDir::System);
+    return std::any_of(open.begin(), open.end(), [&](const QString &number) {
+        struct stat status
+        {
+        };
+        return stat(QFile::encodeName(folder + number).constData(), &status) == 0
+            && std::any_of(files.begin(), files.end(), [&status](const File &file) {
+                   return file.device == status.st_dev && file.number == status.st_ino;
+               });
+    });
+}
+
+} // namespace
+
+Outcome noPermission(const UsbDevice &device)
+{
+    return {Refusal::NoPermission,
+            QStringLiteral("user %1 may not open %2; this udev rule helps: %3")
+                .arg(userName(), device.node, helpfulRule(device))};
+}
+
+Gate permissionGate(const UsbDevice &device)
+{
+    Gate gate{QStringLiteral("permission"), {}, QStringLiteral("a udev rule: ") + helpfulRule(device)};
+    if (!Descriptor(open(QFile::encodeName(device.node).constData(), O_RDWR | O_CLOEXEC)))
+        gate.outcome = noPermission(device);
+    return gate;
+}
+
+Gate mountGate(const UsbDevice &device)
+{
+    const QString point = device.mountPoint();
+    Gate gate{QStringLiteral("not mounted"), {}, QStringLiteral("umount ") + point};
+    if (!point.isEmpty()) {
+        gate.outcome = {Refusal::Mounted, QStringLiteral("mounted at ") + point + QStringLiteral("; unmount it first")};
+    }
+    return gate;
+}
+
+Gate useGate(const UsbDevice &device)
+{
+    Gate gate{QStringLiteral("not in use"), {}, QStringLiteral("end that program, or have it close the device")};
+    const QList<File> files = filesOf(device);
+    const QStringList processes = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
+    for (const QString &process : processes) {
+        if (process == QString::number(getpid()) || !hasOpen(process, files))
+            continue;
+        QFile name(QStringLiteral("/proc/") + process + QStringLiteral("/comm"));
+        name.open(QIODevice::ReadOnly);
+        gate.outcome = {Refusal::UsbError,
+                        QStringLiteral("process %1 (%2) has it open")
+                            .arg(process, QString::fromLocal8Bit(name.readAll().trimmed()))};
+    }
+    return gate;
+}
