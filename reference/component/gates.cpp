@@ -95,15 +95,17 @@ Gate useGate(const UsbDevice &device)
 {
     Gate gate{QStringLiteral("not in use"), {}, QStringLiteral("end that program, or have it close the device")};
     const QList<File> files = filesOf(device);
+    QStringList users;
     const QStringList processes = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
     for (const QString &process : processes) {
         if (process == QString::number(getpid()) || !hasOpen(process, files))
             continue;
         QFile name(QStringLiteral("/proc/") + process + QStringLiteral("/comm"));
         name.open(QIODevice::ReadOnly);
-        gate.outcome = {Refusal::UsbError,
-                        QStringLiteral("process %1 (%2) has it open")
-                            .arg(process, QString::fromLocal8Bit(name.readAll().trimmed()))};
+        users.append(process + QStringLiteral(" (") + QString::fromLocal8Bit(name.readAll().trimmed())
+                     + QLatin1Char(')'));
     }
+    if (!users.isEmpty())
+        gate.outcome = {Refusal::UsbError, QStringLiteral("opened by process ") + users.join(QStringLiteral(", "))};
     return gate;
 }

@@ -115,7 +115,7 @@ void Redirector::receive(quintptr channel, std::string bytes)
                            failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
             break;
         case UsbChannel::Read::DeviceLost:
-            keepChannel(channel, *found);
+            keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
             release(*found);
             break;
         case UsbChannel::Read::Broken:
@@ -168,7 +168,8 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
 {
     if (isShared(device.id()))
         return failure(Refusal::AlreadyShared, QStringLiteral("already shared"));
-    UsbChannel *channel = freeChannel(device.portPath);
+    const quintptr number = freeChannel(device.portPath);
+    UsbChannel *const channel = find(number);
     if (!channel)
         return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
     libusb_device_handle *handle = nullptr;
@@ -179,27 +180,28 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
     if (!channel->connectDevice(device.id(), handle, outcome.text)) {
         outcome.code = Refusal::UsbError;
         m_notes.erase(device.id());
+        keepChannel(number, device.portPath, false);
     }
     return outcome;
 }
 
-// The one that is kept for this port, or any that is kept for none.
-UsbChannel *Redirector::freeChannel(const QString &portPath)
+// The one that is kept for this port, or any that is kept for none; 0 if there is none.
+quintptr Redirector::freeChannel(const QString &portPath) const
 {
     const auto kept = m_kept.constFind(portPath);
-    UsbChannel *found = nullptr;
-    for (auto &[number, channel] : m_channels) {
+    quintptr found = 0;
+    for (const auto &[number, channel] : m_channels) {
         if (!channel->isOpen() || !channel->deviceId().isEmpty() || isKept(number, portPath))
             continue;
-        if (!found || (kept != m_kept.constEnd() && kept->channel == number))
-            found = channel.get();
+        if (found == 0 || (kept != m_kept.constEnd() && kept->channel == number))
+            found = number;
     }
     return found;
 }
 
 bool Redirector::hasFreeChannel()
 {
-    return m_usb.call(false, [this] { return freeChannel() != nullptr; });
+    return m_usb.call(false, [this] { return freeChannel() != 0; });
 }
 
 UsbChannel *Redirector::channelOf(const QString &deviceId)
@@ -253,7 +255,7 @@ Outcome Redirector::unshare(const QString &deviceId)
 {
     const Outcome notShared = failure(Refusal::NotShared, QStringLiteral("not shared"));
     return m_usb.call(notShared, [&] {
-        m_kept.remove(m_idByPortPath.key(deviceId));
+        m_kept.remove(DeviceIdentity::portPathIn(deviceId));
         UsbChannel *channel = channelOf(deviceId);
         if (!channel)
             return notShared;

@@ -69,13 +69,13 @@ public:
 
 private:
     UsbChannel *find(quintptr channel);
-    UsbChannel *freeChannel(const QString &portPath = QString());
+    quintptr freeChannel(const QString &portPath = QString()) const;
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome connectDevice(const UsbDevice &device);
     void giveBackLeftBehind();
     void attachDrivers(const UsbDevice &device);
     void release(UsbChannel &channel, const Outcome &reason = {});
-    void keepChannel(quintptr channel, const UsbChannel &of);
+    void keepChannel(quintptr channel, const QString &portPath, bool hasLeft);
     bool isKept(quintptr channel, const QString &exceptFor) const;
     void shareAgain(const UsbDevice &device);
     UsbChannel *channelOf(const QString &deviceId);
@@ -103,6 +103,7 @@ private:
     {
         quintptr channel;
         QElapsedTimer since;
+        bool hasLeft; ///< the device; what could not be shared may yet leave, and be another one then
     };
     QHash<QString, KeptChannel> m_kept; ///< for what comes back, by port path
     QSet<QString> m_cameBack; ///< shared by themselves, and nobody has asked for it yet

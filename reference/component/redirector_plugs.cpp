@@ -63,13 +63,16 @@ void Redirector::watchArrivals()
 void Redirector::deviceLeft(const QString &portPath)
 {
     m_arriving.remove(portPath);
+    const auto kept = m_kept.find(portPath);
+    if (kept != m_kept.end())
+        kept->hasLeft = true;
     const QString deviceId = m_idByPortPath.take(portPath);
     if (deviceId.isEmpty())
         return; // a hub, or gone before it was complete
     for (auto &[number, channel] : m_channels) {
         if (channel->deviceId() != deviceId)
             continue;
-        keepChannel(number, *channel);
+        keepChannel(number, portPath, true);
         release(*channel);
     }
     noteFailure(deviceId, {}); // no list will show it any more
@@ -78,21 +81,19 @@ void Redirector::deviceLeft(const QString &portPath)
 
 // --- what comes back at the same port: a device that was pulled by mistake, or one that has got other numbers ---
 
-// For what comes back at the port of its device.
-void Redirector::keepChannel(quintptr channel, const UsbChannel &of)
+void Redirector::keepChannel(quintptr channel, const QString &portPath, bool hasLeft)
 {
-    const QString portPath = m_idByPortPath.key(of.deviceId());
-    if (portPath.isEmpty())
-        return;
     KeptChannel &kept = m_kept[portPath];
     kept.channel = channel;
+    kept.hasLeft = hasLeft;
     kept.since.start();
 }
 
 bool Redirector::isKept(quintptr channel, const QString &exceptFor) const
 {
     for (auto kept = m_kept.begin(); kept != m_kept.end(); ++kept) {
-        if (kept->channel == channel && kept.key() != exceptFor && !kept->since.hasExpired(KeepChannelMilliseconds))
+        if (kept->channel == channel && kept->hasLeft && kept.key() != exceptFor
+            && !kept->since.hasExpired(KeepChannelMilliseconds))
             return true;
     }
     return false;
@@ -101,7 +102,7 @@ bool Redirector::isKept(quintptr channel, const QString &exceptFor) const
 void Redirector::shareAgain(const UsbDevice &device)
 {
     const auto kept = m_kept.find(device.portPath);
-    if (kept == m_kept.end() || isShared(device.id()))
+    if (kept == m_kept.end() || !kept->hasLeft || isShared(device.id()))
         return;
     const UsbChannel *channel = find(kept->channel);
     const bool isInTime = channel && channel->isOpen() && !kept->since.hasExpired(KeepChannelMilliseconds);
