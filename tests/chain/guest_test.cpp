@@ -20,21 +20,21 @@ QString text(const char *latin1)
     return QString::fromLatin1(latin1);
 }
 
-QProcessEnvironment environment(const char *kinds, const char *check)
+QProcessEnvironment environment(const char *kinds, const char *check, const QString &textToWrite)
 {
     QProcessEnvironment environment;
     environment.insert(QStringLiteral("GUEST_KINDS"), text(kinds));
     environment.insert(QStringLiteral("GUEST_CHECK"), text(check));
-    environment.insert(QStringLiteral("GUEST_TEXT"), QStringLiteral("hello from the guest"));
+    environment.insert(QStringLiteral("GUEST_TEXT"), textToWrite);
     return environment;
 }
 
 class Guest : public ::testing::Test
 {
 protected:
-    void start(const char *kinds, const char *check, const QStringList &worldOptions, int ports = 1)
+    void start(const char *kinds, const char *check, const QStringList &worldOptions)
     {
-        chain.startGuest(environment(kinds, check), ports);
+        chain.startGuest(environment(kinds, check, textToWrite));
         chain.startHost(sticks, worldOptions);
         ASSERT_FALSE(chain.next(QStringLiteral("GUEST WAITS")).isEmpty()) << chain.printed().constData();
     }
@@ -72,28 +72,72 @@ protected:
             std::printf("--- what the guest printed ---\n%s\n", chain.printed().constData());
     }
 
+    void makeStick(const char *port, const char *options, const char *type = "ext2")
+    {
+        Chain::run(QStringLiteral("mkimage.sh"),
+                   {chain.path(text(port)), QStringLiteral("hello from ") + text(port), text(type)});
+        sticks.append({text(port), QString(), 0, text(options)});
+    }
+
+    QByteArray fileOf(const char *port, const QString &name)
+    {
+        return Chain::run(QStringLiteral("readimage.sh"), {chain.path(text(port)), name});
+    }
+
     Chain chain;
     QList<Chain::Stick> sticks;
+    QString textToWrite = QStringLiteral("hello from the guest");
 };
 
 } // namespace
 
-TEST_F(Guest, mounts_the_redirected_stick_and_what_it_writes_stays_on_it)
+TEST_F(Guest, mounts_every_kind_of_stick_and_what_it_writes_stays_on_it)
 {
-    const QString image = chain.path(QStringLiteral("1-1"));
-    Chain::run(QStringLiteral("mkimage.sh"), {image, QStringLiteral("hello from the stick")});
-    sticks = {{QStringLiteral("1-1"), QString(), 0, {}}};
+    makeStick("1-1", "");
+    makeStick("1-2", ",with-serial");
+    makeStick("1-3", ",superspeed,becomes-vid=1209,becomes-pid=0033");
+    makeStick("1-4", ",card-reader");
+    start("disk serial", "serial 16384", {QStringLiteral("--disks-follow-driver")});
+
+    for (const char *port : {"1-1", "1-2", "1-3", "1-4"}) {
+        const QString id = text(port) + QLatin1Char(':') + QString(text(port)).remove(QLatin1Char('-'));
+        chain.ask(QStringLiteral("share ") + id);
+        if (id.startsWith(QStringLiteral("1-4"))) {
+            EXPECT_TRUE(chain.getsDriver(text(port), QStringLiteral("usbfs")));
+            EXPECT_EQ(chain.world(QStringLiteral("tell 1-4 insert")), "ok");
+        }
+        EXPECT_TRUE(says((std::string("GUEST READ hello from ") + port).c_str()));
+        EXPECT_TRUE(says("GUEST DONE"));
+        if (id.startsWith(QStringLiteral("1-2"))) {
+            EXPECT_TRUE(chain.prints(QStringLiteral("GUEST SERIAL 16384 bytes came back")));
+        } else if (id.startsWith(QStringLiteral("1-3"))) {
+            EXPECT_EQ(chain.listed(id).value(QLatin1String("productId")).toString(), QStringLiteral("0033"));
+        }
+        chain.ask(QStringLiteral("unshare ") + id);
+        EXPECT_TRUE(says("GUEST GONE"));
+        EXPECT_TRUE(chain.getsDriver(text(port), QStringLiteral("usb-storage")));
+        EXPECT_EQ(fileOf(port, QStringLiteral("from-guest.txt")).trimmed(), "hello from the guest") << port;
+    }
+}
+
+TEST_F(Guest, finds_what_it_has_synced_on_a_stick_that_was_pulled)
+{
+    textToWrite = QString::fromLatin1("");
+    makeStick("1-1", "", "ext4");
     start("disk", "", {QStringLiteral("--disks-follow-driver")});
-
     share(QStringLiteral("1-1:11"));
-    EXPECT_TRUE(says("GUEST READ hello from the stick"));
-    EXPECT_TRUE(says("GUEST DONE"));
-    chain.ask(QStringLiteral("unshare 1-1:11"));
+    ASSERT_TRUE(says("GUEST SYNCED 20\r"));
+    EXPECT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
     EXPECT_TRUE(says("GUEST GONE"));
-    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
 
-    EXPECT_EQ(Chain::run(QStringLiteral("readimage.sh"), {image, QStringLiteral("from-guest.txt")}).trimmed(),
-              "hello from the guest");
+    const int synced = chain.printed().count("GUEST SYNCED");
+    EXPECT_GE(synced, 20);
+    for (int file = 1; file <= synced; ++file) {
+        QByteArray content;
+        for (int line = file; line <= file + 300; ++line)
+            content += QByteArray::number(line) + '\n';
+        EXPECT_EQ(fileOf("1-1", QString::number(file)), content) << file << " of " << synced;
+    }
 }
 
 TEST_F(Guest, takes_pictures_from_a_camera_that_is_unshared_in_mid_stream_and_while_the_machine_was_paused)

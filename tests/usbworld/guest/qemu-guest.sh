@@ -3,14 +3,14 @@
 # usage: qemu-guest.sh DIR OUTDIR [PORTS]
 # Becomes a virtual machine that runs the guest which mkguest.sh made in OUTDIR; DIR as for qemu-bios.sh.
 # GUEST_KINDS are the devices that it has drivers for (disk, camera, serial, keyboard), GUEST_CHECK what usbcheck does
-# with one that is no disk. GUEST_TEXT is what it writes to a stick, GUEST_WAIT how many seconds it waits for one,
+# with one that is no disk. GUEST_TEXT is what it writes to a stick (empty: small files without end), GUEST_WAIT how many seconds it waits for one,
 # GUEST_POWEROFF=1 ends it after the first.
 set -u
 [ $# -ge 2 ] || { sed -n '3,7s/^# //p' "$0" >&2; exit 2; }
 guest=$(cd "$2" && pwd) || exit 1
 append="console=ttyS0 quiet panic=-1 guest_wait=${GUEST_WAIT:-120} poweroff=${GUEST_POWEROFF:-0}"
 append="$append guest_kinds=\"${GUEST_KINDS:-disk}\" guest_check=\"${GUEST_CHECK:-}\""
-append="$append guest_text=\"${GUEST_TEXT:-written by the guest}\""
+append="$append guest_text=\"${GUEST_TEXT-written by the guest}\""
 here=$(dirname "$0")
 set -- "$1" "${3:-1}"
 . "$here/../qemu-ports.sh"
