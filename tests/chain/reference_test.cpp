@@ -22,6 +22,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstring>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -82,9 +83,9 @@ QByteArray world(const QByteArray &command)
     return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + '\n', "\n");
 }
 
-bool getsDriver(const QByteArray &name, const QByteArray &port = "1-1")
+bool getsDriver(const QByteArray &name, const QByteArray &port = "1-1", int milliseconds = 20000)
 {
-    return waitFor([&] { return world("driver " + port) == "ok " + name + "\n"; });
+    return waitFor([&] { return world("driver " + port) == "ok " + name + "\n"; }, milliseconds);
 }
 
 class Reference : public ::testing::Test
@@ -538,4 +539,145 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     EXPECT_FALSE(names(QStringLiteral("sleep")));
+}
+
+// --- what can go wrong, with each kind of device ---
+
+namespace {
+
+constexpr int LongestFault = 5000; // milliseconds until the device is where it belongs
+
+std::string readRequest(uint8_t endpoint)
+{
+    return message(usb_redir_bulk_packet, usb_redir_bulk_packet_header{endpoint, 0, 512, 0, 0});
+}
+
+std::string interruptRequest(uint8_t endpoint)
+{
+    return message(usb_redir_start_interrupt_receiving, usb_redir_start_interrupt_receiving_header{endpoint});
+}
+
+struct Kind
+{
+    const char *name, *port, *serial, *driver;
+    std::string requests; ///< what makes its transfers go on without end, or wait for it
+    uint8_t endpoint; ///< of one of them
+    bool isIsochronous = false, isInterrupt = false;
+};
+
+const Kind Kinds[] = {
+    {"disk", "1-1", "11", "usb-storage", readRequest(0x81), 0x81},
+    {"camera", "1-2", "CAMERA0001", "uvcvideo",
+     message(usb_redir_set_alt_setting, usb_redir_set_alt_setting_header{1, 3})
+         + message(usb_redir_start_iso_stream, usb_redir_start_iso_stream_header{0x81, 32, 4}),
+     0x81, true, false},
+    {"bulk_camera", "1-6", "CAMERA0002", "uvcvideo", readRequest(0x81) + readRequest(0x81), 0x81},
+    {"serial_adapter", "1-7", "SERIAL0001", "cdc_acm", interruptRequest(0x85) + readRequest(0x83), 0x83},
+    {"keyboard", "1-8", "KEYBOARD0001", "usbhid", interruptRequest(0x81), 0x81, false, true},
+};
+
+class Faults : public Reference, public ::testing::WithParamInterface<Kind>
+{
+protected:
+    void SetUp() override
+    {
+        Reference::SetUp();
+        shareInMidTransfer();
+    }
+
+    void shareInMidTransfer()
+    {
+        ASSERT_TRUE(runShare(id));
+        isInMidTransfer(greeting());
+    }
+
+    void isInMidTransfer(const std::string &before = {})
+    {
+        const QByteArray idle = world("stats " + port);
+        server.port().send(before + GetParam().requests);
+        EXPECT_TRUE(waitFor([&] { return world("stats " + port) != idle; }));
+    }
+
+    bool isBack() { return getsDriver(GetParam().driver, port, LongestFault); }
+
+    // An answer about the endpoint with this status has come since so many bytes.
+    bool answers(uint32_t type, uint8_t status, std::size_t since)
+    {
+        return waitFor([&] {
+            const std::string received = server.port().received();
+            for (std::size_t at = since; at + 18 <= received.size();) {
+                usb_redir_header header{};
+                std::memcpy(&header, received.data() + at, 16);
+                const bool fits = header.type == type && uint8_t(received[at + 16]) == GetParam().endpoint;
+                if (fits && uint8_t(received[at + 17]) == status)
+                    return true;
+                at += 16 + header.length;
+            }
+            return false;
+        });
+    }
+
+    const QByteArray port = GetParam().port;
+    const QString id = QString::fromLatin1(port) + QLatin1Char(':') + QLatin1String(GetParam().serial);
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, Faults, ::testing::ValuesIn(Kinds),
+                         [](const auto &kind) { return std::string(kind.param.name); });
+
+} // namespace
+
+TEST_P(Faults, a_device_unplugged_in_mid_transfer_is_given_up_and_back_when_it_is_plugged_in_again)
+{
+    ASSERT_EQ(world("unplug " + port), "ok\n");
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    EXPECT_TRUE(reported(RedirEventDeviceLeft));
+    world("plug " + port);
+    EXPECT_TRUE(getsDriver("usbfs", port)) << "it has its channel again";
+    isInMidTransfer(header(usb_redir_device_disconnect_ack, 0, true));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_channel_that_closes_in_mid_transfer_gives_the_device_back_and_takes_it_again)
+{
+    server.port().close();
+    EXPECT_TRUE(isBack());
+    server.port().open();
+    shareInMidTransfer();
+    EXPECT_TRUE(getsDriver("usbfs", port));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_machine_that_is_lost_in_mid_transfer_gives_the_device_back)
+{
+    server.dropConnections();
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_machine_that_starts_again_in_mid_transfer_goes_on_with_the_device)
+{
+    isInMidTransfer(header(usb_redir_reset, 0, true));
+    EXPECT_TRUE(getsDriver("usbfs", port));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_device_that_halts_in_mid_transfer_works_again_once_that_is_cleared)
+{
+    if (GetParam().isIsochronous)
+        GTEST_SKIP() << "isochronous endpoints do not halt";
+    const std::size_t before = server.port().received().size();
+    ASSERT_EQ(world("tell " + port + " stall"), "ok\n");
+    if (GetParam().isInterrupt) { // this side clears it by itself
+        ASSERT_EQ(world("tell " + port + " a"), "ok\n");
+        EXPECT_TRUE(answers(usb_redir_interrupt_packet, usb_redir_success, before));
+    } else {
+        EXPECT_TRUE(answers(usb_redir_bulk_packet, usb_redir_stall, before));
+        const usb_redir_control_packet_header clear{0, 1, 2, 0, 0, GetParam().endpoint, 0};
+        isInMidTransfer(message(usb_redir_control_packet, clear));
+    }
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
 }
