@@ -31,6 +31,7 @@ Chain::Chain()
 
 Chain::~Chain()
 {
+    signalVm(SIGCONT);
     for (QProcess *process : {&m_host, &m_vm}) {
         if (process->state() == QProcess::NotRunning)
             continue;
@@ -84,6 +85,12 @@ void Chain::killVm()
 {
     m_vm.kill();
     m_vm.waitForFinished();
+}
+
+void Chain::signalVm(int signal)
+{
+    if (m_vm.processId() > 0)
+        kill(pid_t(m_vm.processId()), signal);
 }
 
 QByteArray Chain::monitor(const QString &command)

@@ -42,6 +42,8 @@ public:
     /// What a script of usbworld/guest prints.
     static QByteArray run(const QString &script, const QStringList &arguments);
     void killVm();
+    /// Its process does nothing any more until it goes on (SIGSTOP, SIGCONT).
+    void signalVm(int signal);
     /// A command for its monitor, such as "device_del usb0"; its answer.
     QByteArray monitor(const QString &command);
     /// Waits until it has printed \a text.

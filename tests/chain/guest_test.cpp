@@ -158,6 +158,7 @@ TEST_F(Guest, takes_pictures_from_a_camera_that_is_unshared_in_mid_stream_and_wh
     ASSERT_TRUE(says("GUEST FRAMES [1-9]\\d+ wrong 0\r"));
 
     const qint64 before = hostKibibytes();
+    const int starts = chain.printed().count("STARTS THE STREAM AGAIN");
     chain.monitor(QStringLiteral("stop"));
     qint64 most = 0;
     waitFor([&] { return (most = qMax(most, hostKibibytes() - before)) > 8192; }, 5000);
@@ -166,7 +167,7 @@ TEST_F(Guest, takes_pictures_from_a_camera_that_is_unshared_in_mid_stream_and_wh
     EXPECT_TRUE(says("GUEST FRAMES \\d+ wrong 0\r")) << "the picture is back";
     EXPECT_TRUE(says("GUEST FRAMES \\d+ wrong 0\r"));
     std::printf("grown by %lld KiB while it was paused; the stream was %s again\n", static_cast<long long>(most),
-                chain.printed().contains("STARTS THE STREAM AGAIN") ? "started" : "not started");
+                chain.printed().count("STARTS THE STREAM AGAIN") > starts ? "started" : "not started");
 }
 
 TEST_F(Guest, takes_every_picture_from_a_camera_with_bulk_transfers)
