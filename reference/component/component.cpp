@@ -291,7 +291,7 @@ Outcome Component::setPolicy(const QJsonObject &command)
     }
     for (const UsbDevice &device : UsbDevice::all()) {
         if (isDenied(device))
-            m_redirector.takeBack(device.id(), policyRefusal());
+            m_redirector.unshare(device.id(), policyRefusal());
     }
     return {};
 }

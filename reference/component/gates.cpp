@@ -7,6 +7,8 @@
 #include <QFile>
 
 #include <algorithm>
+#include <set>
+#include <utility>
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -30,38 +32,23 @@ QString helpfulRule(const UsbDevice &device)
         .arg(device.vendorId, device.productId);
 }
 
-struct File
-{
-    dev_t device;
-    ino_t number;
-};
+using FileId = std::pair<dev_t, ino_t>;
 
-QList<File> filesOf(const UsbDevice &device)
+FileId fileAt(const QString &path)
 {
-    QList<File> files;
-    for (const QString &node : device.nodes()) {
-        struct stat status
-        {
-        };
-        if (stat(QFile::encodeName(node).constData(), &status) == 0)
-            files.append({status.st_dev, status.st_ino});
-    }
-    return files;
+    struct stat status
+    {
+    };
+    stat(QFile::encodeName(path).constData(), &status);
+    return {status.st_dev, status.st_ino};
 }
 
-bool hasOpen(const QString &process, const QList<File> &files)
+bool hasOpen(const QString &process, const std::set<FileId> &files)
 {
     const QString folder = QStringLiteral("/proc/") + process + QStringLiteral("/fd/");
     const QStringList open = QDir(folder).entryList(QDir::Files | QDir::System);
-    return std::any_of(open.begin(), open.end(), [&](const QString &number) {
-        struct stat status
-        {
-        };
-        return stat(QFile::encodeName(folder + number).constData(), &status) == 0
-            && std::any_of(files.begin(), files.end(), [&status](const File &file) {
-                   return file.device == status.st_dev && file.number == status.st_ino;
-               });
-    });
+    return std::any_of(open.begin(), open.end(),
+                       [&](const QString &number) { return files.count(fileAt(folder + number)) > 0; });
 }
 
 } // namespace
@@ -94,7 +81,10 @@ Gate mountGate(const UsbDevice &device)
 Gate useGate(const UsbDevice &device)
 {
     Gate gate{QStringLiteral("not in use"), {}, QStringLiteral("end that program, or have it close the device")};
-    const QList<File> files = filesOf(device);
+    std::set<FileId> files;
+    for (const QString &node : device.nodes())
+        files.insert(fileAt(node));
+    files.erase(FileId()); // of a node that is not there
     QStringList users;
     const QStringList processes = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
     for (const QString &process : processes) {

@@ -251,7 +251,7 @@ Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
     return {};
 }
 
-Outcome Redirector::unshare(const QString &deviceId)
+Outcome Redirector::unshare(const QString &deviceId, const Outcome &reason)
 {
     const Outcome notShared = failure(Refusal::NotShared, QStringLiteral("not shared"));
     return m_usb.call(notShared, [&] {
@@ -259,17 +259,8 @@ Outcome Redirector::unshare(const QString &deviceId)
         UsbChannel *channel = channelOf(deviceId);
         if (!channel)
             return notShared;
-        release(*channel);
+        release(*channel, reason);
         return Outcome();
-    });
-}
-
-void Redirector::takeBack(const QString &deviceId, const Outcome &reason)
-{
-    m_usb.call(0, [&] {
-        if (UsbChannel *channel = channelOf(deviceId))
-            release(*channel, reason);
-        return 0;
     });
 }
 

@@ -51,9 +51,8 @@ public:
     void receive(quintptr channel, std::string bytes);
 
     Outcome share(const UsbDevice &device);
-    Outcome unshare(const QString &deviceId);
-    /// The same, with a reason that is reported and stays with the device.
-    void takeBack(const QString &deviceId, const Outcome &reason);
+    /// \a reason is reported and stays with the device, unless there is none.
+    Outcome unshare(const QString &deviceId, const Outcome &reason = {});
     void unshareAll();
 
     /// Of each shared device.

@@ -20,17 +20,17 @@ struct Layout
     std::size_t endpoint, status, size;
     bool hasRequest; ///< the virtual machine asks for each
 };
+template<typename Header>
+constexpr Layout layout(uint32_t type, bool hasRequest)
+{
+    return {type, offsetof(Header, endpoint), offsetof(Header, status), sizeof(Header), hasRequest};
+}
 constexpr Layout Layouts[] = {
-    {usb_redir_control_packet, offsetof(usb_redir_control_packet_header, endpoint),
-     offsetof(usb_redir_control_packet_header, status), sizeof(usb_redir_control_packet_header), true},
-    {usb_redir_bulk_packet, offsetof(usb_redir_bulk_packet_header, endpoint),
-     offsetof(usb_redir_bulk_packet_header, status), sizeof(usb_redir_bulk_packet_header), true},
-    {usb_redir_buffered_bulk_packet, offsetof(usb_redir_buffered_bulk_packet_header, endpoint),
-     offsetof(usb_redir_buffered_bulk_packet_header, status), sizeof(usb_redir_buffered_bulk_packet_header), false},
-    {usb_redir_iso_packet, offsetof(usb_redir_iso_packet_header, endpoint),
-     offsetof(usb_redir_iso_packet_header, status), sizeof(usb_redir_iso_packet_header), false},
-    {usb_redir_interrupt_packet, offsetof(usb_redir_interrupt_packet_header, endpoint),
-     offsetof(usb_redir_interrupt_packet_header, status), sizeof(usb_redir_interrupt_packet_header), false},
+    layout<usb_redir_control_packet_header>(usb_redir_control_packet, true),
+    layout<usb_redir_bulk_packet_header>(usb_redir_bulk_packet, true),
+    layout<usb_redir_buffered_bulk_packet_header>(usb_redir_buffered_bulk_packet, false),
+    layout<usb_redir_iso_packet_header>(usb_redir_iso_packet, false),
+    layout<usb_redir_interrupt_packet_header>(usb_redir_interrupt_packet, false),
 };
 
 /// The head of a message about data.

@@ -215,7 +215,8 @@ int UsbChannel::send(uint8_t *bytes, int size)
     if (!m_send || m_send(m_spiceChannel, reinterpret_cast<char *>(bytes), size) < 0)
         return -1;
     m_statistics.toGuest(bytes, m_messages);
-    m_sendAge.sent(uint64_t(size), waiting());
+    m_sendAge.sent(uint64_t(size));
+    m_sendAge.age(waiting()); // forgets what has been written
     usbredirhost_free_write_buffer(m_host.get(), bytes);
     return size;
 }

@@ -43,17 +43,11 @@ UsbNode::Data UsbNode::fetchUrb(UMockdevIoctlData *argument, void *head) const
     return Data(umockdev_ioctl_data_resolve(argument, 0, size, nullptr));
 }
 
+// The same in all settings of an interface.
 UsbNode::Clock::duration UsbNode::packetInterval(unsigned endpoint) const
 {
-    for (const UsbInterface &interface : m_identity.interfaces) {
-        for (const std::vector<UsbEndpoint> &endpoints : interface.alternates) {
-            for (const UsbEndpoint &one : endpoints) {
-                if (one.address == endpoint)
-                    return std::chrono::microseconds(125 << (one.interval - 1));
-            }
-        }
-    }
-    return std::chrono::milliseconds(1);
+    const UsbInterface &interface = m_identity.interfaces[std::size_t(m_identity.interfaceOf(endpoint))];
+    return std::chrono::microseconds(125 << (interface.alternates[0][0].interval - 1));
 }
 
 // Packets whose time has passed while no transfer waited for them are lost.

@@ -148,7 +148,6 @@ bool Camera::control(const Setup &setup, const Bytes &data, Bytes &answer)
             start();
         return true;
     case 0xa181: // GET_CUR
-    case 0xa184: // GET_RES
     case 0xa187: // GET_DEF
         answer = probe(m_interval);
         return true;
@@ -157,12 +156,6 @@ bool Camera::control(const Setup &setup, const Bytes &data, Bytes &answer)
         return true;
     case 0xa183: // GET_MAX
         answer = probe(2);
-        return true;
-    case 0xa185: // GET_LEN
-        answer = {34, 0};
-        return true;
-    case 0xa186: // GET_INFO: it can be read and set
-        answer = {3};
         return true;
     default:
         return false;

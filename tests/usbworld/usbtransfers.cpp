@@ -43,6 +43,8 @@ UsbNode::Result UsbNode::submit(Client *client, UMockdevIoctlData *argument)
             return -EFAULT;
     }
     ++m_statistics.urbs;
+    if (urb.packets > 0 && m_identity.interfaces[std::size_t(m_identity.interfaceOf(urb.endpoint))].alternates.empty())
+        return -EINVAL; // it has no isochronous endpoint
     std::deque<Urb> &waiting = m_clients[client].waiting;
     const bool queued =
         std::any_of(waiting.begin(), waiting.end(), [&urb](const Urb &one) { return one.endpoint == urb.endpoint; });
