@@ -85,6 +85,8 @@ Gate useGate(const UsbDevice &device)
     for (const QString &node : device.nodes())
         files.insert(fileAt(node));
     files.erase(FileId()); // of a node that is not there
+    if (files.empty())
+        return gate;
     QStringList users;
     const QStringList processes = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
     for (const QString &process : processes) {

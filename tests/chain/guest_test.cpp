@@ -36,7 +36,8 @@ protected:
     {
         chain.startGuest(environment(kinds, check, textToWrite));
         chain.startHost(sticks, worldOptions);
-        ASSERT_FALSE(chain.next(QStringLiteral("GUEST WAITS")).isEmpty()) << chain.printed().constData();
+        ASSERT_FALSE(chain.next(QStringLiteral("GUEST WAITS"), 2 * Chain::Deadline).isEmpty())
+            << chain.printed().constData();
     }
 
     void share(const QString &deviceId)
