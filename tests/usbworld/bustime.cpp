@@ -56,10 +56,10 @@ void UsbNode::schedule(Urb &urb)
     const Clock::duration interval = packetInterval(urb.endpoint);
     const Clock::time_point now = Clock::now();
     Clock::time_point &next = m_nextPacket.try_emplace(urb.endpoint, now).first->second;
-    for (; now - next > interval; next += interval) {
-        if (urb.endpoint & DirectionIn)
-            functionOfEndpoint(urb.endpoint).in(urb.endpoint, packetsOf(urb.block.get())->length);
-        ++m_statistics.missed;
+    if (const auto missed = now > next ? (now - next) / interval : 0; missed > 0) {
+        functionOfEndpoint(urb.endpoint).skip(urb.endpoint, std::uint64_t(missed));
+        m_statistics.missed += std::uint64_t(missed);
+        next += interval * missed;
     }
     next += interval * int(urb.packets);
     urb.due = next;

@@ -2,6 +2,7 @@
 #include "camera.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 namespace usbworld {
@@ -261,10 +262,13 @@ void Camera::makeFrame()
         return random;
     };
     const std::uint32_t size = picture.format == MotionJpeg ? half + next() % (half - 16) : picture.largest();
-    Bytes content;
-    append32(content, m_number);
-    while (content.size() < size - 4)
-        append32(content, next());
+    Bytes content(size - 4);
+    const auto put = [&content](std::size_t at, std::uint32_t number) {
+        std::memcpy(&content[at], &number, std::min(sizeof number, content.size() - at));
+    };
+    put(0, m_number);
+    for (std::size_t at = 4; at < content.size(); at += 4)
+        put(at, next());
     std::uint32_t sum = 2166136261U;
     for (const std::uint8_t byte : content)
         sum = (sum ^ byte) * 16777619U;
@@ -278,6 +282,12 @@ void Camera::makeFrame()
     if (picture.format == MotionJpeg)
         append(m_frame, {0xff, 0xd9});
     m_sent = 0;
+}
+
+void Camera::skip(unsigned, std::uint64_t packets)
+{
+    m_packets += packets;
+    m_sent = std::size_t(std::min<std::uint64_t>(m_frame.size(), m_sent + packets * (payloadSize() - HeaderSize)));
 }
 
 // One payload: a header and as much of the frame as there is room for. Isochronous packets have a header at least.

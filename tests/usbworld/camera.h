@@ -25,6 +25,7 @@ public:
     bool control(const Setup &setup, const Bytes &data, Bytes &answer) override;
     void setAlternate(unsigned interface, unsigned alternate) override;
     In in(unsigned endpoint, std::size_t room) override;
+    void skip(unsigned endpoint, std::uint64_t packets) override;
     void reset() override { stop(); }
     void clearHalt(unsigned endpoint) override;
 

@@ -51,6 +51,9 @@ public:
     /** Gives at most \a room bytes to the host. */
     virtual In in(unsigned endpoint, std::size_t room) = 0;
 
+    /** So many packets of an isochronous stream are lost, since nobody asked for them in time. */
+    virtual void skip(unsigned /*endpoint*/, std::uint64_t /*packets*/) { }
+
     /** Forgets what was under way, as after a reset of the port. */
     virtual void reset() { }
 
