@@ -68,11 +68,15 @@ int send(void *, char *message, int length)
     return length;
 }
 
+int askedFor = 0; ///< how much waits
+
 class Scene
 {
 public:
-    explicit Scene(FuzzedDataProvider &input) : m_input(input), m_channel(QStringLiteral("org.devredir.usb.0"), send)
+    explicit Scene(FuzzedDataProvider &input)
+        : m_input(input), m_channel(QStringLiteral("org.devredir.usb.0"), send, std::chrono::milliseconds(0))
     {
+        askedFor = 0;
         open();
     }
 
@@ -111,6 +115,7 @@ public:
             post(message());
         }
         m_channel.flush();
+        expect(!m_channel.statistics().toJson().isEmpty(), "it can be told what was transferred");
     }
 
 private:
@@ -255,6 +260,12 @@ private:
 };
 
 } // namespace
+
+// Now and then so much that isochronous data comes too late.
+extern "C" __attribute__((visibility("default"))) std::int64_t devredirectBytesWaiting(const void *)
+{
+    return ++askedFor % 8 < 4 ? 0 : 1 << 20;
+}
 
 int LLVMFuzzerInitialize(int *, char ***)
 {

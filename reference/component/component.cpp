@@ -24,10 +24,22 @@ QJsonArray describeFunctions(const UsbDevice &device)
     return functions;
 }
 
+// USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
+Outcome readOnlyRefusal()
+{
+    return {Refusal::ReadOnly, QStringLiteral("read-only: it would be writable in the virtual machine")};
+}
+
+Outcome policyRefusal()
+{
+    return {Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
+}
+
 } // namespace
 
 Component::Component(SendCallback send, EventCallback notify, Config config)
-    : m_config(std::move(config)), m_redirector(std::move(send), std::move(notify))
+    : m_config(std::move(config)), m_redirector(std::move(send), std::move(notify), m_config,
+                                                [this](const UsbDevice &device) { return mayShare(device); })
 {
 }
 
@@ -59,6 +71,12 @@ Outcome Component::dispatch(const QJsonObject &command, QByteArray &reply)
         return deviceChanged(command);
     if (word == QLatin1String("setpolicy"))
         return setPolicy(command);
+    if (word == QLatin1String("explain"))
+        return explain(command, reply);
+    if (word == QLatin1String("stats")) {
+        reply = QJsonDocument(m_redirector.statistics()).toJson(QJsonDocument::Compact);
+        return {};
+    }
     return {Refusal::UnknownCommand, QStringLiteral("unknown command: ") + word};
 }
 
@@ -67,8 +85,17 @@ Outcome Component::dispatch(const QJsonObject &command, QByteArray &reply)
 QByteArray Component::list()
 {
     QJsonArray devices;
-    for (const UsbDevice &device : UsbDevice::all())
-        devices.append(describe(device));
+    QHash<QString, QString> first; // of devices that cannot be told apart but by their place
+    for (const UsbDevice &device : UsbDevice::all()) {
+        QJsonObject entry = describe(device);
+        const QString numbers = device.vendorId + device.productId + device.serial;
+        if (first.contains(numbers))
+            entry.insert(QStringLiteral("deviceName"),
+                         QStringLiteral("%1 (same as %2)").arg(device.name, first.value(numbers)));
+        else if (!device.serial.isEmpty())
+            first.insert(numbers, device.id());
+        devices.append(entry);
+    }
     for (QJsonObject device : m_config.devices) {
         const QString deviceId = device.value(DeviceId).toString();
         addState(device, deviceId, isDescribedShared(deviceId));
@@ -174,7 +201,7 @@ Outcome Component::share(const QJsonObject &command)
     for (const UsbDevice &device : UsbDevice::all()) {
         if (device.id() != deviceId)
             continue;
-        const Outcome allowed = mayShare(device, command);
+        const Outcome allowed = mayShare(device, command.value(QLatin1String("readOnly")).toBool());
         if (allowed)
             return m_redirector.share(device);
         m_redirector.setFailure(deviceId, allowed);
@@ -187,19 +214,31 @@ Outcome Component::share(const QJsonObject &command)
     return missing;
 }
 
-Outcome Component::mayShare(const UsbDevice &device, const QJsonObject &command)
+bool Component::isDenied(const UsbDevice &device)
 {
-    if (redirectorOf(device) == QLatin1String("camrdr")) {
-        const QMutexLocker lock(&m_mutex);
-        if (!m_cameraPolicy.allow(device.kind().usbClass, device.vendorId, device.productId, true))
-            return {Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
+    if (redirectorOf(device) != QLatin1String("camrdr"))
+        return false;
+    const QMutexLocker lock(&m_mutex);
+    return !m_cameraPolicy.allow(device.kind().usbClass, device.vendorId, device.productId, true);
+}
+
+QList<Gate> Component::rules(const UsbDevice &device, bool keepUnwritten)
+{
+    Gate policy{QStringLiteral("camera policy"), {}, QStringLiteral("another policy, from whoever sets it")};
+    if (isDenied(device))
+        policy.outcome = policyRefusal();
+    Gate writable{QStringLiteral("writable"), {}, QStringLiteral("its switch, or \"readOnly\" in config.json")};
+    if (isReadOnly(device) || keepUnwritten)
+        writable.outcome = readOnlyRefusal();
+    return {policy, writable, mountGate(device)};
+}
+
+Outcome Component::mayShare(const UsbDevice &device, bool keepUnwritten)
+{
+    for (const Gate &gate : rules(device, keepUnwritten)) {
+        if (!gate.outcome)
+            return gate.outcome;
     }
-    // USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
-    if (isReadOnly(device) || command.value(QLatin1String("readOnly")).toBool())
-        return {Refusal::ReadOnly, QStringLiteral("read-only: it would be writable in the virtual machine")};
-    const QString mountPoint = device.mountPoint();
-    if (!mountPoint.isEmpty())
-        return {Refusal::Mounted, QStringLiteral("mounted at ") + mountPoint + QStringLiteral("; unmount it first")};
     return {};
 }
 
@@ -244,9 +283,44 @@ Outcome Component::setPolicy(const QJsonObject &command)
     QStringList rules;
     for (const QJsonValue rule : command.value(QLatin1String("policy")).toArray())
         rules.append(rule.toString());
-    const QMutexLocker lock(&m_mutex);
-    if (m_cameraPolicy.set(rules))
+    {
+        const QMutexLocker lock(&m_mutex);
+        if (!m_cameraPolicy.set(rules))
+            return {Refusal::BadArgument,
+                    QStringLiteral("a rule reads allow[:class]:vendor:product or deny[:class]:vendor:product")};
+    }
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (isDenied(device))
+            m_redirector.unshare(device.id(), policyRefusal());
+    }
+    return {};
+}
+
+// --- why not ---
+
+Outcome Component::explain(const QJsonObject &command, QByteArray &reply)
+{
+    const QString deviceId = command.value(DeviceId).toString();
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (device.id() != deviceId)
+            continue;
+        Gate channel{QStringLiteral("free channel"), {}, QStringLiteral("one more USB port of the virtual machine")};
+        if (!m_redirector.isShared(deviceId) && !m_redirector.hasFreeChannel())
+            channel.outcome = {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
+        QJsonArray gates;
+        for (const Gate &gate :
+             QList<Gate>{permissionGate(device)} + rules(device) + QList<Gate>{channel, useGate(device)}) {
+            QJsonObject entry{{QStringLiteral("gate"), gate.name}, {QStringLiteral("passed"), bool(gate.outcome)}};
+            if (!gate.outcome) {
+                entry.insert(QStringLiteral("code"), gate.outcome.code);
+                entry.insert(QStringLiteral("text"), gate.outcome.text);
+                entry.insert(QStringLiteral("cure"), gate.cure);
+            }
+            gates.append(entry);
+        }
+        reply = QJsonDocument(QJsonArray{QJsonObject{{DeviceId, deviceId}, {QStringLiteral("gates"), gates}}})
+                    .toJson(QJsonDocument::Compact);
         return {};
-    return {Refusal::BadArgument,
-            QStringLiteral("a rule reads allow[:class]:vendor:product or deny[:class]:vendor:product")};
+    }
+    return {Refusal::NoSuchDevice, QStringLiteral("no such device")};
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "config.h"
+#include "gates.h"
 #include "redirector.h"
 #include "reference/rules.h"
 
@@ -33,6 +34,7 @@ private:
     Outcome unshareAll();
     Outcome deviceChanged(const QJsonObject &command);
     Outcome setPolicy(const QJsonObject &command);
+    Outcome explain(const QJsonObject &command, QByteArray &reply);
 
     QJsonObject describe(const UsbDevice &device);
     /// What changes of a device in the list. Its reader takes numbers only as texts.
@@ -40,7 +42,10 @@ private:
     QString redirectorOf(const UsbDevice &device) const;
     bool isReadOnly(const UsbDevice &device) const;
     bool isDescribed(const QString &deviceId) const;
-    Outcome mayShare(const UsbDevice &device, const QJsonObject &command);
+    bool isDenied(const UsbDevice &device);
+    /// The gates that are this component's own rules.
+    QList<Gate> rules(const UsbDevice &device, bool keepUnwritten = false);
+    Outcome mayShare(const UsbDevice &device, bool keepUnwritten = false);
     bool isDescribedShared(const QString &deviceId);
     /// False if that is what it was already.
     bool noteDescribed(const QString &deviceId, bool shared);

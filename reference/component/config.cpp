@@ -43,6 +43,22 @@ bool readRedirectors(const QJsonValue &value, Config &config, QString &error)
     return true;
 }
 
+bool readFamily(const QJsonValue &value, Config &config, QString &error)
+{
+    QStringList rules;
+    for (const QJsonValue rule : value.toArray())
+        rules.append(rule.toString());
+    return (isAllOf(value, QJsonValue::String) && config.family.set(rules))
+        || fail(error, QStringLiteral("\"family\" is not a list of rules"));
+}
+
+bool readAge(const QJsonValue &value, Config &config, QString &error)
+{
+    config.isochronousAge = value.toInt(value.isUndefined() ? config.isochronousAge : 0);
+    return config.isochronousAge > 0
+        || fail(error, QStringLiteral("\"isochronousAge\" is not a number of milliseconds"));
+}
+
 } // namespace
 
 bool Config::read(const QString &path, Config &config, QString &error)
@@ -70,7 +86,9 @@ bool Config::parse(const QByteArray &text, Config &config, QString &error)
         return fail(error, QStringLiteral("\"readOnly\" is not a list of texts"));
     if (!isAllOf(devices, QJsonValue::Object))
         return fail(error, QStringLiteral("\"devices\" is not a list of objects"));
-    if (!readRedirectors(object.value(QLatin1String("redirectors")), config, error))
+    if (!readRedirectors(object.value(QLatin1String("redirectors")), config, error)
+        || !readFamily(object.value(QLatin1String("family")), config, error)
+        || !readAge(object.value(QLatin1String("isochronousAge")), config, error))
         return false;
 
     config.channelPrefix = prefix.toString(config.channelPrefix);

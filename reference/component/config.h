@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "reference/rules.h"
+
 #include <QJsonObject>
 #include <QList>
 #include <QMap>
@@ -22,6 +24,12 @@ struct Config
     QStringList readOnly;
     /// "devices": device objects to be listed besides the machine's own. Sharing one only changes its state.
     QList<QJsonObject> devices;
+
+    /// "isochronousAge": milliseconds after which isochronous data that waits for the virtual machine is dropped.
+    int isochronousAge = 100;
+    /// "family": rules for what comes back at the port of a shared device soon after that has left. It is shared, too,
+    /// unless one denies it.
+    DeviceRules family;
 
     /// Reads the file; false, and \a error says why, if it is not a JSON object or a key has the wrong type.
     static bool read(const QString &path, Config &config, QString &error);

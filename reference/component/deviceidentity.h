@@ -12,6 +12,7 @@ struct DeviceIdentity
     QString serial; ///< may be empty
 
     QString id() const { return serial.isEmpty() ? portPath : portPath + QLatin1Char(':') + serial; }
+    static QString portPathIn(const QString &id) { return id.section(QLatin1Char(':'), 0, 0); }
     QString hub() const; ///< the kernel's name of the hub that it is plugged into
     QString port() const; ///< the number of its port there
 

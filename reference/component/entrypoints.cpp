@@ -120,7 +120,8 @@ EXPORTED int redirCtrl(std::string command, char *buffer, int &length)
     QByteArray reply;
     const Outcome outcome = component->run(QByteArray::fromStdString(command), reply);
     if (!buffer || reply.size() >= length) {
-        // A command's own outcome counts more than that its text does not fit; a list without room is a failure.
+        // A command's own outcome counts more than that its text does not fit; one that asks for data, which is an
+        // array, has failed without it.
         length = 0;
         return outcome && reply.startsWith('[') ? Refusal::BufferTooSmall : outcome.code;
     }

@@ -1,13 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "redirector.h"
 
+#include "gates.h"
 #include "logging.h"
 
 #include <QJsonDocument>
 #include <QMutexLocker>
-
-#include <pwd.h>
-#include <unistd.h>
 
 namespace {
 
@@ -16,27 +14,11 @@ Outcome failure(int code, const QString &text)
     return {code, text};
 }
 
-QString userName()
-{
-    passwd user{};
-    passwd *found = nullptr;
-    char texts[4096];
-    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
-    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
-}
-
-Outcome noPermission(const UsbDevice &device)
-{
-    return failure(Refusal::NoPermission,
-                   QStringLiteral("user %1 may not open %2; this udev rule helps: SUBSYSTEM==\"usb\", "
-                                  "ATTR{idVendor}==\"%3\", ATTR{idProduct}==\"%4\", TAG+=\"uaccess\"")
-                       .arg(userName(), device.node, device.vendorId, device.productId));
-}
-
 } // namespace
 
-Redirector::Redirector(SendCallback send, EventCallback notify)
-    : m_send(std::move(send)), m_notify(std::move(notify)), m_usb([this] {
+Redirector::Redirector(SendCallback send, EventCallback notify, const Config &config, MayShare mayShare)
+    : m_send(std::move(send)), m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)),
+      m_usb([this] {
           for (auto &[number, channel] : m_channels)
               channel->flush();
           watchArrivals();
@@ -77,7 +59,8 @@ quintptr Redirector::addChannel(const QString &name)
                 ++entry;
             }
         }
-        m_channels.emplace(number, std::make_unique<UsbChannel>(name, m_send));
+        m_channels.emplace(
+            number, std::make_unique<UsbChannel>(name, m_send, std::chrono::milliseconds(m_config.isochronousAge)));
     });
     return number;
 }
@@ -132,6 +115,7 @@ void Redirector::receive(quintptr channel, std::string bytes)
                            failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
             break;
         case UsbChannel::Read::DeviceLost:
+            keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
             release(*found);
             break;
         case UsbChannel::Read::Broken:
@@ -159,22 +143,33 @@ Outcome Redirector::share(const UsbDevice &device)
 {
     const Outcome stopped = failure(Refusal::UsbError, QStringLiteral("the component is stopping"));
     return m_usb.call(stopped, [&] {
-        const Outcome outcome = connectDevice(device);
-        setFailure(device.id(), outcome);
-        if (outcome) {
-            m_idByPortPath.insert(device.portPath, device.id()); // it may leave before its arrival is reported
-            noteShared(device.id(), true);
+        if (m_cameBack.remove(device.id())) { // what is asked for has been done
             report(RedirEventShared, {{QStringLiteral("deviceId"), device.id()}});
+            return Outcome();
         }
-        return outcome;
+        return shareNow(device);
     });
+}
+
+Outcome Redirector::shareNow(const UsbDevice &device)
+{
+    const Outcome outcome = connectDevice(device);
+    setFailure(device.id(), outcome);
+    if (outcome) {
+        m_kept.remove(device.portPath);
+        m_idByPortPath.insert(device.portPath, device.id()); // it may leave before its arrival is reported
+        noteShared(device.id(), true);
+        report(RedirEventShared, {{QStringLiteral("deviceId"), device.id()}});
+    }
+    return outcome;
 }
 
 Outcome Redirector::connectDevice(const UsbDevice &device)
 {
     if (isShared(device.id()))
         return failure(Refusal::AlreadyShared, QStringLiteral("already shared"));
-    UsbChannel *channel = freeChannel();
+    const quintptr number = freeChannel(device.portPath);
+    UsbChannel *const channel = find(number);
     if (!channel)
         return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
     libusb_device_handle *handle = nullptr;
@@ -185,17 +180,53 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
     if (!channel->connectDevice(device.id(), handle, outcome.text)) {
         outcome.code = Refusal::UsbError;
         m_notes.erase(device.id());
+        keepChannel(number, device.portPath, false);
     }
     return outcome;
 }
 
-UsbChannel *Redirector::freeChannel()
+// The one that is kept for this port, or any that is kept for none; 0 if there is none.
+quintptr Redirector::freeChannel(const QString &portPath) const
+{
+    const auto kept = m_kept.constFind(portPath);
+    quintptr found = 0;
+    for (const auto &[number, channel] : m_channels) {
+        if (!channel->isOpen() || !channel->deviceId().isEmpty() || isKept(number, portPath))
+            continue;
+        if (found == 0 || (kept != m_kept.constEnd() && kept->channel == number))
+            found = number;
+    }
+    return found;
+}
+
+bool Redirector::hasFreeChannel()
+{
+    return m_usb.call(false, [this] { return freeChannel() != 0; });
+}
+
+UsbChannel *Redirector::channelOf(const QString &deviceId)
 {
     for (auto &[number, channel] : m_channels) {
-        if (channel->isOpen() && channel->deviceId().isEmpty())
+        if (channel->deviceId() == deviceId)
             return channel.get();
     }
     return nullptr;
+}
+
+QJsonArray Redirector::statistics()
+{
+    return m_usb.call(QJsonArray(), [this] {
+        QJsonArray all;
+        for (const auto &[number, channel] : m_channels) {
+            if (channel->deviceId().isEmpty())
+                continue;
+            QJsonObject one = channel->statistics().toJson();
+            one.insert(QStringLiteral("deviceId"), channel->deviceId());
+            one.insert(QStringLiteral("channel"), channel->name());
+            all.append(one);
+        }
+        return all;
+    });
 }
 
 Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
@@ -220,23 +251,23 @@ Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
     return {};
 }
 
-Outcome Redirector::unshare(const QString &deviceId)
+Outcome Redirector::unshare(const QString &deviceId, const Outcome &reason)
 {
     const Outcome notShared = failure(Refusal::NotShared, QStringLiteral("not shared"));
     return m_usb.call(notShared, [&] {
-        for (auto &[number, channel] : m_channels) {
-            if (channel->deviceId() == deviceId) {
-                release(*channel);
-                return Outcome();
-            }
-        }
-        return notShared;
+        m_kept.remove(DeviceIdentity::portPathIn(deviceId));
+        UsbChannel *channel = channelOf(deviceId);
+        if (!channel)
+            return notShared;
+        release(*channel, reason);
+        return Outcome();
     });
 }
 
 void Redirector::unshareAll()
 {
     m_usb.call(0, [this] {
+        m_kept.clear();
         for (auto &[number, channel] : m_channels)
             release(*channel);
         return 0;
@@ -244,15 +275,22 @@ void Redirector::unshareAll()
 }
 
 // The device of a channel goes back to the local system.
-void Redirector::release(UsbChannel &channel)
+void Redirector::release(UsbChannel &channel, const Outcome &reason)
 {
     const QString deviceId = channel.deviceId();
     if (deviceId.isEmpty())
         return;
     channel.disconnectDevice();
     m_notes.erase(deviceId);
+    m_cameBack.remove(deviceId);
     noteShared(deviceId, false);
-    report(RedirEventUnshared, {{QStringLiteral("deviceId"), deviceId}});
+    QJsonObject details{{QStringLiteral("deviceId"), deviceId}};
+    if (!reason) {
+        noteFailure(deviceId, reason);
+        details.insert(QStringLiteral("code"), reason.code);
+        details.insert(QStringLiteral("text"), reason.text);
+    }
+    report(RedirEventUnshared, details);
 }
 
 // A killed process leaves its devices without their local drivers.

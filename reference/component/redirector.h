@@ -2,6 +2,7 @@
 #pragma once
 
 #include "component/redirevents.h"
+#include "config.h"
 #include "outcome.h"
 #include "sharenote.h"
 #include "usbchannel.h"
@@ -10,8 +11,10 @@
 
 #include <QElapsedTimer>
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QMutex>
+#include <QSet>
 
 #include <atomic>
 #include <map>
@@ -26,7 +29,11 @@
 class Redirector
 {
 public:
-    Redirector(SendCallback send, EventCallback notify);
+    /// Whether a device may be shared that comes back by itself. \thread USB
+    using MayShare = std::function<Outcome(const UsbDevice &)>;
+
+    /// \a config is borrowed.
+    Redirector(SendCallback send, EventCallback notify, const Config &config, MayShare mayShare);
     ~Redirector();
     Redirector(const Redirector &) = delete;
     Redirector &operator=(const Redirector &) = delete;
@@ -44,8 +51,13 @@ public:
     void receive(quintptr channel, std::string bytes);
 
     Outcome share(const UsbDevice &device);
-    Outcome unshare(const QString &deviceId);
+    /// \a reason is reported and stays with the device, unless there is none.
+    Outcome unshare(const QString &deviceId, const Outcome &reason = {});
     void unshareAll();
+
+    /// Of each shared device.
+    QJsonArray statistics();
+    bool hasFreeChannel();
 
     bool isShared(const QString &deviceId) const;
     /// What went wrong last with this device; the default if nothing did since it was shared.
@@ -56,12 +68,17 @@ public:
 
 private:
     UsbChannel *find(quintptr channel);
-    UsbChannel *freeChannel();
+    quintptr freeChannel(const QString &portPath = QString()) const;
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome connectDevice(const UsbDevice &device);
     void giveBackLeftBehind();
     void attachDrivers(const UsbDevice &device);
-    void release(UsbChannel &channel);
+    void release(UsbChannel &channel, const Outcome &reason = {});
+    void keepChannel(quintptr channel, const QString &portPath, bool hasLeft);
+    bool isKept(quintptr channel, const QString &exceptFor) const;
+    void shareAgain(const UsbDevice &device);
+    UsbChannel *channelOf(const QString &deviceId);
+    Outcome shareNow(const UsbDevice &device);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
     void noteFailure(const QString &deviceId, const Outcome &outcome);
@@ -73,12 +90,22 @@ private:
 
     const SendCallback m_send;
     const EventCallback m_notify;
+    const Config &m_config;
+    const MayShare m_mayShare;
 
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
     std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
+    struct KeptChannel
+    {
+        quintptr channel;
+        QElapsedTimer since;
+        bool hasLeft; ///< the device; what could not be shared may yet leave, and be another one then
+    };
+    QHash<QString, KeptChannel> m_kept; ///< for what comes back, by port path
+    QSet<QString> m_cameBack; ///< shared by themselves, and nobody has asked for it yet
     libusb_hotplug_callback_handle m_plugWatch = 0;
     bool m_stopping = false;
 

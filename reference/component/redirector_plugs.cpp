@@ -7,6 +7,7 @@
 #include <QMutexLocker>
 
 static constexpr int LongestArrivalMilliseconds = 3000;
+static constexpr int KeepChannelMilliseconds = 10000;
 
 void Redirector::watchPlugs()
 {
@@ -53,6 +54,7 @@ void Redirector::watchArrivals()
         m_idByPortPath.insert(device.portPath, device.id());
         report(RedirEventDeviceArrived,
                {{QStringLiteral("deviceId"), device.id()}, {QStringLiteral("name"), device.name}});
+        shareAgain(device);
     }
     for (auto arriving = m_arriving.begin(); arriving != m_arriving.end();) // hubs, and what has gone again
         arriving = arriving->hasExpired(LongestArrivalMilliseconds) ? m_arriving.erase(arriving) : std::next(arriving);
@@ -61,13 +63,57 @@ void Redirector::watchArrivals()
 void Redirector::deviceLeft(const QString &portPath)
 {
     m_arriving.remove(portPath);
+    const auto kept = m_kept.find(portPath);
+    if (kept != m_kept.end())
+        kept->hasLeft = true;
     const QString deviceId = m_idByPortPath.take(portPath);
     if (deviceId.isEmpty())
         return; // a hub, or gone before it was complete
     for (auto &[number, channel] : m_channels) {
-        if (channel->deviceId() == deviceId)
-            release(*channel);
+        if (channel->deviceId() != deviceId)
+            continue;
+        keepChannel(number, portPath, true);
+        release(*channel);
     }
     noteFailure(deviceId, {}); // no list will show it any more
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
+}
+
+// --- what comes back at the same port: a device that was pulled by mistake, or one that has got other numbers ---
+
+void Redirector::keepChannel(quintptr channel, const QString &portPath, bool hasLeft)
+{
+    KeptChannel &kept = m_kept[portPath];
+    kept.channel = channel;
+    kept.hasLeft = hasLeft;
+    kept.since.start();
+}
+
+bool Redirector::isKept(quintptr channel, const QString &exceptFor) const
+{
+    for (auto kept = m_kept.begin(); kept != m_kept.end(); ++kept) {
+        if (kept->channel == channel && kept->hasLeft && kept.key() != exceptFor
+            && !kept->since.hasExpired(KeepChannelMilliseconds))
+            return true;
+    }
+    return false;
+}
+
+void Redirector::shareAgain(const UsbDevice &device)
+{
+    const auto kept = m_kept.find(device.portPath);
+    if (kept == m_kept.end() || !kept->hasLeft || isShared(device.id()))
+        return;
+    const UsbChannel *channel = find(kept->channel);
+    const bool isInTime = channel && channel->isOpen() && !kept->since.hasExpired(KeepChannelMilliseconds);
+    const bool isAllowed = m_config.family.allow(device.kind().usbClass, device.vendorId, device.productId, true);
+    if (!isInTime || !isAllowed) {
+        m_kept.erase(kept);
+        return;
+    }
+    const Outcome allowed = m_mayShare(device);
+    if (!allowed)
+        setFailure(device.id(), allowed);
+    else if (shareNow(device))
+        m_cameBack.insert(device.id());
 }

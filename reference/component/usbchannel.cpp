@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 
 #include <dlfcn.h>
 #include <usbredirproto.h>
@@ -85,7 +86,10 @@ BytesWaiting *bytesWaiting()
 
 } // namespace
 
-UsbChannel::UsbChannel(QString name, SendCallback send) : m_name(std::move(name)), m_send(std::move(send)) { }
+UsbChannel::UsbChannel(QString name, SendCallback send, std::chrono::milliseconds longestAge)
+    : m_name(std::move(name)), m_send(std::move(send)), m_longestAge(longestAge)
+{
+}
 
 UsbChannel::~UsbChannel() = default;
 
@@ -99,10 +103,10 @@ void UsbChannel::open(libusb_context *usb)
         [](void *) {}, // the USB thread flushes after each round
         nullptr, nullptr, nullptr, nullptr, this, "devredir 1", usbredirparser_warning,
         usbredirhost_fl_write_cb_owns_buffer));
-    if (bytesWaiting()) { // then isochronous packets are dropped before they are old
-        usbredirhost_set_buffered_output_size_cb(
-            m_host.get(), [](void *self) { return static_cast<const UsbChannel *>(self)->waiting(); });
-    }
+    // Asked for each isochronous packet, which is dropped if much waits. How much that is follows from its age.
+    usbredirhost_set_buffered_output_size_cb(m_host.get(), [](void *self) {
+        return static_cast<UsbChannel *>(self)->isLate() ? std::numeric_limits<uint64_t>::max() : 0;
+    });
     flush();
 }
 
@@ -114,6 +118,7 @@ void UsbChannel::close()
     m_received.clear();
     m_taken = m_shown = 0;
     m_messages = {};
+    m_sendAge = {};
 }
 
 bool UsbChannel::connectDevice(const QString &deviceId, libusb_device_handle *handle, QString &error)
@@ -130,6 +135,8 @@ bool UsbChannel::connectDevice(const QString &deviceId, libusb_device_handle *ha
     }
     m_deviceId = deviceId;
     m_hasDevice = true;
+    m_statistics = {};
+    m_dropsBefore = 0;
     return true;
 }
 
@@ -162,6 +169,7 @@ bool UsbChannel::showNextMessage()
     const char *const message = m_received.data() + m_shown;
     const GuestMessages::Piece piece = m_messages.next(message, m_received.size() - m_shown);
     m_shown += piece.size;
+    m_statistics.fromGuest(message, piece, m_messages);
     if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece))) {
         qCWarning(logComponent, "%s: a message of type %u is dropped", qPrintable(m_name), piece.type);
         m_taken = m_shown;
@@ -206,11 +214,31 @@ int UsbChannel::send(uint8_t *bytes, int size)
 {
     if (!m_send || m_send(m_spiceChannel, reinterpret_cast<char *>(bytes), size) < 0)
         return -1;
+    m_statistics.toGuest(bytes, m_messages);
+    m_sendAge.sent(uint64_t(size));
+    m_sendAge.age(waiting()); // forgets what has been written
     usbredirhost_free_write_buffer(m_host.get(), bytes);
     return size;
 }
 
+// 0 as well if it cannot be known.
 uint64_t UsbChannel::waiting() const
 {
-    return uint64_t(std::max<int64_t>(bytesWaiting()(m_spiceChannel), 0)); // negative: it cannot be known
+    return bytesWaiting() ? uint64_t(std::max<int64_t>(bytesWaiting()(m_spiceChannel), 0)) : 0;
+}
+
+// Asked for each isochronous packet, which is dropped if so.
+bool UsbChannel::isLate()
+{
+    if (m_sendAge.age(waiting()) > m_longestAge) {
+        if (m_statistics.drops() == m_dropsBefore)
+            qCWarning(logComponent, "%s: isochronous data is late and dropped", qPrintable(m_name));
+        m_statistics.dropped();
+        return true;
+    }
+    if (m_statistics.drops() > m_dropsBefore)
+        qCWarning(logComponent, "%s: isochronous data is in time again, %llu packets were dropped", qPrintable(m_name),
+                  static_cast<unsigned long long>(m_statistics.drops() - m_dropsBefore));
+    m_dropsBefore = m_statistics.drops();
+    return false;
 }

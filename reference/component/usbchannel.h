@@ -3,6 +3,8 @@
 
 #include "component/redirevents.h"
 #include "guestmessages.h"
+#include "sendage.h"
+#include "transferstatistics.h"
 
 #include <QString>
 
@@ -23,7 +25,8 @@ public:
     /// From good to bad: of several messages the worst counts.
     enum class Read { Fine, DeviceRejected, DeviceLost, Broken };
 
-    UsbChannel(QString name, SendCallback send);
+    /// \a longestAge: isochronous data is dropped while what waits for the virtual machine is older.
+    UsbChannel(QString name, SendCallback send, std::chrono::milliseconds longestAge = std::chrono::milliseconds(100));
     ~UsbChannel();
     UsbChannel(const UsbChannel &) = delete;
     UsbChannel &operator=(const UsbChannel &) = delete;
@@ -43,6 +46,9 @@ public:
     /// Gives the device back to the local system; nothing happens without one.
     void disconnectDevice();
 
+    /// Of the device that it has, since it has it.
+    const TransferStatistics &statistics() const { return m_statistics; }
+
     /// Bytes from the virtual machine. A device that is rejected or lost has been given back; it is disconnectDevice()
     /// that makes the channel free again.
     Read receive(const std::string &bytes);
@@ -59,14 +65,19 @@ private:
     int take(uint8_t *buffer, int size);
     int send(uint8_t *bytes, int size);
     uint64_t waiting() const;
+    bool isLate();
 
     const QString m_name;
     const SendCallback m_send;
+    const std::chrono::milliseconds m_longestAge;
     void *m_spiceChannel = nullptr;
     QString m_deviceId;
     bool m_hasDevice = false; ///< usbredirhost has it; it may have been lost since m_deviceId was set
     std::string m_received;
     std::size_t m_taken = 0, m_shown = 0; ///< how much of it usbredirhost has read, and may read
     GuestMessages m_messages;
+    SendAge m_sendAge;
+    TransferStatistics m_statistics;
+    uint64_t m_dropsBefore = 0; ///< until the data was last in time
     std::unique_ptr<usbredirhost, CloseHost> m_host;
 };

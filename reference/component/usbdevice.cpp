@@ -69,6 +69,9 @@ UsbDevice readDevice(udev *context, udev_device *found)
         device.disks.append(QString::fromUtf8(udev_device_get_sysname(block)));
         device.writeProtected = device.writeProtected || attribute(block, "ro") == QLatin1String("1");
     });
+    forEach(context, "video4linux", nullptr, found, [&device](udev_device *video) {
+        device.pictures.append(QString::fromUtf8(udev_device_get_sysname(video)));
+    });
     device.disks.sort();
     return device;
 }
@@ -101,6 +104,14 @@ QList<UsbDevice> UsbDevice::all()
             devices.append(readDevice(context.get(), found));
     });
     return devices;
+}
+
+QStringList UsbDevice::nodes() const
+{
+    QStringList all{node};
+    for (const QString &one : disks + pictures)
+        all.append(QStringLiteral("/dev/") + one);
+    return all;
 }
 
 QString UsbDevice::mountPoint() const

@@ -25,11 +25,14 @@ struct UsbDevice : DeviceIdentity
     Interface own; ///< class, subclass and protocol of the device itself
     QList<Interface> interfaces;
     QStringList disks; ///< kernel names of its block devices, disks before partitions: "sda", "sda1"
+    QStringList pictures; ///< kernel names of its video devices: "video0"
     bool writeProtected = false;
 
     static QList<UsbDevice> all();
     /// The kernel has made all that belongs to it: its interfaces, and the disk of a disk.
     bool isComplete() const;
+    /// The files in /dev through which a process can use it.
+    QStringList nodes() const;
     /// The first mount point of one of its block devices; empty if nothing is mounted.
     QString mountPoint() const;
 };

@@ -31,6 +31,7 @@ Chain::Chain()
 
 Chain::~Chain()
 {
+    signalVm(SIGCONT);
     for (QProcess *process : {&m_host, &m_vm}) {
         if (process->state() == QProcess::NotRunning)
             continue;
@@ -53,13 +54,13 @@ void Chain::startVm(int ports)
     waitForVm();
 }
 
-void Chain::startGuest(const QString &textToWrite)
+void Chain::startGuest(const QProcessEnvironment &environment, int ports)
 {
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("GUEST_TEXT"), textToWrite);
-    m_vm.setProcessEnvironment(environment);
+    QProcessEnvironment all = QProcessEnvironment::systemEnvironment();
+    all.insert(environment);
+    m_vm.setProcessEnvironment(all);
     m_vm.start(QStringLiteral(USBWORLD_SCRIPTS "/guest/qemu-guest.sh"),
-               {m_directory.path(), QStringLiteral(GUEST_DIRECTORY)});
+               {m_directory.path(), QStringLiteral(GUEST_DIRECTORY), QString::number(ports)});
     waitForVm();
 }
 
@@ -86,6 +87,12 @@ void Chain::killVm()
     m_vm.waitForFinished();
 }
 
+void Chain::signalVm(int signal)
+{
+    if (m_vm.processId() > 0)
+        kill(pid_t(m_vm.processId()), signal);
+}
+
 QByteArray Chain::monitor(const QString &command)
 {
     const QJsonObject text{{QStringLiteral("command-line"), command}};
@@ -106,6 +113,22 @@ QByteArray Chain::printed() const
 bool Chain::prints(const QString &text) const
 {
     return waitFor([&] { return printed().contains(text.toUtf8()); }, Deadline);
+}
+
+QStringList Chain::next(const QString &pattern, int milliseconds)
+{
+    const QRegularExpression expression(pattern);
+    QRegularExpressionMatch match;
+    waitFor(
+        [&] {
+            match = expression.match(QString::fromLatin1(printed()), m_readOfPrinted);
+            return match.hasMatch();
+        },
+        milliseconds);
+    if (!match.hasMatch())
+        return {};
+    m_readOfPrinted = match.capturedEnd();
+    return match.capturedTexts();
 }
 
 void Chain::makeImage(Stick &stick)

@@ -36,16 +36,21 @@ public:
 
     /// A virtual machine with so many USB ports. It boots from the first stick that it gets.
     void startVm(int ports = 1);
-    /// A virtual machine with a Linux guest that mounts the stick, reads "hello.txt" and writes "from-guest.txt".
-    void startGuest(const QString &textToWrite);
+    /// A virtual machine with a Linux guest that mounts the stick, reads "hello.txt" and writes "from-guest.txt", or
+    /// that uses what the environment says (GUEST_KINDS and GUEST_CHECK, see usbworld/guest/qemu-guest.sh).
+    void startGuest(const QProcessEnvironment &environment, int ports = 1);
     /// What a script of usbworld/guest prints.
     static QByteArray run(const QString &script, const QStringList &arguments);
     void killVm();
+    /// Its process does nothing any more until it goes on (SIGSTOP, SIGCONT).
+    void signalVm(int signal);
     /// A command for its monitor, such as "device_del usb0"; its answer.
     QByteArray monitor(const QString &command);
     /// Waits until it has printed \a text.
     bool prints(const QString &text) const;
     QByteArray printed() const;
+    /// Waits until it prints \a pattern behind what was waited for before; what the pattern captures.
+    QStringList next(const QString &pattern, int milliseconds = Deadline);
 
     /// The host, which takes requests; \a worldOptions go to usbworld, \a wrapper stands before the whole command.
     /// It may be started again when it has ended.
@@ -68,16 +73,17 @@ public:
     bool getsDriver(const QString &port, const QString &name);
 
     QByteArray hostLog() const;
+    qint64 hostPid() const;
 
 private:
     void waitForVm();
     void makeImage(Stick &stick);
-    qint64 hostPid() const;
     void readEvents();
 
     QTemporaryDir m_directory;
     QProcess m_vm;
     QProcess m_host;
+    int m_readOfPrinted = 0; ///< bytes in which next() has looked
     QList<QJsonObject> m_events;
     qint64 m_logRead = 0; ///< bytes of the host's log in which events have been looked for
 };

@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QElapsedTimer>
+
+#include <csignal>
 
 #include <sched.h>
 #include <unistd.h>
@@ -253,4 +256,49 @@ TEST(Chain, an_automatic_host_shares_what_is_plugged_in_and_its_rules_allow)
     EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
     chain.interruptHost();
     EXPECT_EQ(chain.hostStatus(), 0);
+}
+
+TEST(Chain, a_machine_that_is_stopped_and_then_killed_gives_every_kind_of_device_back_within_5_seconds)
+{
+    constexpr int Longest = 5000;
+    const struct
+    {
+        const char *port, *id, *driver;
+    } devices[] = {
+        {"1-1", "1-1:11", "usb-storage"},      {"1-2", "1-2:CAMERA0001", "uvcvideo"},
+        {"1-3", "1-3:CAMERA0002", "uvcvideo"}, {"1-4", "1-4:SERIAL0001", "cdc_acm"},
+        {"1-5", "1-5:KEYBOARD0001", "usbhid"},
+    };
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm(5);
+    chain.startHost(
+        sticks, QStringLiteral("--camera 1-2 --bulk-camera 1-3 --serial 1-4 --keyboard 1-5").split(QLatin1Char(' ')));
+    const auto shareAll = [&] {
+        for (const auto &device : devices) {
+            SHARE(chain, QString::fromLatin1(device.id));
+        }
+    };
+    const auto expectBack = [&](QElapsedTimer timer) {
+        for (const auto &device : devices)
+            EXPECT_TRUE(chain.getsDriver(QString::fromLatin1(device.port), QString::fromLatin1(device.driver)));
+        EXPECT_LT(timer.elapsed(), Longest);
+    };
+    shareAll();
+    ASSERT_TRUE(chain.prints(sticks[0].text));
+
+    chain.signalVm(SIGSTOP);
+    QElapsedTimer timer;
+    timer.start();
+    for (const auto &device : devices)
+        chain.ask(QStringLiteral("unshare ") + QString::fromLatin1(device.id));
+    for (const auto &device : devices)
+        EXPECT_FALSE(chain.event(QStringLiteral("unshared"), QString::fromLatin1(device.id)).isEmpty());
+    expectBack(timer);
+
+    chain.signalVm(SIGCONT);
+    shareAll();
+    timer.start();
+    chain.killVm();
+    expectBack(timer);
 }

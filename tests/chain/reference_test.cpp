@@ -14,6 +14,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
@@ -21,8 +22,10 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstring>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -80,9 +83,9 @@ QByteArray world(const QByteArray &command)
     return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + '\n', "\n");
 }
 
-bool getsDriver(const QByteArray &name)
+bool getsDriver(const QByteArray &name, const QByteArray &port = "1-1", int milliseconds = 20000)
 {
-    return waitFor([&] { return world("driver 1-1") == "ok " + name + "\n"; });
+    return waitFor([&] { return world("driver " + port) == "ok " + name + "\n"; }, milliseconds);
 }
 
 class Reference : public ::testing::Test
@@ -92,11 +95,12 @@ protected:
     {
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
         redirect.sendMapCommandByDevModel(ignoreList);
-        redirect.setNotifyEventCallback([this](void *, RedirEvent event, const char *, int) {
+        redirect.setNotifyEventCallback([this](void *, RedirEvent event, const char *text, int length) {
             if (event == stopsAt)
                 redirect.realeaseDeviceResource();
             const QMutexLocker lock(&mutex);
             events.append(event);
+            details.append(QJsonDocument::fromJson(QByteArray(text, length)).object());
         });
         QObject::connect(&redirect, &DevRedirectInterface::shareDeviceResultByInterface, &redirect,
                          [this](const ExterDeviceInfo &, bool result) { results.append(result); });
@@ -132,7 +136,12 @@ protected:
     {
         return waitFor([&] {
             const QMutexLocker lock(&mutex);
-            return events.removeOne(event);
+            const int at = events.indexOf(event);
+            if (at < 0)
+                return false;
+            events.removeAt(at);
+            lastDetails = details.takeAt(at);
+            return true;
         });
     }
 
@@ -141,25 +150,66 @@ protected:
     std::atomic<RedirEvent> stopsAt{RedirEvent(-1)}; ///< the component is stopped from inside this event
     QMutex mutex;
     QList<RedirEvent> events;
+    QList<QJsonObject> details; ///< of each of them
+    QJsonObject lastDetails; ///< of the one that was reported last
     QList<bool> results;
     DevRedirectInterface redirect{nullptr};
 };
 
 // A command straight to the component: its result is more than the library passes on.
-int run(const QJsonObject &command)
+int run(const QJsonObject &command, QJsonArray *data = nullptr)
 {
     const QByteArray path =
         QFile::encodeName(QCoreApplication::applicationDirPath()) + "/Device Redirect/libdevredir.so";
     void *const component = dlopen(path.constData(), RTLD_NOW);
     auto *const redirCtrl = reinterpret_cast<RedirCtrl *>(dlsym(component, "redirCtrl"));
-    char answer[256];
+    char answer[16384];
     int length = sizeof answer;
-    return redirCtrl(QJsonDocument(command).toJson().toStdString(), answer, length);
+    const int result = redirCtrl(QJsonDocument(command).toJson().toStdString(), answer, length);
+    if (data)
+        *data = QJsonDocument::fromJson(QByteArray(answer, length)).array();
+    return result;
+}
+
+int run(const char *word, const QString &deviceId, QJsonArray *data = nullptr)
+{
+    return run({{QStringLiteral("command"), QLatin1String(word)}, {QStringLiteral("deviceId"), deviceId}}, data);
+}
+
+// An entry of the list.
+QJsonObject listed(const QString &deviceId)
+{
+    QJsonArray list;
+    run("list", QString(), &list);
+    for (const QJsonValue device : list[0].toObject().value(QLatin1String("devices")).toArray()) {
+        if (device.toObject().value(QLatin1String("deviceId")).toString() == deviceId)
+            return device.toObject();
+    }
+    return QJsonObject();
+}
+
+// Sharing waits for the channel to be open.
+bool runShare(const QString &deviceId)
+{
+    return waitFor([&] { return run("share", deviceId) == 0; });
+}
+
+// What closes a gate before \a deviceId; null: nothing.
+QJsonValue closes(const char *gate, const QString &deviceId)
+{
+    QJsonArray answer;
+    run("explain", deviceId, &answer);
+    for (const QJsonValue value : answer[0].toObject().value(QLatin1String("gates")).toArray()) {
+        const QJsonObject one = value.toObject();
+        if (one.value(QLatin1String("gate")).toString() == QLatin1String(gate))
+            return one.value(QLatin1String("passed")).toBool() ? QJsonValue() : QJsonValue(one);
+    }
+    return QStringLiteral("there is no such gate");
 }
 
 int runForDescribed(const char *word)
 {
-    return run({{QStringLiteral("command"), QLatin1String(word)}, {QStringLiteral("deviceId"), DescribedId}});
+    return run(word, DescribedId);
 }
 
 class ReferenceWithoutUsb : public Reference
@@ -344,4 +394,290 @@ TEST_F(ReferenceWithoutUsb, lists_devices_refuses_to_share_them_and_stops)
     server.port().close();
     server.port().open();
     EXPECT_FALSE(share());
+}
+
+TEST_F(Reference, takes_back_a_camera_that_the_policy_denies_while_it_runs_and_says_why)
+{
+    const QString camera = QStringLiteral("1-2:CAMERA0001");
+    const auto policy = [](const char *rule) {
+        return run({{QStringLiteral("command"), QStringLiteral("setpolicy")},
+                    {QStringLiteral("policy"), QJsonArray{QLatin1String(rule)}}});
+    };
+    ASSERT_TRUE(runShare(camera));
+    EXPECT_EQ(policy("deny:0e:*:0099"), 0);
+    EXPECT_TRUE(getsDriver("usbfs", "1-2")) << "that is another camera";
+    EXPECT_EQ(policy("deny:*:*"), 0);
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    EXPECT_EQ(lastDetails.value(QLatin1String("code")).toInt(), Refusal::DeniedByPolicy);
+    EXPECT_EQ(lastDetails.value(QLatin1String("text")).toString(), QStringLiteral("the camera policy denies it"));
+    EXPECT_TRUE(getsDriver("uvcvideo", "1-2"));
+    EXPECT_EQ(listed(camera).value(QLatin1String("errCode")).toString(), QStringLiteral("11"));
+    EXPECT_EQ(run("share", camera), Refusal::DeniedByPolicy);
+    EXPECT_TRUE(closes("camera policy", camera).isObject());
+}
+
+TEST_F(Reference, a_device_that_has_other_numbers_after_a_reset_keeps_its_channel)
+{
+    const QString id = QStringLiteral("1-3:13");
+    ASSERT_TRUE(waitFor([&] { return closes("free channel", id).isNull(); }));
+    EXPECT_EQ(run("share", id), Refusal::UsbError) << "it is reset before it is handed over";
+    EXPECT_TRUE(reported(RedirEventDeviceArrived));
+    EXPECT_TRUE(reported(RedirEventShared));
+    EXPECT_TRUE(getsDriver("usbfs", "1-3"));
+    EXPECT_EQ(listed(id).value(QLatin1String("productId")).toString(), QStringLiteral("0013"));
+    EXPECT_EQ(run("share", id), 0) << "a host that asks for it all the same";
+    EXPECT_EQ(run("share", id), Refusal::AlreadyShared);
+    world("unplug 1-3");
+    world("plug 1-3");
+}
+
+TEST_F(Reference, a_device_that_is_plugged_in_again_is_shared_again_unless_it_was_unshared_or_a_rule_denies_it)
+{
+    const auto pluggedAgain = [this](const QByteArray &port) {
+        world("unplug " + port);
+        EXPECT_TRUE(reported(RedirEventDeviceLeft));
+        world("plug " + port);
+        return reported(RedirEventDeviceArrived);
+    };
+    ASSERT_TRUE(runShare(Id));
+    ASSERT_TRUE(pluggedAgain("1-1"));
+    EXPECT_TRUE(getsDriver("usbfs"));
+    EXPECT_EQ(run("unshare", Id), 0);
+    ASSERT_TRUE(pluggedAgain("1-1"));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+
+    const QString twin = QStringLiteral("1-4:TWIN");
+    ASSERT_TRUE(runShare(twin));
+    ASSERT_TRUE(pluggedAgain("1-4"));
+    EXPECT_TRUE(getsDriver("usb-storage", "1-4"));
+    EXPECT_EQ(run("share", Id), 0) << "the channel is kept for nobody";
+}
+
+TEST_F(Reference, a_channel_is_kept_from_other_devices_while_its_own_may_come_back)
+{
+    ASSERT_TRUE(runShare(Id));
+    world("unplug 1-1");
+    EXPECT_TRUE(reported(RedirEventDeviceLeft));
+    EXPECT_EQ(run("share", QStringLiteral("1-4:TWIN")), Refusal::NoFreeChannel);
+    EXPECT_TRUE(closes("free channel", QStringLiteral("1-4:TWIN")).isObject());
+    EXPECT_EQ(run("unshare", Id), Refusal::NotShared) << "and nobody wants it back any more";
+    EXPECT_EQ(run("share", QStringLiteral("1-4:TWIN")), 0);
+    world("plug 1-1");
+    EXPECT_TRUE(reported(RedirEventDeviceArrived));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+}
+
+TEST_F(Reference, marks_the_second_of_two_devices_that_differ_by_nothing_but_their_port)
+{
+    EXPECT_EQ(listed(QStringLiteral("1-4:TWIN")).value(QLatin1String("deviceName")).toString(),
+              QStringLiteral("Example Stick 3"));
+    EXPECT_EQ(listed(QStringLiteral("1-5:TWIN")).value(QLatin1String("deviceName")).toString(),
+              QStringLiteral("Example Stick 4 (same as 1-4:TWIN)"));
+}
+
+TEST_F(Reference, counts_what_a_shared_device_transfers_and_how_long_that_takes)
+{
+    ASSERT_TRUE(runShare(Id));
+    const usb_redir_control_packet_header getDescriptor{0x80, 6, 0x80, 0, 0x0100, 0, 18};
+    const usb_redir_control_packet_header unknown{0x80, 0x77, 0xc0, 0, 0, 0, 4};
+    const usb_redir_bulk_packet_header write{0x02, 0, 31, 0, 0};
+    const std::string wrapper = "USBC" + std::string(27, '\0');
+    server.port().send(greeting() + message(usb_redir_control_packet, getDescriptor)
+                       + message(usb_redir_control_packet, unknown)
+                       + header(usb_redir_bulk_packet, sizeof write + wrapper.size(), true)
+                       + std::string(reinterpret_cast<const char *>(&write), sizeof write) + wrapper);
+    QJsonObject statistics;
+    EXPECT_TRUE(waitFor([&] {
+        QJsonArray all;
+        run("stats", QString(), &all);
+        statistics = all[0].toObject();
+        return statistics.value(QLatin1String("errors")).toInt() > 0
+            && statistics.value(QLatin1String("toDevice")).toObject().value(QLatin1String("transfers")).toInt() > 0;
+    }));
+    EXPECT_EQ(statistics.value(QLatin1String("deviceId")).toString(), Id);
+    EXPECT_EQ(statistics.value(QLatin1String("fromDevice")).toObject(),
+              (QJsonObject{{QStringLiteral("bytes"), 18}, {QStringLiteral("transfers"), 2}}));
+    EXPECT_EQ(statistics.value(QLatin1String("toDevice")).toObject(),
+              (QJsonObject{{QStringLiteral("bytes"), 31}, {QStringLiteral("transfers"), 1}}));
+    EXPECT_EQ(statistics.value(QLatin1String("errors")).toInt(), 1);
+    EXPECT_EQ(statistics.value(QLatin1String("isochronousDrops")).toInt(), 0);
+    EXPECT_GT(statistics.value(QLatin1String("medianMilliseconds")).toDouble(), 0);
+    EXPECT_GE(statistics.value(QLatin1String("percentile99Milliseconds")).toDouble(),
+              statistics.value(QLatin1String("medianMilliseconds")).toDouble());
+    run("unshare", Id);
+    QJsonArray none{1};
+    EXPECT_EQ(run("stats", QString(), &none), 0);
+    EXPECT_TRUE(none.isEmpty());
+}
+
+TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
+{
+    EXPECT_EQ(run("explain", QStringLiteral("1-9")), Refusal::NoSuchDevice);
+    ASSERT_TRUE(waitFor([] { return closes("free channel", Id).isNull(); }));
+    for (const char *gate : {"permission", "camera policy", "writable", "not mounted"})
+        EXPECT_TRUE(closes(gate, Id).isNull()) << gate;
+
+    world("deny 1-1");
+    const QJsonObject permission = closes("permission", Id).toObject();
+    EXPECT_EQ(permission.value(QLatin1String("code")).toInt(), Refusal::NoPermission);
+    EXPECT_TRUE(
+        permission.value(QLatin1String("cure")).toString().startsWith(QStringLiteral("a udev rule: SUBSYSTEM")));
+    world("allow 1-1");
+    EXPECT_TRUE(closes("permission", Id).isNull());
+
+    const QByteArray node = listed(Id).value(QLatin1String("context")).toString().toLatin1();
+    const int open = ::open(node.constData(), O_RDWR); // NOLINT: the child is to have it, too
+    char sleep[] = "sleep", seconds[] = "60";
+    char *const arguments[] = {sleep, seconds, nullptr};
+    pid_t child = 0;
+    ASSERT_EQ(posix_spawnp(&child, sleep, nullptr, nullptr, arguments, environ), 0);
+    close(open);
+    const auto names = [](const QString &user) { // besides the emulated computer itself
+        return closes("not in use", Id).toObject().value(QLatin1String("text")).toString().contains(user);
+    };
+    EXPECT_TRUE(waitFor([&] { return names(QStringLiteral("%1 (sleep)").arg(child)); }));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    EXPECT_FALSE(names(QStringLiteral("sleep")));
+}
+
+// --- what can go wrong, with each kind of device ---
+
+namespace {
+
+constexpr int LongestFault = 5000; // milliseconds until the device is where it belongs
+
+std::string readRequest(uint8_t endpoint)
+{
+    return message(usb_redir_bulk_packet, usb_redir_bulk_packet_header{endpoint, 0, 512, 0, 0});
+}
+
+std::string interruptRequest(uint8_t endpoint)
+{
+    return message(usb_redir_start_interrupt_receiving, usb_redir_start_interrupt_receiving_header{endpoint});
+}
+
+struct Kind
+{
+    const char *name, *port, *serial, *driver;
+    std::string requests; ///< what makes its transfers go on without end, or wait for it
+    uint8_t endpoint; ///< of one of them
+    bool isIsochronous = false, isInterrupt = false;
+};
+
+const Kind Kinds[] = {
+    {"disk", "1-1", "11", "usb-storage", readRequest(0x81), 0x81},
+    {"camera", "1-2", "CAMERA0001", "uvcvideo",
+     message(usb_redir_set_alt_setting, usb_redir_set_alt_setting_header{1, 3})
+         + message(usb_redir_start_iso_stream, usb_redir_start_iso_stream_header{0x81, 32, 4}),
+     0x81, true, false},
+    {"bulk_camera", "1-6", "CAMERA0002", "uvcvideo", readRequest(0x81) + readRequest(0x81), 0x81},
+    {"serial_adapter", "1-7", "SERIAL0001", "cdc_acm", interruptRequest(0x85) + readRequest(0x83), 0x83},
+    {"keyboard", "1-8", "KEYBOARD0001", "usbhid", interruptRequest(0x81), 0x81, false, true},
+};
+
+class Faults : public Reference, public ::testing::WithParamInterface<Kind>
+{
+protected:
+    void SetUp() override
+    {
+        Reference::SetUp();
+        shareInMidTransfer();
+    }
+
+    void shareInMidTransfer()
+    {
+        ASSERT_TRUE(runShare(id));
+        isInMidTransfer(greeting());
+    }
+
+    void isInMidTransfer(const std::string &before = {})
+    {
+        const QByteArray idle = world("stats " + port);
+        server.port().send(before + GetParam().requests);
+        EXPECT_TRUE(waitFor([&] { return world("stats " + port) != idle; }));
+    }
+
+    bool isBack() { return getsDriver(GetParam().driver, port, LongestFault); }
+
+    // An answer about the endpoint with this status has come since so many bytes.
+    bool answers(uint32_t type, uint8_t status, std::size_t since)
+    {
+        return waitFor([&] {
+            const std::string received = server.port().received();
+            for (std::size_t at = since; at + 18 <= received.size();) {
+                usb_redir_header header{};
+                std::memcpy(&header, received.data() + at, 16);
+                const bool fits = header.type == type && uint8_t(received[at + 16]) == GetParam().endpoint;
+                if (fits && uint8_t(received[at + 17]) == status)
+                    return true;
+                at += 16 + header.length;
+            }
+            return false;
+        });
+    }
+
+    const QByteArray port = GetParam().port;
+    const QString id = QString::fromLatin1(port) + QLatin1Char(':') + QLatin1String(GetParam().serial);
+};
+
+INSTANTIATE_TEST_SUITE_P(Of, Faults, ::testing::ValuesIn(Kinds),
+                         [](const auto &kind) { return std::string(kind.param.name); });
+
+} // namespace
+
+TEST_P(Faults, a_device_unplugged_in_mid_transfer_is_given_up_and_back_when_it_is_plugged_in_again)
+{
+    ASSERT_EQ(world("unplug " + port), "ok\n");
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    EXPECT_TRUE(reported(RedirEventDeviceLeft));
+    world("plug " + port);
+    EXPECT_TRUE(getsDriver("usbfs", port)) << "it has its channel again";
+    isInMidTransfer(header(usb_redir_device_disconnect_ack, 0, true));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_channel_that_closes_in_mid_transfer_gives_the_device_back_and_takes_it_again)
+{
+    server.port().close();
+    EXPECT_TRUE(isBack());
+    server.port().open();
+    shareInMidTransfer();
+    EXPECT_TRUE(getsDriver("usbfs", port));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_machine_that_is_lost_in_mid_transfer_gives_the_device_back)
+{
+    server.dropConnections();
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_machine_that_starts_again_in_mid_transfer_goes_on_with_the_device)
+{
+    isInMidTransfer(header(usb_redir_reset, 0, true));
+    EXPECT_TRUE(getsDriver("usbfs", port));
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
+}
+
+TEST_P(Faults, a_device_that_halts_in_mid_transfer_works_again_once_that_is_cleared)
+{
+    if (GetParam().isIsochronous)
+        GTEST_SKIP() << "isochronous endpoints do not halt";
+    const std::size_t before = server.port().received().size();
+    ASSERT_EQ(world("tell " + port + " stall"), "ok\n");
+    if (GetParam().isInterrupt) { // this side clears it by itself
+        ASSERT_EQ(world("tell " + port + " a"), "ok\n");
+        EXPECT_TRUE(answers(usb_redir_interrupt_packet, usb_redir_success, before));
+    } else {
+        EXPECT_TRUE(answers(usb_redir_bulk_packet, usb_redir_stall, before));
+        const usb_redir_control_packet_header clear{0, 1, 2, 0, 0, GetParam().endpoint, 0};
+        isInMidTransfer(message(usb_redir_control_packet, clear));
+    }
+    EXPECT_EQ(run("unshare", id), 0);
+    EXPECT_TRUE(isBack());
 }

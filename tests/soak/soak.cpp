@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A host that is treated badly for a long time: sticks come and go, are shared and taken back at random, and the
+// A host that is treated badly for a long time: devices come and go, are shared and taken back at random, and the
 // virtual machine is killed and started again by tools/soak. Runs inside usbworld. At the end everything must be where
-// it was after the first minute, and every stick must have its local driver. usage: soak SPICE_URI MINUTES STICK...
+// it was after the first minute, and every device must have its local driver. usage: soak SPICE_URI MINUTES
+// DEVICE_ID...
 
 #include "host/address.h"
 #include "host/spicesession.h"
@@ -80,9 +81,11 @@ void countList(QList<ExterDeviceInfo> &)
 class Soak : public QObject
 {
 public:
-    Soak(const QString &uri, QStringList sticks)
-        : m_address(SpiceAddress::parse(uri).value()), m_sticks(std::move(sticks))
+    Soak(const QString &uri, QStringList devices)
+        : m_address(SpiceAddress::parse(uri).value()), m_devices(std::move(devices))
     {
+        for (const QString &device : qAsConst(m_devices))
+            m_drivers.insert(device, world("driver", device));
         m_redirect.sendMapCommandByDevModel(countList);
         m_redirect.setNotifyEventCallback([](void *, RedirEvent, const char *, int) {});
         Q_EMIT m_redirect.loadDynamicLib();
@@ -103,15 +106,15 @@ public:
         }
     }
 
-    /// All sticks plugged in and with the local system.
+    /// All devices plugged in and with the local system.
     bool comesToRest()
     {
-        for (const QString &stick : qAsConst(m_sticks))
-            world("plug", stick);
+        for (const QString &device : qAsConst(m_devices))
+            world("plug", device);
         m_redirect.unRedirectDeviceAll();
         return waitFor([this] {
-            return std::all_of(m_sticks.begin(), m_sticks.end(),
-                               [this](const QString &stick) { return world("driver", stick) == "ok usb-storage\n"; });
+            return std::all_of(m_devices.begin(), m_devices.end(),
+                               [this](const QString &device) { return world("driver", device) == m_drivers[device]; });
         });
     }
 
@@ -137,9 +140,10 @@ public:
     }
 
 private:
-    QByteArray world(const QByteArray &command, const QString &stick)
+    QByteArray world(const QByteArray &command, const QString &device)
     {
-        return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + ' ' + stick.toUtf8() + '\n', "\n");
+        const QByteArray port = device.section(QLatin1Char(':'), 0, 0).toUtf8();
+        return askSocket(qEnvironmentVariable("USBWORLD_CONTROL"), command + ' ' + port + '\n', "\n");
     }
 
     void connectAgain()
@@ -161,21 +165,20 @@ private:
 
     void step()
     {
-        const QString stick = m_sticks[QRandomGenerator::global()->bounded(m_sticks.size())];
-        const QString deviceId = stick + QStringLiteral(":") + QString(stick).remove(QLatin1Char('-'));
+        const QString device = m_devices[QRandomGenerator::global()->bounded(m_devices.size())];
         const int choice = QRandomGenerator::global()->bounded(100);
         if (choice < 35)
-            m_redirect.deviceOperate(deviceId, QStringLiteral("share"));
+            m_redirect.deviceOperate(device, QStringLiteral("share"));
         else if (choice < 60)
-            m_redirect.deviceOperate(deviceId, QStringLiteral("unshare"));
+            m_redirect.deviceOperate(device, QStringLiteral("unshare"));
         else if (choice < 80)
             m_redirect.getDeviceListFromUniqueFrame();
         else if (choice < 88)
-            world("unplug", stick);
+            world("unplug", device);
         else if (choice < 96)
-            world("plug", stick);
+            world("plug", device);
         else if (choice < 97)
-            m_redirect.notifyUsbInfo(QStringLiteral("Stick:%1:1:0").arg(stick));
+            m_redirect.notifyUsbInfo(QStringLiteral("Device:%1:1:0").arg(device.section(QLatin1Char(':'), 0, 0)));
         else if (choice < 98)
             m_redirect.unRedirectDeviceAll();
         else if (choice < 99)
@@ -184,7 +187,8 @@ private:
     }
 
     const SpiceAddress m_address;
-    const QStringList m_sticks;
+    const QStringList m_devices;
+    QMap<QString, QByteArray> m_drivers; ///< the local one of each
     bool m_stopping = false;
     QMap<QByteArray, int> m_count;
     std::unique_ptr<SpicePortSession> m_session;
@@ -200,7 +204,7 @@ int main(int argc, char **argv)
     const QStringList arguments = application.arguments();
     const int minutes = arguments.value(2).toInt();
     if (minutes < 2 || arguments.size() < 4) {
-        std::fprintf(stderr, "usage: soak SPICE_URI MINUTES STICK..., at least 2 minutes\n");
+        std::fprintf(stderr, "usage: soak SPICE_URI MINUTES DEVICE_ID..., at least 2 minutes\n");
         return 2;
     }
     Soak soak(arguments[1], arguments.mid(3));
@@ -221,7 +225,7 @@ int main(int argc, char **argv)
     const bool steady = after.threads <= before.threads && after.descriptors <= before.descriptors + AllowedDescriptors
         && after.residentKib <= before.residentKib + AllowedGrowthKib;
     std::printf("%s, %s%s\n", steady ? "nothing grew beyond what is allowed" : "GREW",
-                rest ? "every stick has its local driver" : "A STICK HAS THE WRONG DRIVER",
+                rest ? "every device has its local driver" : "A DEVICE HAS THE WRONG DRIVER",
                 soak.hasWorked() ? "" : ", BUT NOTHING WAS SHARED");
     return steady && rest && soak.hasWorked() ? 0 : 1;
 }

@@ -19,7 +19,21 @@ std::uint32_t littleEndian32(const std::uint8_t *p)
 
 BulkOnly::BulkOnly(ScsiDisk disk) : m_disk(std::move(disk)) { }
 
-bool BulkOnly::out(const std::uint8_t *data, std::size_t size)
+bool BulkOnly::control(const Setup &setup, const Bytes &, Bytes &answer)
+{
+    switch (setup.request) {
+    case 0xa1fe: // highest logical unit
+        answer = {0};
+        return true;
+    case 0x21ff:
+        reset();
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool BulkOnly::out(unsigned, const std::uint8_t *data, std::size_t size)
 {
     if (m_outHalted)
         return false;
@@ -82,7 +96,7 @@ void BulkOnly::setStatus(std::size_t residue, bool good)
     m_statusDue = true;
 }
 
-BulkOnly::In BulkOnly::in(std::size_t room)
+BulkOnly::In BulkOnly::in(unsigned, std::size_t room)
 {
     if (m_inHalted)
         return {Answer::Stall, nullptr, 0};
@@ -101,7 +115,7 @@ BulkOnly::In BulkOnly::in(std::size_t room)
         return {Answer::Stall, nullptr, 0};
     }
     if (!m_statusDue || m_dataOutLeft > 0)
-        return {Answer::NotYet, nullptr, 0};
+        return notYet();
     m_statusDue = false;
     return {Answer::Data, m_status.data(), std::min(room, m_status.size())};
 }
@@ -118,6 +132,14 @@ void BulkOnly::reset()
 void BulkOnly::clearHalt(unsigned endpoint)
 {
     (endpoint & 0x80 ? m_inHalted : m_outHalted) = false;
+}
+
+bool BulkOnly::tell(const std::string &word)
+{
+    if (word != "insert" && word != "eject")
+        return false;
+    m_disk.setPresent(word == "insert");
+    return true;
 }
 
 } // namespace usbworld

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "function.h"
 #include "scsidisk.h"
 
 #include <array>
@@ -10,32 +11,17 @@ namespace usbworld {
 /**
  * The device side of the bulk-only transport: command wrappers and data come in, data and status wrappers go out.
  */
-class BulkOnly
+class BulkOnly : public Function
 {
 public:
-    enum class Answer { Data, Stall, NotYet };
-
-    /** The reply to one IN transfer. \a data stays valid until the next call to the object. */
-    struct In
-    {
-        Answer answer;
-        const std::uint8_t *data;
-        std::size_t size;
-    };
-
     explicit BulkOnly(ScsiDisk disk);
 
-    /** Takes what the host sent. False: the endpoint stalls. */
-    bool out(const std::uint8_t *data, std::size_t size);
-
-    /** Gives at most \a room bytes to the host. A device with nothing to say keeps the host waiting (NotYet). */
-    In in(std::size_t room);
-
-    /** Forgets the command in progress, as after a reset of the port or of the transport. */
-    void reset();
-
-    /** The host cleared the stall of \a endpoint. */
-    void clearHalt(unsigned endpoint);
+    bool control(const Setup &setup, const Bytes &data, Bytes &answer) override;
+    bool out(unsigned endpoint, const std::uint8_t *data, std::size_t size) override;
+    In in(unsigned endpoint, std::size_t room) override;
+    void reset() override;
+    void clearHalt(unsigned endpoint) override;
+    bool tell(const std::string &word) override;
 
 private:
     static constexpr std::size_t CommandSize = 31;

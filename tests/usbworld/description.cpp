@@ -103,12 +103,12 @@ DeviceRecord usbDeviceRecord(const UsbIdentity &identity, const UsbPlace &place)
         {"devnum", std::to_string(place.address)},
         {"devpath", isRoot ? "0" : place.port.substr(place.port.find('-') + 1)},
         {"dev", format("189:%d", place.address - 1)},
-        {"speed", "480"},
+        {"speed", std::to_string(identity.speed)},
         {"manufacturer", identity.manufacturer},
         {"product", identity.product},
         {"serial", identity.serial},
         {"maxchild", isRoot ? "16" : "0"},
-        {"version", " 2.00"},
+        {"version", format(" %x.%02x", device[3], device[2])},
         {"removable", isRoot ? "unknown" : "removable"},
     };
     record.descriptors = device;
@@ -304,23 +304,20 @@ std::vector<DeviceRecord> usbDiskRecords(const UsbIdentity &identity, const UsbP
     };
 }
 
-std::vector<DeviceRecord> videoRecords(const UsbIdentity &identity, const UsbPlace &place)
+std::vector<DeviceRecord> videoRecords(const UsbIdentity &identity, const UsbPlace &place, int number)
 {
     DeviceRecord record;
-    record.path = interfacePath(place, 0) + "/video4linux/video0";
-    record.node = "video0";
+    const std::string name = format("video%d", number);
+    record.path = interfacePath(place, 0) + "/video4linux/" + name;
+    // No node: the test bed would make a terminal for it, and could not make it again when the camera is plugged again.
     record.properties = identityProperties(identity, place.port);
     const std::vector<Field> own{
-        {"DEVNAME", "/dev/video0"},
-        {"SUBSYSTEM", "video4linux"},
-        {"MAJOR", "81"},
-        {"MINOR", "0"},
-        {"ID_V4L_VERSION", "2"},
-        {"ID_V4L_PRODUCT", identity.product},
+        {"DEVNAME", "/dev/" + name},          {"SUBSYSTEM", "video4linux"}, {"MAJOR", "81"},
+        {"MINOR", std::to_string(number)},    {"ID_V4L_VERSION", "2"},      {"ID_V4L_PRODUCT", identity.product},
         {"ID_V4L_CAPABILITIES", ":capture:"},
     };
     record.properties.insert(record.properties.end(), own.begin(), own.end());
-    record.attributes = {{"name", identity.product}, {"index", "0"}, {"dev", "81:0"}};
+    record.attributes = {{"name", identity.product}, {"index", "0"}, {"dev", format("81:%d", number)}};
     return {record};
 }
 

@@ -56,7 +56,7 @@ struct DiskShape
 std::vector<DeviceRecord> controllerRecords();
 std::vector<DeviceRecord> usbRecords(const UsbIdentity &identity, const UsbPlace &place);
 std::vector<DeviceRecord> usbDiskRecords(const UsbIdentity &identity, const UsbPlace &place, const DiskShape &disk);
-std::vector<DeviceRecord> videoRecords(const UsbIdentity &identity, const UsbPlace &place);
+std::vector<DeviceRecord> videoRecords(const UsbIdentity &identity, const UsbPlace &place, int number);
 std::vector<DeviceRecord> internalDiskRecords(const std::string &name);
 
 } // namespace usbworld

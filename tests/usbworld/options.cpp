@@ -11,8 +11,11 @@ namespace usbworld {
 const char UsageText[] =
     "usage: umockdev-wrapper usbworld [OPTION]... -- COMMAND [ARGUMENT]...\n"
     "  --stick PORT=IMAGE[,KEY=VALUE]...  a USB stick at PORT (1-1, 1-2, ...) with the content of IMAGE; keys:\n"
-    "        serial=TEXT product=TEXT vid=HEX pid=HEX mounted-name=sdX ro\n"
-    "  --camera PORT                      a USB camera with the node /dev/video0\n"
+    "        serial=TEXT product=TEXT vid=HEX pid=HEX mounted-name=sdX ro superspeed card-reader with-serial\n"
+    "        becomes-vid=HEX becomes-pid=HEX\n"
+    "  --camera PORT, --bulk-camera PORT  a camera with isochronous or bulk transfers and a node /dev/videoN\n"
+    "  --serial PORT                      a serial adapter that sends back what it gets\n"
+    "  --keyboard PORT                    a keyboard that types what the control socket says\n"
     "  --internal-disk NAME               name of the SATA disk (default: the first sdX that no stick has)\n"
     "  --no-permission PORT               the device node of PORT cannot be opened\n"
     "  --disks-follow-driver              sdX is there only while usb-storage is bound to its stick\n"
@@ -71,13 +74,35 @@ bool setStickKey(StickOptions &stick, const std::string &key, const std::string 
             return true;
         }
     }
-    if (key == "vid")
-        return parseHex16(value, stick.vendorId);
-    if (key == "pid")
-        return parseHex16(value, stick.productId);
-    if (key == "ro" && value.empty()) {
-        stick.readOnly = true;
-        return true;
+    static const struct
+    {
+        const char *key;
+        std::uint16_t StickOptions::*number;
+    } numbers[] = {
+        {"vid", &StickOptions::vendorId},
+        {"pid", &StickOptions::productId},
+        {"becomes-vid", &StickOptions::becomesVendorId},
+        {"becomes-pid", &StickOptions::becomesProductId},
+    };
+    for (const auto &entry : numbers) {
+        if (key == entry.key)
+            return parseHex16(value, stick.*entry.number);
+    }
+    static const struct
+    {
+        const char *key;
+        bool StickOptions::*flag;
+    } flags[] = {
+        {"ro", &StickOptions::readOnly},
+        {"superspeed", &StickOptions::superSpeed},
+        {"card-reader", &StickOptions::cardReader},
+        {"with-serial", &StickOptions::withSerial},
+    };
+    for (const auto &entry : flags) {
+        if (key == entry.key && value.empty()) {
+            stick.*entry.flag = true;
+            return true;
+        }
     }
     return false;
 }
@@ -129,8 +154,10 @@ bool completeOptions(Options &options, std::string &error)
         if (!ports.insert(stick.port).second)
             error = "two devices at port " + stick.port;
     }
-    if (!options.cameraPort.empty() && (!isPort(options.cameraPort) || !ports.insert(options.cameraPort).second))
-        error = "bad or repeated port " + options.cameraPort;
+    for (const DeviceOptions &device : options.devices) {
+        if (!isPort(device.port) || !ports.insert(device.port).second)
+            error = "bad or repeated port " + device.port;
+    }
     if (!options.internalDisk.empty()
         && (!isDiskName(options.internalDisk) || !disks.insert(options.internalDisk).second))
         error = "bad or repeated disk name " + options.internalDisk;
@@ -163,14 +190,15 @@ bool parseOptions(int argc, char **argv, Options &options, std::string &error)
             const char *name;
             std::string Options::*value;
         } texts[] = {
-            {"--camera", &Options::cameraPort},
             {"--internal-disk", &Options::internalDisk},
             {"--control", &Options::controlPath},
             {"--log", &Options::logPath},
         };
         const auto text = std::find_if(std::begin(texts), std::end(texts),
                                        [&option](const auto &entry) { return option == entry.name; });
-        const bool known = text != std::end(texts) || option == "--stick" || option == "--no-permission";
+        static const std::set<std::string> devices{"--camera", "--bulk-camera", "--serial", "--keyboard"};
+        const bool isDevice = devices.count(option) > 0;
+        const bool known = text != std::end(texts) || isDevice || option == "--stick" || option == "--no-permission";
         if (!known || at + 1 >= argc) {
             error = (known ? "no value after " : "unknown option ") + option;
             return false;
@@ -178,6 +206,8 @@ bool parseOptions(int argc, char **argv, Options &options, std::string &error)
         const std::string value = argv[++at];
         if (text != std::end(texts))
             options.*text->value = value;
+        else if (isDevice)
+            options.devices.push_back({option, value});
         else if (option == "--no-permission")
             options.deniedPorts.push_back(value);
         else if (!parseStick(value, options, error))

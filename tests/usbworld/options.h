@@ -16,13 +16,25 @@ struct StickOptions
     std::string diskName;
     std::uint16_t vendorId = 0;
     std::uint16_t productId = 0;
+    std::uint16_t becomesVendorId = 0; ///< after a reset, unless 0
+    std::uint16_t becomesProductId = 0;
     bool readOnly = false;
+    bool superSpeed = false;
+    bool cardReader = false; ///< its slot is empty at first
+    bool withSerial = false; ///< it has a serial port besides the disk
+};
+
+/** A device without an image: a camera, a serial adapter, a keyboard. */
+struct DeviceOptions
+{
+    std::string option; ///< that asked for it, such as "--camera"
+    std::string port;
 };
 
 struct Options
 {
     std::vector<StickOptions> sticks;
-    std::string cameraPort;
+    std::vector<DeviceOptions> devices;
     std::string internalDisk;
     std::vector<std::string> deniedPorts;
     std::string controlPath;

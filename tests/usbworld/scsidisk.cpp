@@ -8,7 +8,13 @@ namespace usbworld {
 
 namespace {
 
-enum SenseKey : std::uint8_t { MediumError = 0x03, IllegalRequest = 0x05, DataProtect = 0x07 };
+enum SenseKey : std::uint8_t {
+    NotReady = 0x02,
+    MediumError = 0x03,
+    IllegalRequest = 0x05,
+    UnitAttention = 0x06,
+    DataProtect = 0x07,
+};
 
 enum SenseCode : std::uint8_t {
     WriteError = 0x0c,
@@ -17,6 +23,8 @@ enum SenseCode : std::uint8_t {
     AddressOutOfRange = 0x21,
     InvalidField = 0x24,
     WriteProtected = 0x27,
+    MediumMayHaveChanged = 0x28,
+    MediumNotPresent = 0x3a,
 };
 
 std::uint32_t bigEndian32(const std::uint8_t *p)
@@ -55,22 +63,23 @@ ScsiDisk::Outcome answer(Bytes data, std::size_t allocated)
 struct ScsiDisk::Command
 {
     std::uint8_t opcode;
+    bool needsMedium;
     Outcome (ScsiDisk::*run)(const std::uint8_t *cdb);
 };
 
 const ScsiDisk::Command ScsiDisk::Commands[] = {
-    {0x00, &ScsiDisk::accept}, // TEST UNIT READY
-    {0x03, &ScsiDisk::requestSense}, //
-    {0x12, &ScsiDisk::inquiry}, //
-    {0x1a, &ScsiDisk::modeSense6}, //
-    {0x1b, &ScsiDisk::accept}, // START STOP UNIT
-    {0x1e, &ScsiDisk::accept}, // PREVENT ALLOW MEDIUM REMOVAL
-    {0x25, &ScsiDisk::readCapacity10}, //
-    {0x28, &ScsiDisk::read10}, //
-    {0x2a, &ScsiDisk::write10}, //
-    {0x2f, &ScsiDisk::accept}, // VERIFY(10)
-    {0x35, &ScsiDisk::accept}, // SYNCHRONIZE CACHE(10)
-    {0xa0, &ScsiDisk::reportLuns}, //
+    {0x00, true, &ScsiDisk::accept}, // TEST UNIT READY
+    {0x03, false, &ScsiDisk::requestSense}, //
+    {0x12, false, &ScsiDisk::inquiry}, //
+    {0x1a, false, &ScsiDisk::modeSense6}, //
+    {0x1b, false, &ScsiDisk::accept}, // START STOP UNIT
+    {0x1e, false, &ScsiDisk::accept}, // PREVENT ALLOW MEDIUM REMOVAL
+    {0x25, true, &ScsiDisk::readCapacity10}, //
+    {0x28, true, &ScsiDisk::read10}, //
+    {0x2a, true, &ScsiDisk::write10}, //
+    {0x2f, true, &ScsiDisk::accept}, // VERIFY(10)
+    {0x35, true, &ScsiDisk::accept}, // SYNCHRONIZE CACHE(10)
+    {0xa0, false, &ScsiDisk::reportLuns}, //
 };
 
 ScsiDisk::ScsiDisk(FileDescriptor image, std::uint64_t sectors, bool readOnly, Identity identity)
@@ -82,7 +91,19 @@ ScsiDisk::Outcome ScsiDisk::execute(const std::uint8_t *cdb)
 {
     const auto command =
         std::find_if(std::begin(Commands), std::end(Commands), [cdb](const Command &c) { return c.opcode == cdb[0]; });
-    return command == std::end(Commands) ? refuse(IllegalRequest, InvalidCommand) : (this->*command->run)(cdb);
+    if (command == std::end(Commands))
+        return refuse(IllegalRequest, InvalidCommand);
+    if (command->needsMedium && !m_present)
+        return refuse(NotReady, MediumNotPresent);
+    if (command->needsMedium && std::exchange(m_hasChanged, false))
+        return refuse(UnitAttention, MediumMayHaveChanged);
+    return (this->*command->run)(cdb);
+}
+
+void ScsiDisk::setPresent(bool present)
+{
+    m_hasChanged = present && !m_present;
+    m_present = present;
 }
 
 bool ScsiDisk::write(const std::uint8_t *data, std::size_t size)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "function.h"
 #include "handles.h"
 
 #include <cstddef>
@@ -9,8 +10,6 @@
 #include <vector>
 
 namespace usbworld {
-
-using Bytes = std::vector<std::uint8_t>;
 
 /**
  * A removable disk that answers SCSI commands from an image file.
@@ -42,6 +41,9 @@ public:
     /** Runs the command block of 16 bytes at \a cdb. A refused command leaves its reason for REQUEST SENSE. */
     Outcome execute(const std::uint8_t *cdb);
 
+    /** A card is put in or taken out: the host is told with its next command. */
+    void setPresent(bool present);
+
     /** Stores the next bytes of the write in progress. False when the image does not take them. */
     bool write(const std::uint8_t *data, std::size_t size);
 
@@ -65,6 +67,8 @@ private:
     FileDescriptor m_image;
     std::uint64_t m_sectors;
     bool m_readOnly;
+    bool m_present = true;
+    bool m_hasChanged = false; ///< a card was put in, and the host has not been told
     Identity m_identity;
     std::uint8_t m_senseKey = 0;
     std::uint8_t m_senseCode = 0;

@@ -1,20 +1,29 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "usbidentity.h"
 
+#include <algorithm>
+
 namespace usbworld {
 
 namespace {
 
-enum DescriptorType : std::uint8_t { Device = 1, Configuration = 2, String = 3, Interface = 4, Endpoint = 5 };
-enum TransferType : std::uint8_t { Bulk = 2, Interrupt = 3 };
+enum DescriptorType : std::uint8_t {
+    Device = 1,
+    Configuration = 2,
+    String = 3,
+    Interface = 4,
+    Endpoint = 5,
+    InterfaceAssociation = 11,
+    DeviceCapability = 16,
+    ObjectStore = 15,
+    EndpointCompanion = 48,
+};
 
 constexpr std::uint8_t HubClass = 0x09;
-constexpr std::uint8_t MiscellaneousClass = 0xef;
 constexpr std::uint8_t ProtocolOfInterfaceAssociation = 1;
 
-// Vendor number and product numbers that are set aside for tests, so that no real device is meant.
+// Vendor number that is set aside for tests, so that no real device is meant.
 constexpr std::uint16_t TestVendorId = 0x1209;
-constexpr std::uint16_t CameraProductId = 0x0010;
 
 std::uint8_t low(std::uint16_t value)
 {
@@ -26,25 +35,55 @@ std::uint8_t high(std::uint16_t value)
     return std::uint8_t(value >> 8);
 }
 
-void append(Bytes &bytes, std::initializer_list<std::uint8_t> more)
+void appendSetting(Bytes &body, const UsbInterface &one, std::uint8_t number, std::uint8_t setting,
+                   const std::vector<UsbEndpoint> &endpoints, bool superSpeed)
 {
-    bytes.insert(bytes.end(), more);
+    append(body,
+           {9, Interface, number, setting, std::uint8_t(endpoints.size()), one.interfaceClass, one.subClass,
+            one.protocol, 0});
+    if (setting == 0)
+        append(body, one.classSpecific);
+    for (const UsbEndpoint &endpoint : endpoints) {
+        append(body,
+               {7, Endpoint, endpoint.address, endpoint.type, low(endpoint.packetSize), high(endpoint.packetSize),
+                endpoint.interval});
+        if (superSpeed)
+            append(body, {6, EndpointCompanion, 0, 0, 0, 0});
+        append(body, endpoint.classSpecific);
+    }
 }
 
 } // namespace
+
+void append(Bytes &bytes, const Bytes &more)
+{
+    bytes.insert(bytes.end(), more.begin(), more.end());
+}
+
+void append16(Bytes &bytes, std::uint32_t value)
+{
+    append(bytes, {std::uint8_t(value), std::uint8_t(value >> 8)});
+}
+
+void append32(Bytes &bytes, std::uint32_t value)
+{
+    append16(bytes, value);
+    append16(bytes, value >> 16);
+}
 
 Bytes UsbIdentity::deviceDescriptor() const
 {
     const std::uint8_t subClass = deviceClass == MiscellaneousClass ? 2 : 0;
     const std::uint8_t protocol = deviceClass == MiscellaneousClass ? ProtocolOfInterfaceAssociation : 0;
+    const bool isSuper = speed == SuperSpeed;
     return {18,
             Device,
             0x00,
-            0x02,
+            std::uint8_t(isSuper ? 3 : 2),
             deviceClass,
             subClass,
             protocol,
-            64,
+            std::uint8_t(isSuper ? 9 : 64), // the packet size of endpoint 0, for a SuperSpeed device as a power of 2
             low(vendorId),
             high(vendorId),
             low(productId),
@@ -62,20 +101,43 @@ Bytes UsbIdentity::configurationDescriptor() const
     Bytes body;
     std::uint8_t number = 0;
     for (const UsbInterface &one : interfaces) {
-        append(body,
-               {9, Interface, number++, 0, std::uint8_t(one.endpoints.size()), one.interfaceClass, one.subClass,
-                one.protocol, 0});
-        for (const UsbEndpoint &endpoint : one.endpoints) {
-            const std::uint8_t interval = endpoint.attributes == Interrupt ? 8 : 0;
-            append(body,
-                   {7, Endpoint, endpoint.address, endpoint.attributes, low(endpoint.packetSize),
-                    high(endpoint.packetSize), interval});
+        if (one.associated > 0) {
+            append(
+                body,
+                {8, InterfaceAssociation, number, one.associated, one.interfaceClass, one.subClass, one.protocol, 0});
         }
+        appendSetting(body, one, number, 0, one.endpoints, speed == SuperSpeed);
+        for (std::size_t i = 0; i < one.alternates.size(); ++i)
+            appendSetting(body, one, number, std::uint8_t(i + 1), one.alternates[i], speed == SuperSpeed);
+        ++number;
     }
     const auto total = std::uint16_t(9 + body.size());
     const auto count = std::uint8_t(interfaces.size());
     body.insert(body.begin(), {9, Configuration, low(total), high(total), count, 1, 0, 0x80, 50});
     return body;
+}
+
+Bytes UsbIdentity::storeDescriptor() const
+{
+    if (speed != SuperSpeed)
+        return {};
+    return {5,  ObjectStore,      22, 0, 2, //
+            7,  DeviceCapability, 2,  2, 0,    0, 0, // USB 2: it saves power on its link
+            10, DeviceCapability, 3,  0, 0x0e, 0, 1, 10, 0xff, 0x07}; // SuperSpeed: from full speed on
+}
+
+int UsbIdentity::interfaceOf(unsigned endpoint) const
+{
+    const auto has = [endpoint](const std::vector<UsbEndpoint> &endpoints) {
+        return std::any_of(endpoints.begin(), endpoints.end(),
+                           [endpoint](const UsbEndpoint &one) { return one.address == endpoint; });
+    };
+    for (std::size_t i = 0; i < interfaces.size(); ++i) {
+        const auto &alternates = interfaces[i].alternates;
+        if (has(interfaces[i].endpoints) || std::any_of(alternates.begin(), alternates.end(), has))
+            return int(i);
+    }
+    return -1;
 }
 
 Bytes UsbIdentity::stringDescriptor(std::uint8_t index) const
@@ -99,25 +161,28 @@ UsbIdentity rootHubIdentity()
             "Linux",
             "Host Controller",
             "0000:00:14.0",
-            {{HubClass, 0, 0, {{0x81, Interrupt, 4}}, "hub"}}};
+            {{HubClass, 0, 0, {{0x81, UsbEndpoint::Interrupt, 4, 8}}, "hub"}}};
+}
+
+UsbInterface diskInterface(std::uint16_t packetSize)
+{
+    return {0x08,
+            0x06,
+            0x50,
+            {{0x81, UsbEndpoint::Bulk, packetSize}, {0x02, UsbEndpoint::Bulk, packetSize}},
+            "usb-storage"};
 }
 
 UsbIdentity stickIdentity(std::uint16_t vendorId, std::uint16_t productId, const std::string &product,
                           const std::string &serial)
 {
-    const std::vector<UsbEndpoint> endpoints{{0x81, Bulk, 512}, {0x02, Bulk, 512}};
-    return {vendorId, productId, 0, "Example", product, serial, {{0x08, 0x06, 0x50, endpoints, "usb-storage"}}};
+    return {vendorId, productId, 0, "Example", product, serial, {diskInterface()}};
 }
 
-UsbIdentity cameraIdentity()
+UsbIdentity testIdentity(std::uint8_t productId, std::uint8_t deviceClass, const std::string &product,
+                         const std::string &serial, std::vector<UsbInterface> interfaces)
 {
-    return {TestVendorId,
-            CameraProductId,
-            MiscellaneousClass,
-            "Example",
-            "Camera",
-            "CAMERA0001",
-            {{0x0e, 0x01, 0x00, {{0x83, Interrupt, 16}}, "uvcvideo"}, {0x0e, 0x02, 0x00, {}, "uvcvideo"}}};
+    return {TestVendorId, productId, deviceClass, "Example", product, serial, std::move(interfaces)};
 }
 
 } // namespace usbworld

@@ -40,20 +40,21 @@ const UsbNode::Request UsbNode::Requests[] = {
     {USBDEVFS_RESET, "reset", &UsbNode::resetDevice},
 };
 
-UsbNode::UsbNode(const UsbIdentity &identity, BulkOnly *transport, Log &log, std::string label, DriverChanged changed)
-    : m_identity(identity), m_transport(transport), m_log(log), m_label(std::move(label)),
-      m_changed(std::move(changed)), m_base(umockdev_ioctl_base_new())
+UsbNode::UsbNode(const UsbIdentity &identity, Functions functions, Log &log, std::string label, Events events)
+    : m_identity(identity), m_functions(std::move(functions)), m_log(log), m_label(std::move(label)),
+      m_events(std::move(events)), m_base(umockdev_ioctl_base_new())
 {
     for (const UsbInterface &one : identity.interfaces)
-        m_interfaces.push_back({one.kernelDriver, nullptr});
-    if (m_transport)
-        m_transport->reset();
+        m_interfaces.push_back({one.kernelDriver});
+    resetFunctions();
     g_signal_connect(m_base.get(), "handle-ioctl", G_CALLBACK(onIoctl), this);
+    m_time = std::thread(&UsbNode::keepTime, this);
 }
 
 UsbNode::~UsbNode()
 {
     g_signal_handlers_disconnect_by_data(m_base.get(), this);
+    stopTime();
     const std::lock_guard<std::mutex> lastRequestIsOver(m_mutex);
 }
 
@@ -66,15 +67,9 @@ bool UsbNode::attach(UMockdevTestbed *testbed, const std::string &name, GError *
 
 void UsbNode::disconnect()
 {
+    stopTime();
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_gone = true;
-    for (auto &[client, state] : m_clients) {
-        for (Urb &urb : state.waiting) {
-            urb.status = -ESHUTDOWN;
-            finish(client, std::move(urb));
-        }
-        state.waiting.clear();
-    }
+    failWaiting(-ESHUTDOWN);
     m_readiness.hangUp();
     m_log.line(m_label + " unplugged");
 }
@@ -90,6 +85,20 @@ UsbNode::Statistics UsbNode::statistics()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_statistics;
+}
+
+bool UsbNode::tell(const std::string &word)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (word != "stall") {
+        return std::any_of(m_functions.begin(), m_functions.end(),
+                           [&word](const auto &function) { return function->tell(word); });
+    }
+    for (const UsbInterface &interface : m_identity.interfaces) {
+        for (const UsbEndpoint &endpoint : interface.endpoints)
+            m_halted.insert(endpoint.address);
+    }
+    return true;
 }
 
 gboolean UsbNode::onIoctl(UMockdevIoctlBase *, Client *client, gpointer self)
@@ -253,9 +262,12 @@ UsbNode::Result UsbNode::setInterface(Client *client, UMockdevIoctlData *argumen
     if (!fetch(argument, query))
         return -EFAULT;
     InterfaceState *interface = interfaceAt(query.interface);
-    if (!interface || query.altsetting != 0)
+    if (!interface || query.altsetting > m_identity.interfaces[query.interface].alternates.size())
         return -EINVAL;
-    return claimFor(client, *interface);
+    const Result claimed = claimFor(client, *interface);
+    if (claimed == 0)
+        changeAlternate(query.interface, std::uint8_t(query.altsetting));
+    return claimed;
 }
 
 UsbNode::Result UsbNode::clearHalt(Client *client, UMockdevIoctlData *argument)
@@ -267,17 +279,46 @@ UsbNode::Result UsbNode::clearHalt(Client *client, UMockdevIoctlData *argument)
     if (!interface)
         return -ENOENT;
     const Result claimed = claimFor(client, *interface);
-    if (claimed == 0 && m_transport)
-        m_transport->clearHalt(endpoint);
+    if (claimed == 0)
+        clearStall(endpoint);
     retryWaiting();
     return claimed;
 }
 
 UsbNode::Result UsbNode::resetDevice(Client *, UMockdevIoctlData *)
 {
-    if (m_transport)
-        m_transport->reset();
-    return 0;
+    resetFunctions();
+    return m_events.reset() ? 0 : -ENODEV;
+}
+
+void UsbNode::resetFunctions()
+{
+    m_halted.clear();
+    for (std::size_t i = 0; i < m_interfaces.size(); ++i) {
+        changeAlternate(unsigned(i), 0);
+        m_functions[i]->reset();
+    }
+}
+
+void UsbNode::clearStall(unsigned endpoint)
+{
+    if (!interfaceOfEndpoint(endpoint))
+        return;
+    m_halted.erase(endpoint);
+    functionOfEndpoint(endpoint).clearHalt(endpoint);
+}
+
+// Transfers of the old setting end with it.
+void UsbNode::changeAlternate(unsigned number, std::uint8_t alternate)
+{
+    for (const std::vector<UsbEndpoint> &endpoints : m_identity.interfaces[number].alternates) {
+        for (const UsbEndpoint &endpoint : endpoints) {
+            failWaiting(-ESHUTDOWN, endpoint.address);
+            m_nextPacket.erase(endpoint.address);
+        }
+    }
+    m_interfaces[number].alternate = alternate;
+    m_functions[number]->setAlternate(number, alternate);
 }
 
 UsbNode::InterfaceState *UsbNode::interfaceAt(unsigned number)
@@ -287,13 +328,13 @@ UsbNode::InterfaceState *UsbNode::interfaceAt(unsigned number)
 
 UsbNode::InterfaceState *UsbNode::interfaceOfEndpoint(unsigned endpoint)
 {
-    for (std::size_t i = 0; i < m_interfaces.size(); ++i) {
-        for (const UsbEndpoint &one : m_identity.interfaces[i].endpoints) {
-            if (one.address == endpoint)
-                return &m_interfaces[i];
-        }
-    }
-    return nullptr;
+    const int number = m_identity.interfaceOf(endpoint);
+    return number < 0 ? nullptr : &m_interfaces[std::size_t(number)];
+}
+
+Function &UsbNode::functionOfEndpoint(unsigned endpoint)
+{
+    return *m_functions[std::size_t(m_identity.interfaceOf(endpoint))];
 }
 
 UsbNode::Result UsbNode::claimFor(Client *client, InterfaceState &interface)
@@ -313,8 +354,7 @@ void UsbNode::setDriver(InterfaceState &interface, const std::string &driver, Cl
         return;
     m_log.line(m_label + " driver " + (driver.empty() ? "none" : driver));
     interface.driver = driver;
-    if (m_changed)
-        m_changed();
+    m_events.driverChanged();
 }
 
 } // namespace usbworld

@@ -23,12 +23,13 @@ UsbNode::Result UsbNode::submit(Client *client, UMockdevIoctlData *argument)
 {
     usbdevfs_urb request;
     Urb urb{};
-    urb.block = fetch(argument, request);
+    urb.block = fetchUrb(argument, &request);
     if (!urb.block)
         return -EFAULT;
     urb.type = request.type;
     urb.endpoint = request.endpoint;
     urb.bufferLength = request.buffer_length;
+    urb.packets = urb.type == USBDEVFS_URB_TYPE_ISO ? std::size_t(request.number_of_packets) : 0;
     if (urb.type != USBDEVFS_URB_TYPE_CONTROL) {
         InterfaceState *interface = interfaceOfEndpoint(urb.endpoint);
         const Result claimed = interface ? claimFor(client, *interface) : -ENOENT;
@@ -42,8 +43,16 @@ UsbNode::Result UsbNode::submit(Client *client, UMockdevIoctlData *argument)
             return -EFAULT;
     }
     ++m_statistics.urbs;
-    if (!run(urb)) {
-        m_clients[client].waiting.push_back(std::move(urb));
+    if (urb.packets > 0 && m_identity.interfaces[std::size_t(m_identity.interfaceOf(urb.endpoint))].alternates.empty())
+        return -EINVAL; // it has no isochronous endpoint
+    std::deque<Urb> &waiting = m_clients[client].waiting;
+    const bool queued =
+        std::any_of(waiting.begin(), waiting.end(), [&urb](const Urb &one) { return one.endpoint == urb.endpoint; });
+    if (urb.packets > 0)
+        schedule(urb);
+    if (urb.packets > 0 || queued || !run(urb)) {
+        waiting.push_back(std::move(urb));
+        m_somethingWaits.notify_all();
         return 0;
     }
     finish(client, std::move(urb));
@@ -89,26 +98,31 @@ bool UsbNode::run(Urb &urb)
         runControl(urb);
         return true;
     }
-    return m_transport && runBulk(urb);
+    return runData(urb);
 }
 
-bool UsbNode::runBulk(Urb &urb)
+bool UsbNode::runData(Urb &urb)
 {
+    Function &function = functionOfEndpoint(urb.endpoint);
     const auto room = std::size_t(urb.bufferLength);
+    if (m_halted.count(urb.endpoint) > 0) {
+        urb.status = -EPIPE;
+        return true;
+    }
     if (!(urb.endpoint & DirectionIn)) {
-        const bool taken = m_transport->out(urb.buffer ? urb.buffer->data : nullptr, room);
+        const bool taken = function.out(urb.endpoint, urb.buffer ? urb.buffer->data : nullptr, room);
         urb.status = taken ? 0 : -EPIPE;
         urb.actualLength = taken ? urb.bufferLength : 0;
         return true;
     }
-    const BulkOnly::In in = m_transport->in(room);
-    if (in.answer == BulkOnly::Answer::NotYet)
+    const Function::In in = function.in(urb.endpoint, room);
+    if (in.answer == Function::Answer::NotYet)
         return false;
-    if (in.answer == BulkOnly::Answer::Stall)
+    if (in.answer == Function::Answer::Stall)
         urb.status = -EPIPE;
-    urb.actualLength = int(in.size);
-    if (in.size > 0)
-        umockdev_ioctl_data_update(urb.buffer.get(), 0, const_cast<guint8 *>(in.data), int(in.size));
+    urb.actualLength = int(std::min(in.size, room));
+    if (urb.actualLength > 0)
+        umockdev_ioctl_data_update(urb.buffer.get(), 0, const_cast<guint8 *>(in.data), urb.actualLength);
     return true;
 }
 
@@ -119,64 +133,73 @@ void UsbNode::runControl(Urb &urb)
         urb.status = -EINVAL;
         return;
     }
+    const std::uint8_t *bytes = urb.buffer->data;
+    const auto number = [bytes](int at) { return unsigned(bytes[at]) | unsigned(bytes[at + 1]) << 8; };
+    const Setup setup{unsigned(bytes[0]) << 8 | bytes[1], number(2), number(4)};
+    const bool hostReads = bytes[0] & DirectionIn;
     Bytes answer;
-    urb.status = control(urb.buffer->data, answer);
-    const std::uint8_t *setup = urb.buffer->data;
-    const std::size_t wanted = std::size_t(setup[6]) | std::size_t(setup[7]) << 8;
-    const bool hostReads = setup[0] & DirectionIn;
-    if (urb.status != 0)
+    const bool known = control(setup, hostReads ? Bytes() : Bytes(bytes + SetupSize, bytes + urb.bufferLength), answer);
+    urb.status = known ? 0 : -EPIPE;
+    if (!known)
         return;
     if (!hostReads) {
         urb.actualLength = urb.bufferLength - SetupSize;
         return;
     }
-    answer.resize(std::min({answer.size(), wanted, std::size_t(urb.bufferLength - SetupSize)}));
+    answer.resize(std::min({answer.size(), std::size_t(number(6)), std::size_t(urb.bufferLength - SetupSize)}));
     urb.actualLength = int(answer.size());
     if (!answer.empty())
         umockdev_ioctl_data_update(urb.buffer.get(), SetupSize, answer.data(), int(answer.size()));
 }
 
-// Answers a request to endpoint 0: 0, or minus an error number when the device refuses.
-int UsbNode::control(const std::uint8_t *setup, Bytes &answer)
+// Answers a request to endpoint 0. False: the device refuses.
+bool UsbNode::control(const Setup &setup, const Bytes &data, Bytes &answer)
 {
-    const std::uint8_t valueLow = setup[2];
-    const std::uint8_t valueHigh = setup[3];
-    const unsigned index = setup[4];
-    switch (unsigned(setup[0]) << 8 | setup[1]) {
+    const std::size_t interface = setup.index & 0xff;
+    switch (setup.request) {
     case 0x8000: // GET_STATUS of the device, an interface, an endpoint
     case 0x8100:
     case 0x8200:
         answer = {0, 0};
-        return 0;
-    case 0x8006: // GET_DESCRIPTOR
-        if (valueHigh == 1)
-            answer = m_identity.deviceDescriptor();
-        else if (valueHigh == 2 && valueLow == 0)
-            answer = m_identity.configurationDescriptor();
-        else if (valueHigh == 3)
-            answer = m_identity.stringDescriptor(valueLow);
-        return answer.empty() ? -EPIPE : 0;
+        return true;
+    case 0x8006:
+        return getDescriptor(setup.value, answer);
     case 0x8008: // GET_CONFIGURATION
         answer = {1};
-        return 0;
+        return true;
     case 0x810a: // GET_INTERFACE
-    case 0xa1fe: // highest logical unit
-        answer = {0};
-        return 0;
+        answer = {interface < m_interfaces.size() ? m_interfaces[interface].alternate : std::uint8_t(0)};
+        return true;
     case 0x0201: // CLEAR_FEATURE of an endpoint
-        if (m_transport)
-            m_transport->clearHalt(index);
-        return 0;
-    case 0x21ff: // reset of the bulk-only transport
-        if (m_transport)
-            m_transport->reset();
-        return 0;
+        clearStall(setup.index);
+        return true;
     case 0x0009: // SET_CONFIGURATION
     case 0x010b: // SET_INTERFACE
-        return 0;
+        return true;
     default:
-        return -EPIPE;
+        return interface < m_functions.size() && m_functions[interface]->control(setup, data, answer);
     }
+}
+
+bool UsbNode::getDescriptor(unsigned value, Bytes &answer) const
+{
+    switch (value >> 8) {
+    case 1:
+        answer = m_identity.deviceDescriptor();
+        break;
+    case 2:
+        answer = value == 0x200 ? m_identity.configurationDescriptor() : Bytes();
+        break;
+    case 3:
+        answer = m_identity.stringDescriptor(std::uint8_t(value));
+        break;
+    case 15:
+        answer = m_identity.storeDescriptor();
+        break;
+    default:
+        break;
+    }
+    return !answer.empty();
 }
 
 void UsbNode::finish(Client *client, Urb urb)
@@ -187,13 +210,34 @@ void UsbNode::finish(Client *client, Urb urb)
     m_clients[client].done.push_back(std::move(urb));
 }
 
+void UsbNode::failWaiting(int status, unsigned endpoint)
+{
+    for (auto &[client, state] : m_clients) {
+        for (auto urb = state.waiting.begin(); urb != state.waiting.end();) {
+            if (endpoint != 0 && urb->endpoint != endpoint) {
+                ++urb;
+                continue;
+            }
+            urb->status = status;
+            finish(client, std::move(*urb));
+            urb = state.waiting.erase(urb);
+        }
+    }
+}
+
+// The endpoints do not wait for each other, but the transfers of one keep their order.
 void UsbNode::retryWaiting()
 {
     for (auto &[client, state] : m_clients) {
-        while (!state.waiting.empty() && run(state.waiting.front())) {
-            Urb urb = std::move(state.waiting.front());
-            state.waiting.pop_front();
-            finish(client, std::move(urb));
+        std::set<unsigned> stillWaiting;
+        for (auto urb = state.waiting.begin(); urb != state.waiting.end();) {
+            if (urb->packets > 0 || stillWaiting.count(urb->endpoint) > 0 || !run(*urb)) {
+                stillWaiting.insert(urb->endpoint);
+                ++urb;
+                continue;
+            }
+            finish(client, std::move(*urb));
+            urb = state.waiting.erase(urb);
         }
     }
 }

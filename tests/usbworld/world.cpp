@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "world.h"
 
+#include "bulkonly.h"
+#include "camera.h"
+#include "keyboard.h"
+#include "serialport.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
@@ -60,8 +65,8 @@ bool World::build(const Options &options, std::string &error)
         if (!addStick(stick, error))
             return false;
     }
-    if (!options.cameraPort.empty())
-        addCamera(options.cameraPort);
+    for (const DeviceOptions &device : options.devices)
+        addDevice(device);
     for (Port &port : m_ports) {
         port.denied = std::count(options.deniedPorts.begin(), options.deniedPorts.end(), port.name) > 0;
         const std::string reply = plug(port);
@@ -85,35 +90,65 @@ bool World::addStick(const StickOptions &stick, std::string &error)
         return false;
     }
     const auto sectors = std::uint64_t(status.st_size) / ScsiDisk::SectorSize;
-    Port port;
+    const int hostNumber = int(m_ports.size()) + 2;
+    Port &port = m_ports.emplace_back();
     port.name = stick.port;
     port.identity = stickIdentity(stick.vendorId, stick.productId, stick.product, stick.serial);
+    if (stick.superSpeed) {
+        port.identity.speed = UsbIdentity::SuperSpeed;
+        port.identity.interfaces = {diskInterface(1024)};
+    }
     const ScsiDisk::Identity identity{port.identity.manufacturer, stick.product, stick.serial};
-    port.transport = std::make_unique<BulkOnly>(ScsiDisk(std::move(image), sectors, stick.readOnly, identity));
-    port.disk = DiskShape{stick.diskName, sectors, stick.readOnly, int(m_ports.size()) + 2};
-    m_ports.push_back(std::move(port));
+    port.functions = {std::make_shared<BulkOnly>(ScsiDisk(std::move(image), sectors, stick.readOnly, identity))};
+    if (stick.cardReader)
+        port.functions[0]->tell("eject");
+    if (stick.withSerial) {
+        port.identity.deviceClass = MiscellaneousClass;
+        for (UsbInterface &interface : SerialPort::interfaces(1))
+            port.identity.interfaces.push_back(std::move(interface));
+        port.functions.resize(3, std::make_shared<SerialPort>());
+    }
+    if (stick.becomesVendorId != 0)
+        port.otherNumbers = {stick.becomesVendorId, stick.becomesProductId};
+    port.disk = DiskShape{stick.diskName, sectors, stick.readOnly, hostNumber};
     return true;
 }
 
-void World::addCamera(const std::string &name)
+void World::addDevice(const DeviceOptions &device)
 {
-    Port port;
-    port.name = name;
-    port.identity = cameraIdentity();
-    port.hasVideo = true;
-    m_ports.push_back(std::move(port));
+    Port &port = m_ports.emplace_back();
+    port.name = device.port;
+    if (device.option == "--serial") {
+        port.identity = testIdentity(0x11, 0x02, "Serial adapter", "SERIAL0001", SerialPort::interfaces(0));
+        port.functions.resize(2, std::make_shared<SerialPort>());
+    } else if (device.option == "--keyboard") {
+        port.identity = Keyboard::identity();
+        port.functions = {std::make_shared<Keyboard>()};
+    } else {
+        const auto transfer = device.option == "--camera" ? Camera::Transfer::Isochronous : Camera::Transfer::Bulk;
+        port.identity = Camera::identity(transfer);
+        port.functions.resize(2, std::make_shared<Camera>(transfer));
+        port.videoNumber = m_videos++;
+    }
 }
 
 std::string World::command(const std::string &line)
 {
     const std::size_t space = line.find(' ');
     const std::string verb = line.substr(0, space);
-    const std::string argument = space == std::string::npos ? std::string() : line.substr(space + 1);
+    std::string argument = space == std::string::npos ? std::string() : line.substr(space + 1);
+    std::string word;
+    if (verb == "tell" && argument.find(' ') != std::string::npos) {
+        word = argument.substr(argument.find(' ') + 1);
+        argument.resize(argument.find(' '));
+    }
     const auto entry =
         std::find_if(std::begin(Commands), std::end(Commands), [&verb](const Command &c) { return verb == c.name; });
-    if (entry == std::end(Commands))
+    if (entry == std::end(Commands) && verb != "tell")
         return "error unknown command " + verb;
     Port *port = find(argument);
+    if (port && verb == "tell")
+        return tell(*port, word);
     return port ? (this->*entry->run)(*port) : "error no port " + argument;
 }
 
@@ -160,12 +195,19 @@ std::string World::unplug(Port &port)
 {
     if (!port.plugged)
         return "error not plugged";
+    pull(port);
+    if (port.numbers.exchange(Numbers::First) == Numbers::Other)
+        swapNumbers(port);
+    return "ok";
+}
+
+void World::pull(Port &port)
+{
     port.plugged = false;
     port.nodes.back()->disconnect();
     hideFunction(port);
     unlink((m_root + "/dev/" + port.place.node()).c_str());
     removeRecords(port.usbRecords);
-    return "ok";
 }
 
 std::string World::driver(Port &port)
@@ -176,7 +218,8 @@ std::string World::driver(Port &port)
 std::string World::statistics(Port &port)
 {
     const UsbNode::Statistics statistics = port.nodes.back()->statistics();
-    return "ok urbs=" + std::to_string(statistics.urbs) + " bytes=" + std::to_string(statistics.bytes);
+    return "ok urbs=" + std::to_string(statistics.urbs) + " bytes=" + std::to_string(statistics.bytes)
+        + " missed=" + std::to_string(statistics.missed);
 }
 
 std::string World::deny(Port &port)
@@ -191,10 +234,16 @@ std::string World::allow(Port &port)
     return !port.plugged || placeNode(port) ? "ok" : "error cannot make the node";
 }
 
+std::string World::tell(Port &port, const std::string &word)
+{
+    return port.plugged && port.nodes.back()->tell(word) ? "ok" : "error it cannot do that";
+}
+
 bool World::attachNode(Port &port, std::string &error)
 {
-    port.nodes.push_back(std::make_unique<UsbNode>(port.identity, port.transport.get(), m_log, port.name,
-                                                   [this] { g_idle_add(onDriverChanged, this); }));
+    const UsbNode::Events events{[this] { g_idle_add(onDriverChanged, this); },
+                                 [this, &port] { return resetKeepsNumbers(port); }};
+    port.nodes.push_back(std::make_unique<UsbNode>(port.identity, port.functions, m_log, port.name, events));
     GError *failure = nullptr;
     if (!port.nodes.back()->attach(m_testbed.get(), port.place.node(), &failure)) {
         error = takeMessage(failure);
@@ -234,8 +283,8 @@ void World::showFunction(Port &port)
 {
     if (port.disk)
         port.functionRecords = usbDiskRecords(port.identity, port.place, *port.disk);
-    else if (port.hasVideo)
-        port.functionRecords = videoRecords(port.identity, port.place);
+    else if (port.videoNumber)
+        port.functionRecords = videoRecords(port.identity, port.place, *port.videoNumber);
     addRecords(port.functionRecords);
 }
 
@@ -263,6 +312,8 @@ void World::addRecord(const DeviceRecord &record)
         m_failure = takeMessage(failure);
         m_log.line(record.path + ' ' + m_failure);
     }
+    if (!videoNode(record).empty())
+        FileDescriptor(open((m_root + "/dev/" + videoNode(record)).c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
     // /sys/block lists whole disks; the test bed would list partitions too.
     if (record.isPartition())
         unlink((m_root + "/sys/block/" + record.node).c_str());
@@ -273,9 +324,48 @@ void World::removeRecord(const DeviceRecord &record)
     const std::string path = record.sysPath();
     umockdev_testbed_uevent(m_testbed.get(), path.c_str(), "remove");
     umockdev_testbed_remove_device(m_testbed.get(), path.c_str());
+    if (!videoNode(record).empty())
+        unlink((m_root + "/dev/" + videoNode(record)).c_str());
     // Links that the test bed leaves behind, and that it could not make a second time.
     for (const std::string &link : record.indexLinks())
         unlink((m_root + link).c_str());
+}
+
+// "video0" for the record of a camera's picture, and nothing for any other.
+std::string World::videoNode(const DeviceRecord &record)
+{
+    return record.path.find("/video4linux/") == std::string::npos ? std::string()
+                                                                  : record.path.substr(record.path.rfind('/') + 1);
+}
+
+// On the thread of the test bed.
+bool World::resetKeepsNumbers(Port &port)
+{
+    Numbers first = Numbers::First;
+    if (!port.otherNumbers || !port.numbers.compare_exchange_strong(first, Numbers::Changing))
+        return true;
+    g_idle_add(onReset, this);
+    return false;
+}
+
+void World::swapNumbers(Port &port)
+{
+    std::swap(port.identity.vendorId, port.otherNumbers->first);
+    std::swap(port.identity.productId, port.otherNumbers->second);
+}
+
+gboolean World::onReset(gpointer self)
+{
+    auto *world = static_cast<World *>(self);
+    for (Port &port : world->m_ports) {
+        if (port.numbers != Numbers::Changing)
+            continue;
+        world->pull(port);
+        swapNumbers(port);
+        port.numbers = Numbers::Other;
+        world->plug(port);
+    }
+    return G_SOURCE_REMOVE;
 }
 
 gboolean World::onDriverChanged(gpointer self)

@@ -7,6 +7,7 @@
 #include "options.h"
 #include "usbnode.h"
 
+#include <atomic>
 #include <list>
 #include <memory>
 #include <optional>
@@ -36,14 +37,19 @@ public:
     std::string command(const std::string &line);
 
 private:
+    enum class Numbers { First, Changing, Other };
+
     struct Port
     {
         std::string name;
         UsbIdentity identity;
-        std::unique_ptr<BulkOnly> transport;
+        UsbNode::Functions functions;
         std::optional<DiskShape> disk;
-        bool hasVideo = false;
+        std::optional<int> videoNumber;
+        /// Vendor and product after a reset, and once it has had one, those before it.
+        std::optional<std::pair<std::uint16_t, std::uint16_t>> otherNumbers;
         bool plugged = false;
+        std::atomic<Numbers> numbers{Numbers::First};
         bool denied = false;
         UsbPlace place;
         std::vector<DeviceRecord> usbRecords;
@@ -56,16 +62,18 @@ private:
     static const Command Commands[];
 
     bool addStick(const StickOptions &stick, std::string &error);
-    void addCamera(const std::string &port);
+    void addDevice(const DeviceOptions &device);
     Port *find(const std::string &name);
 
     int takeAddress();
     std::string plug(Port &port);
     std::string unplug(Port &port);
+    void pull(Port &port);
     std::string driver(Port &port);
     std::string statistics(Port &port);
     std::string deny(Port &port);
     std::string allow(Port &port);
+    std::string tell(Port &port, const std::string &word);
 
     bool attachNode(Port &port, std::string &error);
     bool placeNode(const Port &port);
@@ -80,6 +88,10 @@ private:
     void removeRecord(const DeviceRecord &record);
     void driverChanged();
     static gboolean onDriverChanged(gpointer self);
+    static void swapNumbers(Port &port);
+    bool resetKeepsNumbers(Port &port);
+    static gboolean onReset(gpointer self);
+    static std::string videoNode(const DeviceRecord &record);
 
     Log &m_log;
     GRef<UMockdevTestbed> m_testbed;
@@ -88,6 +100,7 @@ private:
     std::string m_failure; ///< why a device directory could not be made
     std::list<Port> m_ports;
     bool m_disksFollowDriver = false;
+    int m_videos = 0;
     int m_nextAddress = 2; // the root hub has 1
 };
 

@@ -1,8 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: LGPL-2.1-or-later
 # usage: mkguest.sh OUTDIR
-# Makes OUTDIR/vmlinuz and OUTDIR/initrd.gz: the Debian kernel and the smallest system that uses a USB stick.
-# Installs nothing. Wants apt-get, dpkg-deb, cpio and a static busybox; LINUX_DEB names a kernel package that is already
+# Makes OUTDIR/vmlinuz and OUTDIR/initrd.gz: the Debian kernel and the smallest system that uses USB devices.
+# Installs nothing. Wants apt-get, dpkg-deb, cpio, a C++ compiler and a static busybox; LINUX_DEB names a kernel package that is already
 # there, so that nothing is fetched.
 set -eu
 [ $# -eq 1 ] || { sed -n '3,6s/^# //p' "$0" >&2; exit 2; }
@@ -10,7 +10,15 @@ here=$(cd "$(dirname "$0")" && pwd)
 mkdir -p "$1"
 out=$(cd "$1" && pwd)
 busybox=${BUSYBOX:-/bin/busybox}
-modules='xhci-pci usb-storage sd_mod crc32c_generic ext4'
+# What the guest loads for a kind of device, after the controller.
+modules_of() {
+    case $1 in
+        disk) echo xhci-pci usb-storage sd_mod crc32c_generic ext4 ;;
+        camera) echo xhci-pci uvcvideo ;;
+        serial) echo xhci-pci cdc-acm ;;
+        keyboard) echo xhci-pci usbhid hid-generic evdev ;;
+    esac
+}
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -45,13 +53,15 @@ root=$work/root
 mkdir -p "$root/bin" "$root/dev" "$root/proc" "$root/sys" "$root/mnt" "$root/modules"
 cp "$busybox" "$root/bin/busybox"
 install -m 755 "$here/init" "$root/init"
-for module in $modules; do
-    with_needed "$module" >>"$work/order"
+"${CXX:-c++}" -O1 -s -static -o "$root/bin/usbcheck" "$here/usbcheck.cpp"
+for kind in disk camera serial keyboard; do
+    for module in $(modules_of "$kind"); do
+        with_needed "$module"
+    done | awk '!seen[$0]++' | sed "s|.*lib/modules/$version/||" | while read -r file; do
+        cp "$moddir/$file" "$root/modules/"
+        basename "$file"
+    done >"$root/modules/$kind"
 done
-awk '!seen[$0]++' "$work/order" | sed "s|.*lib/modules/$version/||" | while read -r file; do
-    cp "$moddir/$file" "$root/modules/"
-    basename "$file"
-done >"$root/modules/order"
 
 cp "$work/kernel/boot/vmlinuz-$version" "$out/vmlinuz"
 (cd "$root" && find . | cpio --quiet -o -H newc) | gzip -1 >"$out/initrd.gz"

@@ -89,7 +89,11 @@ int runInside(char **argv, const Test &test)
 {
     const Scratch scratch;
     std::vector<std::string> words = worldCommand(argv, scratch);
-    words.insert(words.end(), test.worldOptions.begin(), test.worldOptions.end());
+    for (std::string option : test.worldOptions) {
+        if (const std::size_t at = option.find('@'); at != std::string::npos)
+            option.replace(at, 1, imagePath(1));
+        words.push_back(option);
+    }
     words.insert(words.end(), {"--", std::filesystem::canonical("/proc/self/exe").string(), test.name});
     const int code = exitCode(start(words));
     if (code != 0)
@@ -196,9 +200,10 @@ int main(int argc, char **argv)
             return 0;
         }
     }
-    const auto test =
-        std::find_if(InsideTests.begin(), InsideTests.end(), [&name](const Test &one) { return name == one.name; });
-    if (test == InsideTests.end()) {
+    std::vector<Test> tests = InsideTests;
+    tests.insert(tests.end(), DeviceTests.begin(), DeviceTests.end());
+    const auto test = std::find_if(tests.begin(), tests.end(), [&name](const Test &one) { return name == one.name; });
+    if (test == tests.end()) {
         std::cerr << "no test " << name << std::endl;
         return 2;
     }

@@ -244,12 +244,6 @@ int LIBUSB_CALL onHotplug(libusb_context *, libusb_device *device, libusb_hotplu
     return 0;
 }
 
-void handleEvents(libusb_context *context)
-{
-    timeval soon{0, 1000};
-    libusb_handle_events_timeout_completed(context, &soon, nullptr);
-}
-
 std::string nextUsbEvent(udev_monitor *monitor)
 {
     pollfd waiting{udev_monitor_get_fd(monitor), POLLIN, 0};

@@ -83,6 +83,12 @@ Device findDevice(libusb_context *context, const std::string &port)
     return found;
 }
 
+void handleEvents(libusb_context *context)
+{
+    timeval soon{0, 1000};
+    libusb_handle_events_timeout_completed(context, &soon, nullptr);
+}
+
 Handle openDevice(libusb_context *context, const std::string &port)
 {
     const Device device = findDevice(context, port);

@@ -33,6 +33,9 @@ Context makeContext();
 /** The device at a port such as "1-2", or null. */
 Device findDevice(libusb_context *context, const std::string &port);
 
+/** Lets libusb deal with what has come until now. */
+void handleEvents(libusb_context *context);
+
 /** Opens the device at \a port, which must be possible. */
 Handle openDevice(libusb_context *context, const std::string &port);
 

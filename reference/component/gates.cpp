@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "gates.h"
+
+#include "sharenote.h"
+
+#include <QDir>
+#include <QFile>
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+QString userName()
+{
+    passwd user{};
+    passwd *found = nullptr;
+    char texts[4096];
+    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
+    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
+}
+
+QString helpfulRule(const UsbDevice &device)
+{
+    return QStringLiteral("SUBSYSTEM==\"usb\", ATTR{idVendor}==\"%1\", ATTR{idProduct}==\"%2\", TAG+=\"uaccess\"")
+        .arg(device.vendorId, device.productId);
+}
+
+using FileId = std::pair<dev_t, ino_t>;
+
+FileId fileAt(const QString &path)
+{
+    struct stat status
+    {
+    };
+    stat(QFile::encodeName(path).constData(), &status);
+    return {status.st_dev, status.st_ino};
+}
+
+bool hasOpen(const QString &process, const std::set<FileId> &files)
+{
+    const QString folder = QStringLiteral("/proc/") + process + QStringLiteral("/fd/");
+    const QStringList open = QDir(folder).entryList(QDir::Files | QDir::System);
+    return std::any_of(open.begin(), open.end(),
+                       [&](const QString &number) { return files.count(fileAt(folder + number)) > 0; });
+}
+
+} // namespace
+
+Outcome noPermission(const UsbDevice &device)
+{
+    return {Refusal::NoPermission,
+            QStringLiteral("user %1 may not open %2; this udev rule helps: %3")
+                .arg(userName(), device.node, helpfulRule(device))};
+}
+
+Gate permissionGate(const UsbDevice &device)
+{
+    Gate gate{QStringLiteral("permission"), {}, QStringLiteral("a udev rule: ") + helpfulRule(device)};
+    if (!Descriptor(open(QFile::encodeName(device.node).constData(), O_RDWR | O_CLOEXEC)))
+        gate.outcome = noPermission(device);
+    return gate;
+}
+
+Gate mountGate(const UsbDevice &device)
+{
+    const QString point = device.mountPoint();
+    Gate gate{QStringLiteral("not mounted"), {}, QStringLiteral("umount ") + point};
+    if (!point.isEmpty()) {
+        gate.outcome = {Refusal::Mounted, QStringLiteral("mounted at ") + point + QStringLiteral("; unmount it first")};
+    }
+    return gate;
+}
+
+Gate useGate(const UsbDevice &device)
+{
+    Gate gate{QStringLiteral("not in use"), {}, QStringLiteral("end that program, or have it close the device")};
+    std::set<FileId> files;
+    for (const QString &node : device.nodes())
+        files.insert(fileAt(node));
+    files.erase(FileId()); // of a node that is not there
+    if (files.empty())
+        return gate;
+    QStringList users;
+    const QStringList processes = QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[1-9]*")}, QDir::Dirs);
+    for (const QString &process : processes) {
+        if (process == QString::number(getpid()) || !hasOpen(process, files))
+            continue;
+        QFile name(QStringLiteral("/proc/") + process + QStringLiteral("/comm"));
+        name.open(QIODevice::ReadOnly);
+        users.append(process + QStringLiteral(" (") + QString::fromLocal8Bit(name.readAll().trimmed())
+                     + QLatin1Char(')'));
+    }
+    if (!users.isEmpty())
+        gate.outcome = {Refusal::UsbError, QStringLiteral("opened by process ") + users.join(QStringLiteral(", "))};
+    return gate;
+}
