@@ -21,7 +21,8 @@ struct Test
 {
     const char *name;
     void (*run)();
-    std::vector<std::string> worldOptions; ///< @ stands for the image of the first stick; besides the four sticks at 1-1 to 1-4, 1-2 being read-only
+    std::vector<std::string> worldOptions; ///< @ stands for the image of the first stick; besides the four sticks at
+                                           ///< 1-1 to 1-4, 1-2 being read-only
 };
 
 /** Run inside an emulated machine of their own, each in a process of its own. */
