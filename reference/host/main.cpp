@@ -3,6 +3,7 @@
 // devredir-host: shares this machine's USB devices with a virtual machine over SPICE.
 
 #include "host.h"
+#include "reference/client/escaped.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -50,7 +51,7 @@ int main(int argc, char **argv)
     QString answer;
     const QString error = options.read(QCoreApplication::arguments(), answer);
     if (!error.isEmpty()) {
-        std::fprintf(stderr, "devredir-host: %s\n", qUtf8Printable(Output::escaped(error)));
+        std::fprintf(stderr, "devredir-host: %s\n", qUtf8Printable(escaped(error)));
         return ExitCode::Usage;
     }
     if (!answer.isEmpty()) {

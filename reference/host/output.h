@@ -36,9 +36,6 @@ public:
     void tell(Event event, const QString &text, QJsonObject details = {}) const;
     void list(const QList<ExterDeviceInfo> &devices) const;
 
-    /// \a text on one line and without what steers a terminal: names come from virtual machines and devices.
-    static QString escaped(const QString &text);
-
 private:
     void tellJson(Event event, QJsonObject object) const;
 

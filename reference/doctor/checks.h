@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#pragma once
+
+#include "finding.h"
+
+/// The component in \a folder: found, loaded, complete. It is loaded, but none of its functions is called.
+Findings checkComponent(const QString &folder);
+/// The component's config.json in \a folder.
+Findings checkConfiguration(const QString &folder);
+/// The devices of this machine: whether this user may open them, and who else has them open.
+Findings checkDevices();
+/// What tells the library which disks are mounted: the lister of block devices, and the mount table.
+Findings checkMounts();
+/// The SPICE library that this program got.
+Findings checkSpice();
+/// The likely causes of trouble that a client's log in \a path shows.
+Findings checkLog(const QString &path);
