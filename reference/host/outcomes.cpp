@@ -79,9 +79,12 @@ void Host::componentReported(RedirEvent event, const QByteArray &text)
     // The outcome of a "usbrdr" share is this event; of any other class the library tells it by a signal.
     const bool isOutcome = (event == RedirEventShared || event == RedirEventShareFailed) && m_pending.contains(deviceId)
         && m_redirect->getDeviceInfo(deviceId).rdrName == USBRDR;
+    const bool isUnasked = !m_pending.contains(deviceId);
     if (isOutcome)
         shareEnded(deviceId, event == RedirEventShared);
-    else if (event == RedirEventUnshared && m_shared.remove(deviceId) && !m_pending.contains(deviceId))
+    else if (event == RedirEventShared && isUnasked && !m_shared.contains(deviceId))
+        shareEnded(deviceId, true); // it has come back to the channel that it had
+    else if (event == RedirEventUnshared && m_shared.remove(deviceId) && isUnasked)
         m_output.tell(Event::Unshared, QStringLiteral("unshared: ") + deviceId, details);
 
     if (event != RedirEventShareFailed && !m_leaving)

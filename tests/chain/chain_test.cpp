@@ -186,7 +186,8 @@ TEST(Chain, a_stick_pulled_out_while_shared_can_be_shared_again_when_it_is_back)
 
     ASSERT_TRUE(chain.world(QStringLiteral("plug 1-1")).startsWith("ok"));
     EXPECT_FALSE(chain.event(QStringLiteral("arrived"), Id).isEmpty());
-    SHARE(chain, Id);
+    EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty()) << "it has its channel back";
+    SHARE(chain, Id); // asks for what has been done
     EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usbfs")));
 }
 
