@@ -20,7 +20,7 @@ std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak
 void makeWhatLinesNeed()
 {
     QLoggingCategory::defaultCategory();
-    [[maybe_unused]] const QString pattern = qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
+    qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
 }
 
 QList<ProcessEnd *> &living()
