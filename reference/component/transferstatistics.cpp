@@ -16,14 +16,14 @@ constexpr uint8_t DirectionIn = 0x80;
 /// Where a message about data says what.
 struct Layout
 {
-    uint32_t type;
     std::size_t endpoint, status, size;
+    uint32_t type;
     bool hasRequest; ///< the virtual machine asks for each
 };
 template<typename Header>
 constexpr Layout layout(uint32_t type, bool hasRequest)
 {
-    return {type, offsetof(Header, endpoint), offsetof(Header, status), sizeof(Header), hasRequest};
+    return {offsetof(Header, endpoint), offsetof(Header, status), sizeof(Header), type, hasRequest};
 }
 constexpr Layout Layouts[] = {
     layout<usb_redir_control_packet_header>(usb_redir_control_packet, true),
