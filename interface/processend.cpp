@@ -20,7 +20,7 @@ std::atomic<QAbstractEventDispatcher *> keptDispatcher{nullptr}; // so that leak
 void makeWhatLinesNeed()
 {
     QLoggingCategory::defaultCategory();
-    qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
+    (void)qFormatLogMessage(QtDebugMsg, QMessageLogContext(), QString());
 }
 
 QList<ProcessEnd *> &living()
