@@ -94,7 +94,7 @@ class Machine:
                 os.remove(os.path.join(self.directory, left))
         usbworld = os.path.join(options.build, "tests/usbworld/usbworld")
         host = os.path.join(options.build, "reference/bin/devredir-host")
-        self.children = [subprocess.Popen(["tests/usbworld/guest/qemu-guest.sh", self.directory, self.directory],
+        self.children = [subprocess.Popen(["tests/vm/qemu-guest.sh", self.directory, self.directory],
                                           env=dict(os.environ, GUEST_SECTORS=str(sectors)))]
         spice = os.path.join(self.directory, "spice.sock")
         self.await_that(lambda: os.path.exists(spice), "machine")

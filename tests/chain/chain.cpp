@@ -50,7 +50,7 @@ Chain::~Chain()
 
 void Chain::startVm(int ports)
 {
-    m_vm.start(QStringLiteral(USBWORLD_SCRIPTS "/qemu-bios.sh"), {m_directory.path(), QString::number(ports)});
+    m_vm.start(QStringLiteral(VM_SCRIPTS "/qemu-bios.sh"), {m_directory.path(), QString::number(ports)});
     waitForVm();
 }
 
@@ -59,7 +59,7 @@ void Chain::startGuest(const QProcessEnvironment &environment, int ports)
     QProcessEnvironment all = QProcessEnvironment::systemEnvironment();
     all.insert(environment);
     m_vm.setProcessEnvironment(all);
-    m_vm.start(QStringLiteral(USBWORLD_SCRIPTS "/guest/qemu-guest.sh"),
+    m_vm.start(QStringLiteral(VM_SCRIPTS "/qemu-guest.sh"),
                {m_directory.path(), QStringLiteral(GUEST_DIRECTORY), QString::number(ports)});
     waitForVm();
 }
@@ -67,7 +67,7 @@ void Chain::startGuest(const QProcessEnvironment &environment, int ports)
 QByteArray Chain::run(const QString &script, const QStringList &arguments)
 {
     QProcess process;
-    process.start(QStringLiteral(USBWORLD_SCRIPTS "/guest/") + script, arguments);
+    process.start(QStringLiteral(VM_SCRIPTS "/") + script, arguments);
     process.waitForFinished();
     return process.readAllStandardOutput();
 }

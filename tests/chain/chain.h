@@ -37,9 +37,9 @@ public:
     /// A virtual machine with so many USB ports. It boots from the first stick that it gets.
     void startVm(int ports = 1);
     /// A virtual machine with a Linux guest that mounts the stick, reads "hello.txt" and writes "from-guest.txt", or
-    /// that uses what the environment says (GUEST_KINDS and GUEST_CHECK, see usbworld/guest/qemu-guest.sh).
+    /// that uses what the environment says (GUEST_KINDS and GUEST_CHECK, see vm/qemu-guest.sh).
     void startGuest(const QProcessEnvironment &environment, int ports = 1);
-    /// What a script of usbworld/guest prints.
+    /// What a script of vm prints.
     static QByteArray run(const QString &script, const QStringList &arguments);
     void killVm();
     /// Its process does nothing any more until it goes on (SIGSTOP, SIGCONT).

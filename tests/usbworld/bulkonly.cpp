@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "bulkonly.h"
 
+#include "usbidentity.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -9,11 +11,6 @@ namespace usbworld {
 namespace {
 
 constexpr std::size_t PacketSize = 512;
-
-std::uint32_t littleEndian32(const std::uint8_t *p)
-{
-    return std::uint32_t(p[3]) << 24 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[1]) << 8 | p[0];
-}
 
 } // namespace
 
@@ -54,7 +51,7 @@ void BulkOnly::command(const std::uint8_t *wrapper)
 {
     reset();
     std::copy_n(wrapper + 4, m_tag.size(), m_tag.begin());
-    const std::size_t wanted = littleEndian32(wrapper + 8);
+    const std::size_t wanted = numberAt(wrapper + 8);
     const bool hostReads = wrapper[12] & 0x80;
 
     ScsiDisk::Outcome outcome = m_disk.execute(wrapper + 15);

@@ -33,16 +33,10 @@ constexpr Picture Pictures[] = {
 
 constexpr std::uint8_t HeaderSize = 12;
 constexpr std::uint32_t PacketSizes[] = {256, 512, 1024, 2048, 3072}; // of the alternate settings
-constexpr std::uint8_t EveryMillisecond = 4; // as an exponent of microframes
-constexpr std::uint64_t MicrosecondsOfAPacket = 1000;
+constexpr std::uint8_t EveryMillisecond = 4; // as an exponent of microframes, of which each has 125 microseconds
+constexpr std::uint64_t MicrosecondsOfAPacket = 125 << (EveryMillisecond - 1);
 constexpr std::uint32_t BulkPayload = 16384;
 constexpr std::uint32_t ClockFrequency = 1000000;
-
-std::uint32_t numberAt(const Bytes &bytes, std::size_t at)
-{
-    return std::uint32_t(bytes[at]) | std::uint32_t(bytes[at + 1]) << 8 | std::uint32_t(bytes[at + 2]) << 16
-        | std::uint32_t(bytes[at + 3]) << 24;
-}
 
 // --- descriptors ---
 
@@ -126,11 +120,11 @@ UsbIdentity Camera::identity(Transfer transfer)
     stream.classSpecific = streamDescriptors();
     if (transfer == Transfer::Bulk) {
         stream.endpoints = {{StreamEndpoint, UsbEndpoint::Bulk, 512}};
-        return testIdentity(0x13, MiscellaneousClass, "Bulk camera", "CAMERA0002", {control, stream});
+        return {TestVendorId, 0x13, MiscellaneousClass, "Example", "Bulk camera", "CAMERA0002", {control, stream}};
     }
     for (const std::uint32_t size : PacketSizes)
         stream.alternates.push_back({isochronousEndpoint(size)});
-    return testIdentity(0x10, MiscellaneousClass, "Camera", "CAMERA0001", {control, stream});
+    return {TestVendorId, 0x10, MiscellaneousClass, "Example", "Camera", "CAMERA0001", {control, stream}};
 }
 
 // --- what the host asks for ---
@@ -194,7 +188,7 @@ bool Camera::takeProbe(const Bytes &data)
     if (picture == std::end(Pictures))
         return false;
     m_picture = unsigned(picture - Pictures);
-    const std::uint32_t wanted = numberAt(data, 4);
+    const std::uint32_t wanted = numberAt(&data[4]);
     const auto *interval = std::find_if(std::begin(picture->intervals), std::end(picture->intervals) - 1,
                                         [wanted](std::uint32_t one) { return wanted <= one; });
     m_interval = unsigned(interval - picture->intervals);

@@ -32,9 +32,7 @@ UsbIdentity Keyboard::identity()
 {
     UsbInterface keys{3, 1, 1, {{0x81, UsbEndpoint::Interrupt, ReportSize, 10}}, "usbhid"};
     keys.classSpecific = {9, 0x21, 0x11, 0x01, 0, 1, 0x22, std::uint8_t(ReportDescriptor.size()), 0};
-    UsbIdentity identity = testIdentity(0x12, 0, "Keyboard", "KEYBOARD0001", {keys});
-    identity.speed = 12;
-    return identity;
+    return {TestVendorId, 0x12, 0, "Example", "Keyboard", "KEYBOARD0001", {keys}, 12};
 }
 
 bool Keyboard::control(const Setup &setup, const Bytes &, Bytes &answer)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "options.h"
 
+#include "usbidentity.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
@@ -23,8 +25,6 @@ const char UsageText[] =
     "  --log FILE                         write what happens to FILE\n";
 
 namespace {
-
-constexpr std::uint16_t TestVendorId = 0x1209; // set aside for tests, like the products 1 to 16
 
 // "1-" and port numbers joined by dots, as the kernel names what hangs on bus 1.
 bool isPort(const std::string &text)

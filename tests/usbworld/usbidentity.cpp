@@ -22,19 +22,6 @@ enum DescriptorType : std::uint8_t {
 constexpr std::uint8_t HubClass = 0x09;
 constexpr std::uint8_t ProtocolOfInterfaceAssociation = 1;
 
-// Vendor number that is set aside for tests, so that no real device is meant.
-constexpr std::uint16_t TestVendorId = 0x1209;
-
-std::uint8_t low(std::uint16_t value)
-{
-    return std::uint8_t(value & 0xff);
-}
-
-std::uint8_t high(std::uint16_t value)
-{
-    return std::uint8_t(value >> 8);
-}
-
 void appendSetting(Bytes &body, const UsbInterface &one, std::uint8_t number, std::uint8_t setting,
                    const std::vector<UsbEndpoint> &endpoints, bool superSpeed)
 {
@@ -44,9 +31,9 @@ void appendSetting(Bytes &body, const UsbInterface &one, std::uint8_t number, st
     if (setting == 0)
         append(body, one.classSpecific);
     for (const UsbEndpoint &endpoint : endpoints) {
-        append(body,
-               {7, Endpoint, endpoint.address, endpoint.type, low(endpoint.packetSize), high(endpoint.packetSize),
-                endpoint.interval});
+        append(body, {7, Endpoint, endpoint.address, endpoint.type});
+        append16(body, endpoint.packetSize);
+        append(body, {endpoint.interval});
         if (superSpeed)
             append(body, {6, EndpointCompanion, 0, 0, 0, 0});
         append(body, endpoint.classSpecific);
@@ -54,6 +41,11 @@ void appendSetting(Bytes &body, const UsbInterface &one, std::uint8_t number, st
 }
 
 } // namespace
+
+std::uint32_t numberAt(const std::uint8_t *bytes)
+{
+    return std::uint32_t(bytes[3]) << 24 | std::uint32_t(bytes[2]) << 16 | std::uint32_t(bytes[1]) << 8 | bytes[0];
+}
 
 void append(Bytes &bytes, const Bytes &more)
 {
@@ -76,24 +68,13 @@ Bytes UsbIdentity::deviceDescriptor() const
     const std::uint8_t subClass = deviceClass == MiscellaneousClass ? 2 : 0;
     const std::uint8_t protocol = deviceClass == MiscellaneousClass ? ProtocolOfInterfaceAssociation : 0;
     const bool isSuper = speed == SuperSpeed;
-    return {18,
-            Device,
-            0x00,
-            std::uint8_t(isSuper ? 3 : 2),
-            deviceClass,
-            subClass,
-            protocol,
-            std::uint8_t(isSuper ? 9 : 64), // the packet size of endpoint 0, for a SuperSpeed device as a power of 2
-            low(vendorId),
-            high(vendorId),
-            low(productId),
-            high(productId),
-            0x00,
-            0x01,
-            1,
-            2,
-            3,
-            1};
+    // The packet size of endpoint 0 is told as a power of 2 by a SuperSpeed device.
+    Bytes bytes{18,          Device,   0,        std::uint8_t(isSuper ? 3 : 2),
+                deviceClass, subClass, protocol, std::uint8_t(isSuper ? 9 : 64)};
+    append16(bytes, vendorId);
+    append16(bytes, productId);
+    append(bytes, {0, 1, 1, 2, 3, 1});
+    return bytes;
 }
 
 Bytes UsbIdentity::configurationDescriptor() const
@@ -111,10 +92,11 @@ Bytes UsbIdentity::configurationDescriptor() const
             appendSetting(body, one, number, std::uint8_t(i + 1), one.alternates[i], speed == SuperSpeed);
         ++number;
     }
-    const auto total = std::uint16_t(9 + body.size());
-    const auto count = std::uint8_t(interfaces.size());
-    body.insert(body.begin(), {9, Configuration, low(total), high(total), count, 1, 0, 0x80, 50});
-    return body;
+    Bytes bytes{9, Configuration};
+    append16(bytes, std::uint32_t(9 + body.size()));
+    append(bytes, {number, 1, 0, 0x80, 50});
+    append(bytes, body);
+    return bytes;
 }
 
 Bytes UsbIdentity::storeDescriptor() const
@@ -171,18 +153,6 @@ UsbInterface diskInterface(std::uint16_t packetSize)
             0x50,
             {{0x81, UsbEndpoint::Bulk, packetSize}, {0x02, UsbEndpoint::Bulk, packetSize}},
             "usb-storage"};
-}
-
-UsbIdentity stickIdentity(std::uint16_t vendorId, std::uint16_t productId, const std::string &product,
-                          const std::string &serial)
-{
-    return {vendorId, productId, 0, "Example", product, serial, {diskInterface()}};
-}
-
-UsbIdentity testIdentity(std::uint8_t productId, std::uint8_t deviceClass, const std::string &product,
-                         const std::string &serial, std::vector<UsbInterface> interfaces)
-{
-    return {TestVendorId, productId, deviceClass, "Example", product, serial, std::move(interfaces)};
 }
 
 } // namespace usbworld

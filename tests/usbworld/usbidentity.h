@@ -55,18 +55,14 @@ struct UsbIdentity
     int interfaceOf(unsigned endpoint) const;
 };
 
-UsbIdentity rootHubIdentity();
-UsbIdentity stickIdentity(std::uint16_t vendorId, std::uint16_t productId, const std::string &product,
-                          const std::string &serial);
-UsbInterface diskInterface(std::uint16_t packetSize = 512);
-
-/** A device of high speed whose numbers are set aside for tests. */
-UsbIdentity testIdentity(std::uint8_t productId, std::uint8_t deviceClass, const std::string &product,
-                         const std::string &serial, std::vector<UsbInterface> interfaces);
-
+constexpr std::uint16_t TestVendorId = 0x1209; ///< set aside for tests, like its products 1 to 255
 constexpr std::uint8_t MiscellaneousClass = 0xef; ///< of a device that says of its interfaces which belong together
 
-// Numbers in descriptors: the low byte comes first.
+UsbIdentity rootHubIdentity();
+UsbInterface diskInterface(std::uint16_t packetSize);
+
+// Numbers on the wire: the low byte comes first.
+std::uint32_t numberAt(const std::uint8_t *bytes);
 void append(Bytes &bytes, const Bytes &more);
 void append16(Bytes &bytes, std::uint32_t value);
 void append32(Bytes &bytes, std::uint32_t value);

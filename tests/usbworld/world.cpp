@@ -93,11 +93,15 @@ bool World::addStick(const StickOptions &stick, std::string &error)
     const int hostNumber = int(m_ports.size()) + 2;
     Port &port = m_ports.emplace_back();
     port.name = stick.port;
-    port.identity = stickIdentity(stick.vendorId, stick.productId, stick.product, stick.serial);
-    if (stick.superSpeed) {
+    port.identity = {stick.vendorId,
+                     stick.productId,
+                     0,
+                     "Example",
+                     stick.product,
+                     stick.serial,
+                     {diskInterface(stick.superSpeed ? 1024 : 512)}};
+    if (stick.superSpeed)
         port.identity.speed = UsbIdentity::SuperSpeed;
-        port.identity.interfaces = {diskInterface(1024)};
-    }
     const ScsiDisk::Identity identity{port.identity.manufacturer, stick.product, stick.serial};
     port.functions = {std::make_shared<BulkOnly>(ScsiDisk(std::move(image), sectors, stick.readOnly, identity))};
     if (stick.cardReader)
@@ -119,7 +123,8 @@ void World::addDevice(const DeviceOptions &device)
     Port &port = m_ports.emplace_back();
     port.name = device.port;
     if (device.option == "--serial") {
-        port.identity = testIdentity(0x11, 0x02, "Serial adapter", "SERIAL0001", SerialPort::interfaces(0));
+        port.identity = {
+            TestVendorId, 0x11, 0x02, "Example", "Serial adapter", "SERIAL0001", SerialPort::interfaces(0)};
         port.functions.resize(2, std::make_shared<SerialPort>());
     } else if (device.option == "--keyboard") {
         port.identity = Keyboard::identity();

@@ -135,19 +135,24 @@ public:
     {
         CHECK(size >= 12);
         CHECK_EQUAL(int(payload[0]), 12);
-        std::uint32_t time = 0; // of the camera: its packets are a millisecond apart
+        std::uint32_t time = 0; // its packets are a millisecond apart
         std::memcpy(&time, payload + 6, sizeof time);
         m_isDamaged = m_isDamaged || (isPacket && time > 0 && time != m_time + 1000);
         m_time = time;
         m_frame.insert(m_frame.end(), payload + 12, payload + size);
         if (!(payload[1] & 2))
             return;
-        if (!m_isDamaged)
+        if (m_isDamaged)
+            ++m_lost;
+        else
             check();
         m_isDamaged = false;
         m_frame.clear();
     }
     int count() const { return m_count; }
+    int lost() const { return m_lost; }
+    std::uint32_t time() const { return m_time; } ///< by the camera's clock, in microseconds since the stream began
+    std::uint32_t lastEnd() const { return m_lastEnd; } ///< when the last whole frame ended
 
 private:
     void check()
@@ -158,9 +163,12 @@ private:
                       [&sum](std::uint8_t byte) { sum = (sum ^ byte) * 16777619U; });
         CHECK_EQUAL(numberAt(m_frame, head), sum);
         const std::uint32_t number = numberAt(m_frame, head + 4);
-        if (m_count > 0)
+        if (m_count > 0) {
             CHECK(number > m_last);
+            m_lost += int(number - m_last) - 1;
+        }
         m_last = number;
+        m_lastEnd = m_time;
         ++m_count;
     }
 
@@ -168,11 +176,25 @@ private:
     bool m_isDamaged = false;
     std::uint32_t m_time = 0;
     std::uint32_t m_last = 0;
+    std::uint32_t m_lastEnd = 0;
+    int m_lost = 0;
     int m_count = 0;
 };
 
-/** Asks for a picture and returns how large its payloads will be. */
-std::uint32_t choose(const Handle &handle, std::uint8_t format, std::uint8_t frame)
+/** How many packets nobody waited for until now. */
+int missedPackets()
+{
+    const std::string reply = control("stats 1-5");
+    return std::stoi(reply.substr(reply.find("missed=") + 7));
+}
+
+struct Choice
+{
+    std::uint32_t interval; ///< between frames, in microseconds
+    std::uint32_t payload; ///< the largest
+};
+
+Choice choose(const Handle &handle, std::uint8_t format, std::uint8_t frame)
 {
     Bytes probe(34, 0);
     probe[2] = format;
@@ -181,7 +203,7 @@ std::uint32_t choose(const Handle &handle, std::uint8_t format, std::uint8_t fra
     CHECK_EQUAL(libusb_control_transfer(handle.get(), 0xa1, 0x81, 0x100, StreamInterface, probe.data(), 34, 1000), 34);
     CHECK_EQUAL(int(probe[2]), int(format));
     CHECK_EQUAL(libusb_control_transfer(handle.get(), 0x21, 1, 0x200, StreamInterface, probe.data(), 34, 1000), 34);
-    return numberAt(probe, 22);
+    return {numberAt(probe, 4) / 10, numberAt(probe, 22)};
 }
 
 /** Transfers that are submitted again until there are enough frames. */
@@ -233,32 +255,73 @@ struct Stream
     libusb_transfer_status end = LIBUSB_TRANSFER_COMPLETED; ///< of the last that did not do what it should
 };
 
-void stream(libusb_context *context, const Handle &handle, std::uint8_t format, std::uint8_t frame, int setting)
+/** Takes three frames. False: this machine was too busy to ask for all packets in time. */
+bool stream(libusb_context *context, const Handle &handle, std::uint8_t format, std::uint8_t frame, int setting)
 {
-    const std::uint32_t payload = choose(handle, format, frame);
-    CHECK_EQUAL(payload, 128U << setting); // the smallest that carries the picture
+    const Choice choice = choose(handle, format, frame);
+    CHECK_EQUAL(choice.payload, 128U << setting); // the smallest that carries the picture
+    const int missedBefore = missedPackets();
     const auto began = Clock::now();
     CHECK_EQUAL(libusb_set_interface_alt_setting(handle.get(), StreamInterface, setting), 0);
-    Stream running(handle.get(), payload);
-    while (running.frames.count() < 3) // a busy machine may lose some; the deadline of the test ends this
+    Stream running(handle.get(), choice.payload);
+    while (running.frames.count() < 3)
         libusb_handle_events(context);
     const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - began).count();
     CHECK(running.packets <= milliseconds + 1); // never before their time
+    const bool isWhole = missedPackets() == missedBefore;
+    if (isWhole) {
+        CHECK_EQUAL(running.frames.lost(), 0);
+        CHECK(running.frames.lastEnd() > 2 * choice.interval);
+        CHECK(running.frames.lastEnd() < 3 * (choice.interval + 1000));
+    }
     // One that is done but not yet reaped is not cancelled.
     CHECK_EVENTUALLY((handleEvents(context), libusb_cancel_transfer(running.transfers[0]) == 0));
     running.again = false;
     CHECK_EVENTUALLY((handleEvents(context), running.end == LIBUSB_TRANSFER_CANCELLED));
     CHECK_EQUAL(libusb_set_interface_alt_setting(handle.get(), StreamInterface, 0), 0);
     CHECK_EVENTUALLY((handleEvents(context), running.underWay == 0));
+    return isWhole;
 }
 
 void cameraStreamsByTheClock()
 {
     const Context context = makeContext();
     const Handle handle = openAll(context.get(), 2);
-    stream(context.get(), handle, 1, 1, 3);
-    stream(context.get(), handle, 2, 1, 1);
-    stream(context.get(), handle, 2, 2, 3);
+    const struct
+    {
+        std::uint8_t format, frame;
+        int setting;
+    } pictures[] = {{1, 1, 3}, {1, 2, 4}, {2, 1, 1}, {2, 2, 3}};
+    for (const auto &picture : pictures) {
+        int tries = 1;
+        while (!stream(context.get(), handle, picture.format, picture.frame, picture.setting))
+            CHECK(++tries <= 5);
+    }
+}
+
+void packetsThatNobodyAsksForAreLost()
+{
+    constexpr int Milliseconds = 300;
+    const Context context = makeContext();
+    const Handle handle = openAll(context.get(), 2);
+    const Choice choice = choose(handle, 1, 1);
+    CHECK_EQUAL(libusb_set_interface_alt_setting(handle.get(), StreamInterface, 3), 0);
+    Stream running(handle.get(), choice.payload);
+    running.again = false;
+    CHECK_EVENTUALLY((handleEvents(context.get()), running.underWay == 0));
+    const std::uint32_t end = running.frames.time();
+    const int missedBefore = missedPackets();
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(Milliseconds));
+    const auto began = Clock::now();
+    Stream later(handle.get(), choice.payload);
+    CHECK(missedPackets() >= missedBefore + Milliseconds);
+    while (later.packets == 0)
+        libusb_handle_events(context.get());
+    CHECK(Clock::now() - began > std::chrono::milliseconds(Stream::PacketsOfATransfer - 1)); // not all at once
+    CHECK(later.frames.time() >= end + Milliseconds * 1000);
+    later.again = false;
+    CHECK_EVENTUALLY((handleEvents(context.get()), later.underWay == 0));
 }
 
 void bulkCameraStreams()
@@ -266,7 +329,7 @@ void bulkCameraStreams()
     const Context context = makeContext();
     const Handle handle = openAll(context.get(), 2);
     for (const std::uint8_t format : {1, 2}) {
-        const int payload = int(choose(handle, format, 2));
+        const int payload = int(choose(handle, format, 2).payload);
         Frames frames;
         while (frames.count() < 3) {
             const Bytes bytes = readFrom(handle, StreamEndpoint, payload);
@@ -358,6 +421,7 @@ const std::vector<Test> DeviceTests = {
     {"halted_endpoints_work_again_once_cleared", haltedEndpointsWorkAgainOnceCleared, {"--serial", Port}},
     {"keyboard_types_what_it_is_told", keyboardTypesWhatItIsTold, {"--keyboard", Port}},
     {"camera_streams_by_the_clock", cameraStreamsByTheClock, {"--camera", Port}},
+    {"packets_that_nobody_asks_for_are_lost", packetsThatNobodyAsksForAreLost, {"--camera", Port}},
     {"bulk_camera_streams", bulkCameraStreams, {"--bulk-camera", Port}},
     {"super_speed_stick_says_so", superSpeedStickSaysSo, {"--stick", "1-5=@,superspeed"}},
     {"composite_device_is_disk_and_serial_port", compositeDeviceIsDiskAndSerialPort, {"--stick", "1-5=@,with-serial"}},

@@ -13,8 +13,7 @@ append="console=ttyS0 quiet panic=-1 guest_wait=${GUEST_WAIT:-120} poweroff=${GU
 append="$append guest_kinds=\"${GUEST_KINDS:-disk}\" guest_check=\"${GUEST_CHECK:-}\""
 append="$append guest_text=\"${GUEST_TEXT-written by the guest}\""
 [ -z "${GUEST_SECTORS:-}" ] || append="$append guest_sectors=$GUEST_SECTORS"
-here=$(dirname "$0")
 set -- "$1" "${3:-1}"
-. "$here/../qemu-ports.sh"
+. "$(dirname "$0")/qemu-ports.sh"
 exec "${QEMU:-qemu-system-x86_64}" "$@" -m 256 -no-reboot -kernel "$guest/vmlinuz" -initrd "$guest/initrd.gz" \
     -append "$append" >"$dir/qemu.log" 2>&1
