@@ -14,14 +14,14 @@ bool fits(const QString &pattern, const QString &code)
 
 } // namespace
 
-bool DeviceRules::set(const QStringList &rules)
+bool DeviceRules::set(const QJsonArray &rules)
 {
     const QRegularExpression form(
         QStringLiteral("^(allow|deny)(?::(\\*|[0-9a-f]{2}))?:(\\*|[0-9a-f]{4}):(\\*|[0-9a-f]{4})$"),
         QRegularExpression::CaseInsensitiveOption);
     QList<Rule> read;
-    for (const QString &rule : rules) {
-        const QRegularExpressionMatch match = form.match(rule.trimmed());
+    for (const QJsonValue rule : rules) {
+        const QRegularExpressionMatch match = form.match(rule.toString().trimmed());
         if (!match.hasMatch())
             return false;
         const QString deviceClass = match.captured(2);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <QJsonArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -13,7 +14,7 @@ class DeviceRules
 {
 public:
     /// Replaces the rules; false, and nothing is replaced, if one of them cannot be read.
-    bool set(const QStringList &rules);
+    bool set(const QJsonArray &rules);
     /// \a otherwise if none fits.
     bool allow(const QString &deviceClass, const QString &vendorId, const QString &productId, bool otherwise) const;
 

@@ -6,6 +6,7 @@
 #include <QMutexLocker>
 
 #include <algorithm>
+#include <optional>
 
 namespace {
 
@@ -24,16 +25,19 @@ QJsonArray describeFunctions(const UsbDevice &device)
     return functions;
 }
 
-// USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
-Outcome readOnlyRefusal()
+std::optional<UsbDevice> deviceWith(const QString &deviceId)
 {
-    return {Refusal::ReadOnly, QStringLiteral("read-only: it would be writable in the virtual machine")};
+    for (const UsbDevice &device : UsbDevice::all()) {
+        if (device.id() == deviceId)
+            return device;
+    }
+    return std::nullopt;
 }
 
-Outcome policyRefusal()
-{
-    return {Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
-}
+const Outcome Missing{Refusal::NoSuchDevice, QStringLiteral("no such device")};
+const Outcome Denied{Refusal::DeniedByPolicy, QStringLiteral("the camera policy denies it")};
+// USB redirection hands over the whole disk, so there is no way to keep the virtual machine from writing.
+const Outcome ReadOnly{Refusal::ReadOnly, QStringLiteral("read-only: it would be writable in the virtual machine")};
 
 } // namespace
 
@@ -197,21 +201,15 @@ Outcome Component::unshareDescribed(const QString &deviceId)
 
 Outcome Component::share(const QJsonObject &command)
 {
-    const QString deviceId = command.value(QLatin1String("deviceId")).toString();
-    for (const UsbDevice &device : UsbDevice::all()) {
-        if (device.id() != deviceId)
-            continue;
-        const Outcome allowed = mayShare(device, command.value(QLatin1String("readOnly")).toBool());
-        if (allowed)
-            return m_redirector.share(device);
-        m_redirector.setFailure(deviceId, allowed);
-        return allowed;
-    }
+    const QString deviceId = command.value(DeviceId).toString();
     if (isDescribed(deviceId))
         return shareDescribed(deviceId);
-    const Outcome missing{Refusal::NoSuchDevice, QStringLiteral("no such device")};
-    m_redirector.setFailure(deviceId, missing);
-    return missing;
+    const std::optional<UsbDevice> device = deviceWith(deviceId);
+    const Outcome allowed = device ? mayShare(*device, command.value(QLatin1String("readOnly")).toBool()) : Missing;
+    if (allowed)
+        return m_redirector.share(*device);
+    m_redirector.setFailure(deviceId, allowed);
+    return allowed;
 }
 
 bool Component::isDenied(const UsbDevice &device)
@@ -226,10 +224,10 @@ QList<Gate> Component::rules(const UsbDevice &device, bool keepUnwritten)
 {
     Gate policy{QStringLiteral("camera policy"), {}, QStringLiteral("another policy, from whoever sets it")};
     if (isDenied(device))
-        policy.outcome = policyRefusal();
+        policy.outcome = Denied;
     Gate writable{QStringLiteral("writable"), {}, QStringLiteral("its switch, or \"readOnly\" in config.json")};
     if (isReadOnly(device) || keepUnwritten)
-        writable.outcome = readOnlyRefusal();
+        writable.outcome = ReadOnly;
     return {policy, writable, mountGate(device)};
 }
 
@@ -244,7 +242,7 @@ Outcome Component::mayShare(const UsbDevice &device, bool keepUnwritten)
 
 Outcome Component::unshare(const QJsonObject &command)
 {
-    const QString deviceId = command.value(QLatin1String("deviceId")).toString();
+    const QString deviceId = command.value(DeviceId).toString();
     if (isDescribed(deviceId))
         return unshareDescribed(deviceId);
     return m_redirector.unshare(deviceId);
@@ -273,54 +271,38 @@ Outcome Component::deviceChanged(const QJsonObject &command)
             m_redirector.unshare(device.id());
         return {};
     }
-    if (!attached)
-        return {}; // it has gone, as the host says
-    return {Refusal::NoSuchDevice, QStringLiteral("no such device")};
+    return attached ? Missing : Outcome(); // it has gone, as the host says
 }
 
 Outcome Component::setPolicy(const QJsonObject &command)
 {
-    QStringList rules;
-    for (const QJsonValue rule : command.value(QLatin1String("policy")).toArray())
-        rules.append(rule.toString());
     {
         const QMutexLocker lock(&m_mutex);
-        if (!m_cameraPolicy.set(rules))
+        if (!m_cameraPolicy.set(command.value(QLatin1String("policy")).toArray()))
             return {Refusal::BadArgument,
                     QStringLiteral("a rule reads allow[:class]:vendor:product or deny[:class]:vendor:product")};
     }
     for (const UsbDevice &device : UsbDevice::all()) {
         if (isDenied(device))
-            m_redirector.unshare(device.id(), policyRefusal());
+            m_redirector.unshare(device.id(), Denied);
     }
     return {};
 }
 
-// --- why not ---
-
 Outcome Component::explain(const QJsonObject &command, QByteArray &reply)
 {
     const QString deviceId = command.value(DeviceId).toString();
-    for (const UsbDevice &device : UsbDevice::all()) {
-        if (device.id() != deviceId)
-            continue;
-        Gate channel{QStringLiteral("free channel"), {}, QStringLiteral("one more USB port of the virtual machine")};
-        if (!m_redirector.isShared(deviceId) && !m_redirector.hasFreeChannel())
-            channel.outcome = {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
-        QJsonArray gates;
-        for (const Gate &gate :
-             QList<Gate>{permissionGate(device)} + rules(device) + QList<Gate>{channel, useGate(device)}) {
-            QJsonObject entry{{QStringLiteral("gate"), gate.name}, {QStringLiteral("passed"), bool(gate.outcome)}};
-            if (!gate.outcome) {
-                entry.insert(QStringLiteral("code"), gate.outcome.code);
-                entry.insert(QStringLiteral("text"), gate.outcome.text);
-                entry.insert(QStringLiteral("cure"), gate.cure);
-            }
-            gates.append(entry);
-        }
-        reply = QJsonDocument(QJsonArray{QJsonObject{{DeviceId, deviceId}, {QStringLiteral("gates"), gates}}})
-                    .toJson(QJsonDocument::Compact);
-        return {};
-    }
-    return {Refusal::NoSuchDevice, QStringLiteral("no such device")};
+    const std::optional<UsbDevice> device = deviceWith(deviceId);
+    if (!device)
+        return Missing;
+    Gate channel{QStringLiteral("free channel"), {}, QStringLiteral("one more USB port of the virtual machine")};
+    if (!m_redirector.isShared(deviceId) && !m_redirector.hasFreeChannel())
+        channel.outcome = {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
+    QJsonArray gates;
+    for (const Gate &gate :
+         QList<Gate>{permissionGate(*device)} + rules(*device) + QList<Gate>{channel, useGate(*device)})
+        gates.append(gate.toJson());
+    reply = QJsonDocument(QJsonArray{QJsonObject{{DeviceId, deviceId}, {QStringLiteral("gates"), gates}}})
+                .toJson(QJsonDocument::Compact);
+    return {};
 }

@@ -45,10 +45,7 @@ bool readRedirectors(const QJsonValue &value, Config &config, QString &error)
 
 bool readFamily(const QJsonValue &value, Config &config, QString &error)
 {
-    QStringList rules;
-    for (const QJsonValue rule : value.toArray())
-        rules.append(rule.toString());
-    return (isAllOf(value, QJsonValue::String) && config.family.set(rules))
+    return (isAllOf(value, QJsonValue::String) && config.family.set(value.toArray()))
         || fail(error, QStringLiteral("\"family\" is not a list of rules"));
 }
 

@@ -36,9 +36,7 @@ using FileId = std::pair<dev_t, ino_t>;
 
 FileId fileAt(const QString &path)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     stat(QFile::encodeName(path).constData(), &status);
     return {status.st_dev, status.st_ino};
 }
@@ -52,6 +50,17 @@ bool hasOpen(const QString &process, const std::set<FileId> &files)
 }
 
 } // namespace
+
+QJsonObject Gate::toJson() const
+{
+    QJsonObject entry{{QStringLiteral("gate"), name}, {QStringLiteral("passed"), bool(outcome)}};
+    if (!outcome) {
+        entry.insert(QStringLiteral("code"), outcome.code);
+        entry.insert(QStringLiteral("text"), outcome.text);
+        entry.insert(QStringLiteral("cure"), cure);
+    }
+    return entry;
+}
 
 Outcome noPermission(const UsbDevice &device)
 {

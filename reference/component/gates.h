@@ -4,12 +4,16 @@
 #include "outcome.h"
 #include "usbdevice.h"
 
+#include <QJsonObject>
+
 /// One of the things that must be so before a device can be shared.
 struct Gate
 {
     QString name;
     Outcome outcome; ///< why it is closed
     QString cure; ///< what opens it
+
+    QJsonObject toJson() const;
 };
 
 /// This user may open the node of \a device.

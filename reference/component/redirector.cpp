@@ -7,15 +7,6 @@
 #include <QJsonDocument>
 #include <QMutexLocker>
 
-namespace {
-
-Outcome failure(int code, const QString &text)
-{
-    return {code, text};
-}
-
-} // namespace
-
 Redirector::Redirector(SendCallback send, EventCallback notify, const Config &config, MayShare mayShare)
     : m_send(std::move(send)), m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)),
       m_usb([this] {
@@ -111,8 +102,7 @@ void Redirector::receive(quintptr channel, std::string bytes)
         case UsbChannel::Read::DeviceRejected:
             release(*found);
             if (!deviceId.isEmpty())
-                setFailure(deviceId,
-                           failure(Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")));
+                setFailure(deviceId, {Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")});
             break;
         case UsbChannel::Read::DeviceLost:
             keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
@@ -141,7 +131,7 @@ void Redirector::giveUp(UsbChannel &channel)
 
 Outcome Redirector::share(const UsbDevice &device)
 {
-    const Outcome stopped = failure(Refusal::UsbError, QStringLiteral("the component is stopping"));
+    const Outcome stopped{Refusal::UsbError, QStringLiteral("the component is stopping")};
     return m_usb.call(stopped, [&] {
         if (m_cameBack.remove(device.id())) { // what is asked for has been done
             report(RedirEventShared, {{QStringLiteral("deviceId"), device.id()}});
@@ -167,11 +157,11 @@ Outcome Redirector::shareNow(const UsbDevice &device)
 Outcome Redirector::connectDevice(const UsbDevice &device)
 {
     if (isShared(device.id()))
-        return failure(Refusal::AlreadyShared, QStringLiteral("already shared"));
+        return {Refusal::AlreadyShared, QStringLiteral("already shared")};
     const quintptr number = freeChannel(device.portPath);
     UsbChannel *const channel = find(number);
     if (!channel)
-        return failure(Refusal::NoFreeChannel, QStringLiteral("no free channel"));
+        return {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
     libusb_device_handle *handle = nullptr;
     Outcome outcome = open(device, handle);
     if (!outcome)
@@ -188,12 +178,12 @@ Outcome Redirector::connectDevice(const UsbDevice &device)
 // The one that is kept for this port, or any that is kept for none; 0 if there is none.
 quintptr Redirector::freeChannel(const QString &portPath) const
 {
-    const auto kept = m_kept.constFind(portPath);
+    const quintptr kept = m_kept.value(portPath).channel;
     quintptr found = 0;
     for (const auto &[number, channel] : m_channels) {
         if (!channel->isOpen() || !channel->deviceId().isEmpty() || isKept(number, portPath))
             continue;
-        if (found == 0 || (kept != m_kept.constEnd() && kept->channel == number))
+        if (found == 0 || kept == number)
             found = number;
     }
     return found;
@@ -243,17 +233,17 @@ Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
     if (result == LIBUSB_ERROR_ACCESS)
         return noPermission(device);
     if (result == LIBUSB_ERROR_NO_DEVICE)
-        return failure(Refusal::NoSuchDevice, QStringLiteral("no such device"));
+        return {Refusal::NoSuchDevice, QStringLiteral("no such device")};
     if (result != LIBUSB_SUCCESS)
-        return failure(Refusal::UsbError,
-                       QStringLiteral("cannot open ") + device.node + QStringLiteral(": ")
-                           + QString::fromLatin1(libusb_error_name(result)));
+        return {Refusal::UsbError,
+                QStringLiteral("cannot open ") + device.node + QStringLiteral(": ")
+                    + QString::fromLatin1(libusb_error_name(result))};
     return {};
 }
 
 Outcome Redirector::unshare(const QString &deviceId, const Outcome &reason)
 {
-    const Outcome notShared = failure(Refusal::NotShared, QStringLiteral("not shared"));
+    const Outcome notShared{Refusal::NotShared, QStringLiteral("not shared")};
     return m_usb.call(notShared, [&] {
         m_kept.remove(DeviceIdentity::portPathIn(deviceId));
         UsbChannel *channel = channelOf(deviceId);

@@ -98,11 +98,12 @@ private:
     std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
+    QElapsedTimer m_lastLook; ///< for those
     struct KeptChannel
     {
-        quintptr channel;
+        quintptr channel = 0;
         QElapsedTimer since;
-        bool hasLeft; ///< the device; what could not be shared may yet leave, and be another one then
+        bool hasLeft = false; ///< the device; what could not be shared may yet leave, and be another one then
     };
     QHash<QString, KeptChannel> m_kept; ///< for what comes back, by port path
     QSet<QString> m_cameBack; ///< shared by themselves, and nobody has asked for it yet

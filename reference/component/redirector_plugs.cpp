@@ -6,6 +6,7 @@
 
 #include <QMutexLocker>
 
+static constexpr int LookMilliseconds = 20; // a camera makes a thousand rounds a second
 static constexpr int LongestArrivalMilliseconds = 3000;
 static constexpr int KeepChannelMilliseconds = 10000;
 
@@ -42,8 +43,9 @@ int Redirector::onPlug(libusb_context *, libusb_device *device, libusb_hotplug_e
 // that a list which is fetched then shows what it is.
 void Redirector::watchArrivals()
 {
-    if (m_arriving.isEmpty())
+    if (m_arriving.isEmpty() || !m_lastLook.hasExpired(LookMilliseconds))
         return;
+    m_lastLook.start();
     for (const UsbDevice &device : UsbDevice::all()) {
         const auto arriving = m_arriving.constFind(device.portPath);
         if (arriving == m_arriving.constEnd())

@@ -103,7 +103,7 @@ void UsbChannel::open(libusb_context *usb)
         [](void *) {}, // the USB thread flushes after each round
         nullptr, nullptr, nullptr, nullptr, this, "devredir 1", usbredirparser_warning,
         usbredirhost_fl_write_cb_owns_buffer));
-    // Asked for each isochronous packet, which is dropped if much waits. How much that is follows from its age.
+    // Asked how much waits, and packets are dropped if it is much: that follows from its age.
     usbredirhost_set_buffered_output_size_cb(m_host.get(), [](void *self) {
         return static_cast<UsbChannel *>(self)->isLate() ? std::numeric_limits<uint64_t>::max() : 0;
     });

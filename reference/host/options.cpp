@@ -121,7 +121,7 @@ QString Options::read(const QStringList &arguments, QString &answer)
         if (timeoutSeconds < 1 || timeoutSeconds > LongestTimeout)
             return QStringLiteral("--timeout needs a number of seconds from 1 to %1").arg(LongestTimeout);
     }
-    if (isSet("auto") && !autoRules.set(value("auto").split(QLatin1Char(','))))
+    if (isSet("auto") && !autoRules.set(QJsonArray::fromStringList(value("auto").split(QLatin1Char(',')))))
         return QStringLiteral(
             "--auto needs rules like allow[:CLASS]:VENDOR:PRODUCT, for example allow:08:*:* for every disk");
     const QStringList logRuleList =

@@ -526,19 +526,23 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
     EXPECT_TRUE(closes("permission", Id).isNull());
 
     const QByteArray node = listed(Id).value(QLatin1String("context")).toString().toLatin1();
-    const int open = ::open(node.constData(), O_RDWR); // NOLINT: the child is to have it, too
-    char sleep[] = "sleep", seconds[] = "60";
-    char *const arguments[] = {sleep, seconds, nullptr};
-    pid_t child = 0;
-    ASSERT_EQ(posix_spawnp(&child, sleep, nullptr, nullptr, arguments, environ), 0);
-    close(open);
-    const auto names = [](const QString &user) { // besides the emulated computer itself
-        return closes("not in use", Id).toObject().value(QLatin1String("text")).toString().contains(user);
-    };
-    EXPECT_TRUE(waitFor([&] { return names(QStringLiteral("%1 (sleep)").arg(child)); }));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    EXPECT_FALSE(names(QStringLiteral("sleep")));
+    const std::pair<QString, QByteArray> opened[] = {{Id, node}, {QStringLiteral("1-2:CAMERA0001"), "/dev/video0"}};
+    for (const auto &[deviceId, path] : opened) {
+        const int open = ::open(path.constData(), O_RDWR); // NOLINT: the child is to have it, too
+        ASSERT_GE(open, 0) << path.constData();
+        char sleep[] = "sleep", seconds[] = "60";
+        char *const arguments[] = {sleep, seconds, nullptr};
+        pid_t child = 0;
+        ASSERT_EQ(posix_spawnp(&child, sleep, nullptr, nullptr, arguments, environ), 0);
+        close(open);
+        const auto names = [id = deviceId](const QString &user) { // besides the emulated computer itself
+            return closes("not in use", id).toObject().value(QLatin1String("text")).toString().contains(user);
+        };
+        EXPECT_TRUE(waitFor([&] { return names(QStringLiteral("%1 (sleep)").arg(child)); })) << path.constData();
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        EXPECT_FALSE(names(QStringLiteral("sleep")));
+    }
 }
 
 // --- what can go wrong, with each kind of device ---

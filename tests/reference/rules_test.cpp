@@ -28,9 +28,9 @@ const Case cases[] = {
     {" deny:0781:5591 , allow:*:* ", "08", "0781", "5592", true, true},
 };
 
-QStringList listed(const char *rules)
+QJsonArray listed(const char *rules)
 {
-    return QString::fromLatin1(rules).split(QLatin1Char(','));
+    return QJsonArray::fromStringList(QString::fromLatin1(rules).split(QLatin1Char(',')));
 }
 
 } // namespace
