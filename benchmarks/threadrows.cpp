@@ -6,6 +6,7 @@
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
 #include "mount/watchmountworker.h"
+#include "tests/devices/samplerecords.h"
 #include "worker/devredirectworker.h"
 
 #include <QCoreApplication>
@@ -45,47 +46,10 @@ void makeAndDestroyInterface(int calls)
 
 // --- from a request to its result ---
 
-ExterDeviceInfo requested()
-{
-    ExterDeviceInfo device;
-    device.deviceId = QStringLiteral("1-4.2:SN1000017");
-    device.rdrName = DISKRDR;
-    device.vendorId = QStringLiteral("0A5C");
-    device.productId = QStringLiteral("2011");
-    device.deviceClass = QStringLiteral("08");
-    device.usbHub = QStringLiteral("1");
-    device.usbPort = QStringLiteral("4");
-    device.deviceRel = QStringLiteral("0110");
-    device.usbProt = QStringLiteral("50");
-    return device;
-}
-
 void waitUntil(const bool &done)
 {
     while (!done)
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-}
-
-QByteArray commandFor(const ExterDeviceInfo &device)
-{
-    return QJsonDocument(QJsonObject{
-                             {QStringLiteral("command"), QStringLiteral("unshare")},
-                             {QStringLiteral("context"), device.context},
-                             {QStringLiteral("deviceId"), device.deviceId},
-                             {QStringLiteral("remotePort"), QString()},
-                             {QStringLiteral("readOnly"), device.readOnly},
-                             {QStringLiteral("deviceClass"), device.deviceClass},
-                             {QStringLiteral("productId"), device.productId},
-                             {QStringLiteral("vendorId"), device.vendorId},
-                             {QStringLiteral("usbHub"), device.usbHub},
-                             {QStringLiteral("usbPort"), device.usbPort},
-                             {QStringLiteral("rdrName"), device.rdrName},
-                             {QStringLiteral("deviceRel"), device.deviceRel},
-                             {QStringLiteral("usbProt"), device.usbProt},
-                             {QStringLiteral("remoteIp"), QString()},
-                             {QStringLiteral("localIp"), QString()},
-                         })
-        .toJson(QJsonDocument::Compact);
 }
 
 DevRedirectInterface &startedInterface()
@@ -108,13 +72,22 @@ void requestBare(int calls)
         made->moveToThread(DevRedirectManger::instance()->getRedirectWorkerInstance()->thread());
         return made;
     }();
+    const ExterDeviceInfo device = filledRecord();
+    const QString text = DevRedirectManger::instance()->getRedirectWorkerInstance()->structCtrlCommand(
+        QString(), device.deviceId, QStringLiteral("unshare"), device);
+    const QJsonObject parts = QJsonDocument::fromJson(text.toUtf8()).object();
+    std::vector<std::pair<QString, QJsonValue>> fields;
+    for (auto part = parts.begin(); part != parts.end(); ++part)
+        fields.emplace_back(part.key(), part.value());
     QObject here;
-    const ExterDeviceInfo device = requested();
     for (int call = 0; call < calls; ++call) {
         bool done = false;
         const auto answer = [&done, device] { done = !device.deviceId.isEmpty(); };
-        const auto work = [&here, device, answer] {
-            if (!commandFor(device).isEmpty())
+        const auto work = [&here, &fields, device, answer] {
+            QJsonObject command;
+            for (const auto &[key, value] : fields)
+                command.insert(key, value);
+            if (!QJsonDocument(command).toJson(QJsonDocument::Compact).isEmpty())
                 QMetaObject::invokeMethod(&here, answer, Qt::QueuedConnection);
         };
         QMetaObject::invokeMethod(there, work, Qt::QueuedConnection);
@@ -125,7 +98,7 @@ void requestBare(int calls)
 void requestFromLibrary(int calls)
 {
     DevRedirectInterface &redirect = startedInterface();
-    const ExterDeviceInfo device = requested();
+    const ExterDeviceInfo device = filledRecord();
     bool done = false;
     const auto connection = QObject::connect(&redirect, &DevRedirectInterface::unRedirectDeviceByIdResult,
                                              [&done](const ExterDeviceInfo &, bool status) { done = status; });
