@@ -89,8 +89,11 @@ SpicePortSession::SpicePortSession(QObject *parent) : QObject(parent), m_session
 
 SpicePortSession::~SpicePortSession()
 {
-    disconnectFromServer();
+    g_autoptr(GList) channels = spice_session_get_channels(m_session);
+    for (const GList *channel = channels; channel; channel = channel->next)
+        g_signal_handlers_disconnect_by_data(channel->data, this);
     g_signal_handlers_disconnect_by_data(m_session, this);
+    disconnectFromServer();
     g_object_unref(m_session);
 }
 
@@ -145,10 +148,11 @@ void SpicePortSession::onChannelNew(SpiceSession *, SpiceChannel *channel, void 
 void SpicePortSession::onChannelDestroy(SpiceSession *, SpiceChannel *channel, void *self)
 {
     auto *session = static_cast<SpicePortSession *>(self);
-    session->m_linking.remove(channel);
+    g_signal_handlers_disconnect_by_data(channel, self); // it tells of its end later, and this may be gone by then
+    const bool wasLinking = session->m_linking.remove(channel);
     session->m_ports.remove(channel);
-    if (channel == session->m_main)
-        session->m_main = nullptr;
+    if (channel == session->m_main || (wasLinking && SPICE_IS_MAIN_CHANNEL(channel)))
+        session->mainChannelChanged(channel, SPICE_CHANNEL_CLOSED);
     session->goOnLeaving();
     if (SPICE_IS_PORT_CHANNEL(channel))
         Q_EMIT session->portGone(SPICE_PORT_CHANNEL(channel));

@@ -15,6 +15,11 @@
 #include <QFile>
 #include <QTimer>
 
+#include <array>
+#include <functional>
+#include <set>
+#include <utility>
+
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -422,25 +427,109 @@ TEST(Host, names_of_channels_and_devices_are_printed_on_one_line)
 
 // --- leaving ---
 
-// The server is in this process, which ends with it. Each try leaves a little later.
+namespace {
+
+/// The port channels of this process that were announced and are not closed yet.
+class LivePorts
+{
+public:
+    LivePorts()
+    {
+        m_hooks = {hook(SPICE_TYPE_SESSION, "channel-new", onNew), hook(SPICE_TYPE_CHANNEL, "channel-event", onEvent)};
+    }
+    ~LivePorts()
+    {
+        for (const auto &[signal, id] : m_hooks)
+            g_signal_remove_emission_hook(signal, id);
+    }
+    LivePorts(const LivePorts &) = delete;
+    LivePorts &operator=(const LivePorts &) = delete;
+
+    std::size_t count() const { return m_ports.size(); }
+    void ignoreNewOnes() { m_ignoresNew = true; }
+    /// Runs \a work once all have been announced that come at once.
+    void onFirst(std::function<void()> work) { m_onFirst = std::move(work); }
+
+private:
+    std::pair<guint, gulong> hook(GType type, const char *name, GSignalEmissionHook function)
+    {
+        g_type_class_unref(g_type_class_ref(type)); // makes its signals
+        const guint signal = g_signal_lookup(name, type);
+        return {signal, g_signal_add_emission_hook(signal, 0, function, this, nullptr)};
+    }
+    static gboolean onNew(GSignalInvocationHint *, guint, const GValue *values, gpointer self)
+    {
+        auto *ports = static_cast<LivePorts *>(self);
+        const gpointer channel = g_value_get_object(values + 1);
+        if (!SPICE_IS_PORT_CHANNEL(channel) || ports->m_ignoresNew)
+            return TRUE;
+        if (ports->m_onFirst)
+            QTimer::singleShot(0, std::exchange(ports->m_onFirst, nullptr));
+        ports->m_ports.insert(channel);
+        return TRUE;
+    }
+    static gboolean onEvent(GSignalInvocationHint *, guint, const GValue *values, gpointer self)
+    {
+        const int event = g_value_get_enum(values + 1);
+        if (event != SPICE_CHANNEL_OPENED && event != SPICE_CHANNEL_SWITCHING)
+            static_cast<LivePorts *>(self)->m_ports.erase(g_value_get_object(values));
+        return TRUE;
+    }
+
+    std::array<std::pair<guint, gulong>, 2> m_hooks;
+    std::set<gpointer> m_ports;
+    bool m_ignoresNew = false;
+    std::function<void()> m_onFirst;
+};
+
+} // namespace
+
+// The server is in this process, which ends with it. The first try leaves while ports are connecting, and each other
+// one a little later.
 TEST(Host, may_leave_while_ports_are_connecting)
 {
     Server server({OurPort, OurPort + '1', OurPort + '2', OurPort + '3'});
-    for (int rounds = 1; rounds <= 20; ++rounds) {
+    for (int rounds = 0; rounds <= 20; ++rounds) {
         SpicePortSession session;
+        LivePorts ports;
         bool hasLeft = false;
         QTimer round;
         int passed = 0;
-        QObject::connect(&session, &SpicePortSession::connected, &round, [&] { round.start(1); });
+        const auto leave = [&] {
+            ports.ignoreNewOnes(); // nobody connects them any more
+            session.leave();
+        };
+        if (rounds == 0)
+            ports.onFirst(leave);
+        else
+            QObject::connect(&session, &SpicePortSession::connected, &round, [&] { round.start(1); });
         QObject::connect(&round, &QTimer::timeout, &round, [&] {
             if (++passed < rounds)
                 return;
             round.stop();
-            session.leave();
+            leave();
         });
-        QObject::connect(&session, &SpicePortSession::left, &session, [&] { hasLeft = true; });
+        QObject::connect(&session, &SpicePortSession::left, &session, [&] {
+            hasLeft = true;
+            EXPECT_EQ(ports.count(), 0) << "after " << rounds << " rounds";
+        });
         session.connectTo(SpiceAddress::parse(server.address()).value());
         ASSERT_TRUE(waitFor([&] { return hasLeft; }, 5000)) << "after " << rounds << " rounds";
+    }
+}
+
+TEST(Host, a_session_may_go_while_it_is_connected)
+{
+    Server server({OurPort, OurPort + '1'});
+    for (int milliseconds = 0; milliseconds < 20; ++milliseconds) {
+        auto session = std::make_unique<SpicePortSession>();
+        bool isConnected = false;
+        QObject::connect(session.get(), &SpicePortSession::connected, [&] { isConnected = true; });
+        session->connectTo(SpiceAddress::parse(server.address()).value());
+        ASSERT_TRUE(waitFor([&] { return isConnected; }));
+        waitFor([] { return false; }, milliseconds);
+        session.reset();
+        waitFor([] { return false; }, 20); // its channels tell of their end
     }
 }
 
