@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
-#include "address.h"
 #include "interface/devredirectinterface.h"
 #include "options.h"
 #include "output.h"
-#include "spicesession.h"
+#include "reference/client/address.h"
+#include "reference/client/spicesession.h"
 
 #include <QHash>
 #include <QSet>
@@ -23,6 +23,8 @@ constexpr int Usage = 2;
 constexpr int NoComponent = 3; ///< the component could not be loaded or started
 constexpr int NoConnection = 4; ///< no SPICE connection, or it was lost
 constexpr int NoChannel = 5; ///< the virtual machine offers no channel for devices
+constexpr int WrongPassword = 6; ///< or none
+constexpr int WrongCertificate = 7; ///< of the server: it is not trusted
 } // namespace ExitCode
 
 constexpr const char NoChannelText[] = "the virtual machine offers no channel for devices; it needs a port whose name "
@@ -68,7 +70,8 @@ private:
     static void onDeviceList(QList<ExterDeviceInfo> &devices);
     void devicesListed(const QList<ExterDeviceInfo> &devices);
     void connected(const QString &localAddress);
-    void disconnected(const QString &reason);
+    void disconnected(SpicePortSession::End end, const QString &reason);
+    bool askedForPassword(SpicePortSession::End end);
     void startLimitPassed();
     bool hasStarted() const { return m_listed && (m_connected || m_options.address.isEmpty()); }
 
@@ -119,6 +122,7 @@ private:
     bool m_listed = false;
     bool m_leaving = false;
     bool m_hadChannel = false; ///< the component took one
+    bool m_asked = false; ///< for the password
     int m_exitCode = ExitCode::Success;
     QHash<SpicePortChannel *, bool> m_channels; ///< the component's, and whether they are open
     std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what listNow() was given

@@ -46,10 +46,12 @@ void readRequests(Host &host, QSocketNotifier &input)
 
 int main(int argc, char **argv)
 {
+    QString error = Options::takeSpiceOptions(argc, argv);
     QCoreApplication application(argc, argv);
     Options options;
     QString answer;
-    const QString error = options.read(QCoreApplication::arguments(), answer);
+    if (error.isEmpty())
+        error = options.read(QCoreApplication::arguments(), answer);
     if (!error.isEmpty()) {
         std::fprintf(stderr, "devredir-host: %s\n", qUtf8Printable(escaped(error)));
         return ExitCode::Usage;

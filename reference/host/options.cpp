@@ -4,6 +4,10 @@
 #include <QCommandLineParser>
 #include <QRegularExpression>
 
+#include <memory>
+
+#include <spice-client.h>
+
 namespace {
 
 constexpr int LongestTimeout = 24 * 60 * 60;
@@ -19,7 +23,8 @@ const char *const Purpose =
     "\n"
     "Answers go to standard output, progress and failures to standard error.\n"
     "\n"
-    "Exit codes: 0 success, 1 a request failed, 2 wrong usage, 3 no component, 4 no connection or lost, 5 no channel.";
+    "Exit codes: 0 success, 1 a request failed, 2 wrong usage, 3 no component, 4 no connection or lost, 5 no channel,\n"
+    "6 wrong password, 7 the server's certificate is not trusted.";
 
 struct OptionText
 {
@@ -30,10 +35,12 @@ struct OptionText
 
 constexpr OptionText OptionTexts[] = {
     {"help", "Show this help.", nullptr},
+    {"help-spice", "Show the options that every SPICE client has: certificates, TLS.", nullptr},
     {"version", "Show the version.", nullptr},
     {"uri", "SPICE address: spice://HOST:PORT, spice+tls://HOST:PORT or spice+unix:///PATH.", "ADDRESS"},
     {"host", "SPICE server.", "NAME"},
     {"port", "Its port.", "NUMBER"},
+    {"password-file", "Read the password from the first line of this file.", "FILE"},
     {"vm-id", "Identifier of the virtual machine; vm without this.", "ID"},
     {"list", "List the devices.", nullptr},
     {"share", "Share a device, or all.", "ID"},
@@ -55,6 +62,9 @@ constexpr OptionText OptionTexts[] = {
 void declare(QCommandLineParser &parser)
 {
     parser.setApplicationDescription(QString::fromUtf8(Purpose));
+    parser.addPositionalArgument(QStringLiteral("FILE.vv"),
+                                 QStringLiteral("A connection file of a virtual machine, in place of its address."),
+                                 QStringLiteral("[FILE.vv]"));
     for (const OptionText &text : OptionTexts)
         parser.addOption(QCommandLineOption(QString::fromUtf8(text.name), QString::fromUtf8(text.description),
                                             QString::fromUtf8(text.value)));
@@ -94,7 +104,29 @@ QString addressIn(const QCommandLineParser &parser)
               .arg(isIp6 ? QLatin1Char('[') + host + QLatin1Char(']') : host, parser.value(QStringLiteral("port")));
 }
 
+std::unique_ptr<GOptionContext, decltype(&g_option_context_free)> spiceOptions()
+{
+    GOptionContext *const context = g_option_context_new(nullptr);
+    g_option_context_set_help_enabled(context, FALSE);
+    g_option_context_set_ignore_unknown_options(context, TRUE);
+    g_option_context_add_group(context, spice_get_option_group());
+    return {context, &g_option_context_free};
+}
+
+QString spiceHelp()
+{
+    g_autofree gchar *text = g_option_context_get_help(spiceOptions().get(), FALSE, nullptr);
+    return QString::fromUtf8(text).trimmed();
+}
+
 } // namespace
+
+QString Options::takeSpiceOptions(int &count, char **&arguments)
+{
+    g_autoptr(GError) error = nullptr;
+    const bool areRead = g_option_context_parse(spiceOptions().get(), &count, &arguments, &error);
+    return areRead ? QString() : QString::fromUtf8(error->message) + QStringLiteral(" (see --help-spice)");
+}
 
 QString Options::read(const QStringList &arguments, QString &answer)
 {
@@ -102,12 +134,16 @@ QString Options::read(const QStringList &arguments, QString &answer)
     declare(parser);
     if (!parser.parse(arguments))
         return parser.errorText();
-    if (!parser.positionalArguments().isEmpty())
-        return QStringLiteral("unexpected word: ") + parser.positionalArguments().constFirst();
+    const QStringList words = parser.positionalArguments();
+    const bool hasFile = words.value(0).endsWith(QLatin1String(".vv"));
+    if (words.size() > int(hasFile))
+        return QStringLiteral("unexpected word: ") + words.at(int(hasFile));
     const auto isSet = [&](const char *name) { return parser.isSet(QString::fromUtf8(name)); };
     const auto value = [&](const char *name) { return parser.value(QString::fromUtf8(name)); };
     if (isSet("help"))
         answer = parser.helpText().trimmed();
+    else if (isSet("help-spice"))
+        answer = spiceHelp();
     else if (isSet("version"))
         answer = QStringLiteral("devredir-host " DEVREDIRECT_VERSION);
     if (!answer.isEmpty())
@@ -128,13 +164,14 @@ QString Options::read(const QStringList &arguments, QString &answer)
         value("log-rules").split(QRegularExpression(QStringLiteral("[;\n]")), Qt::SkipEmptyParts);
     if (isSet("log-rules") && !areLogRules(logRuleList))
         return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
-    if (isSet("host") != isSet("port") || (isSet("uri") && isSet("host")))
-        return QStringLiteral("the virtual machine's place is --uri, or --host and --port together");
+    if (isSet("host") != isSet("port") || int(isSet("uri")) + int(isSet("host")) + int(hasFile) > 1)
+        return QStringLiteral("the virtual machine's place is --uri, or --host and --port together, or a .vv file");
     const int port = value("port").toInt();
     if (isSet("port") && (port < 1 || port > LastPort))
         return QStringLiteral("--port needs a number from 1 to %1").arg(LastPort);
 
-    address = addressIn(parser);
+    address = hasFile ? words.first() : addressIn(parser);
+    passwordFile = value("password-file");
     vmId = isSet("vm-id") ? value("vm-id") : QStringLiteral("vm");
     logRules = logRuleList.join(QLatin1Char('\n'));
     json = isSet("json");
@@ -149,6 +186,6 @@ QString Options::read(const QStringList &arguments, QString &answer)
     interactive = requests.isEmpty() && !watch && !autoShare;
     const bool isLocal = !isSet("share") && !isSet("unshare") && !autoShare && !interactive;
     if (address.isEmpty() && !isLocal)
-        return QStringLiteral("where is the virtual machine? --uri, or --host and --port (see --help)");
+        return QStringLiteral("where is the virtual machine? --uri, or --host and --port, or a .vv file (see --help)");
     return {};
 }

@@ -9,7 +9,8 @@
 /// What the command line asks for.
 struct Options
 {
-    QString address; ///< of the virtual machine, as given; empty: none
+    QString address; ///< of the virtual machine, as given, or a connection file; empty: none
+    QString passwordFile; ///< empty: none
     QString vmId;
     QString logRules;
     bool json = false;
@@ -20,7 +21,10 @@ struct Options
     bool interactive = false; ///< requests come from standard input
     int timeoutSeconds = 15; ///< longest wait for the virtual machine and for the outcome of a request
 
-    /// Reads a command line; empty, or what is wrong with it, as one line. If \a answer is set afterwards it was asked
-    /// for ("--help"), and there is nothing else to do.
+    /// Reads a command line without the options that every SPICE client has; empty, or what is wrong with it, as one
+    /// line. If \a answer is set afterwards it was asked for ("--help"), and there is nothing else to do.
     QString read(const QStringList &arguments, QString &answer);
+
+    /// Takes those out, for all sessions of this process; empty, or what is wrong with one.
+    static QString takeSpiceOptions(int &count, char **&arguments);
 };

@@ -4,17 +4,38 @@
 
 #include "host.h"
 
+#include "reference/client/connectionfile.h"
+#include "reference/client/password.h"
+
 #include <QCoreApplication>
 
 #include <spice-client.h> // a connection to a signal needs its arguments' types
 
 namespace {
+
 Host *theHost = nullptr; // the map callback is a plain function
+
+struct Ending
+{
+    SpicePortSession::End end;
+    int exitCode;
+    const char *cure;
+};
+
+constexpr Ending Endings[] = {
+    {SpicePortSession::End::Unreachable, ExitCode::NoConnection,
+     "Is the virtual machine running, and is this its SPICE address?"},
+    {SpicePortSession::End::Lost, ExitCode::NoConnection, "Does the virtual machine let more than one client in?"},
+    {SpicePortSession::End::Password, ExitCode::WrongPassword, "--password-file gives one, and a terminal is asked"},
+    {SpicePortSession::End::Certificate, ExitCode::WrongCertificate,
+     "--spice-ca-file names who has signed it, --spice-host-subject whose it is"},
+};
+
 } // namespace
 
 Host::Host(Options options)
-    : m_options(std::move(options)), m_output(m_options.json), m_address(SpiceAddress::parse(m_options.address)),
-      m_requests(m_options.requests), m_expectMore(m_options.interactive)
+    : m_options(std::move(options)), m_output(m_options.json), m_requests(m_options.requests),
+      m_expectMore(m_options.interactive)
 {
     theHost = this;
     for (QTimer *limit : {&m_startLimit, &m_requestLimit}) {
@@ -42,10 +63,13 @@ Host::~Host()
 
 void Host::start()
 {
-    if (!m_options.address.isEmpty() && !m_address) {
-        m_output.tell(Event::Disconnected,
-                      QStringLiteral("this is no address of a virtual machine; one reads spice://HOST:PORT, "
-                                     "spice+tls://HOST:PORT or spice+unix:///PATH"));
+    QString error;
+    if (!m_options.address.isEmpty())
+        m_address = placeOf(m_options.address, error);
+    if (m_address && !m_options.passwordFile.isEmpty())
+        m_address->password = passwordIn(m_options.passwordFile, error).value_or(QString());
+    if (!error.isEmpty()) {
+        m_output.tell(Event::Disconnected, error);
         leave(ExitCode::NoConnection);
         return;
     }
@@ -116,22 +140,41 @@ void Host::connected(const QString &localAddress)
     runNext();
 }
 
-void Host::disconnected(const QString &reason)
+void Host::disconnected(SpicePortSession::End end, const QString &reason)
 {
-    if (m_leaving)
+    if (m_leaving || askedForPassword(end))
         return;
-    m_output.tell(Event::Disconnected,
-                  m_connected ? QStringLiteral("connection lost: %1: %2").arg(m_address->uri, reason)
-                              : QStringLiteral("no connection: %1: %2. Is the virtual machine running, and is this its "
-                                               "SPICE address?")
-                                    .arg(m_address->uri, reason));
-    leave(ExitCode::NoConnection);
+    const auto *ending = std::find_if(std::begin(Endings), std::end(Endings),
+                                      [&](const Ending &one) { return one.end == end && !m_connected; });
+    if (ending == std::end(Endings)) {
+        m_output.tell(Event::Disconnected, QStringLiteral("connection lost: %1: %2").arg(m_address->uri, reason));
+        leave(ExitCode::NoConnection);
+        return;
+    }
+    m_output.tell(
+        Event::Disconnected,
+        QStringLiteral("no connection: %1: %2. %3").arg(m_address->uri, reason, QString::fromUtf8(ending->cure)));
+    leave(ending->exitCode);
+}
+
+bool Host::askedForPassword(SpicePortSession::End end)
+{
+    if (end != SpicePortSession::End::Password || std::exchange(m_asked, true))
+        return false;
+    const auto password = askForPassword(QStringLiteral("Password for %1: ").arg(m_address->uri));
+    if (!password)
+        return false;
+    m_address->password = *password;
+    m_startLimit.start();
+    QTimer::singleShot(0, this, [this] { m_session.connectTo(*m_address); }); // once the session is done with this one
+    return true;
 }
 
 void Host::startLimitPassed()
 {
     if (m_address && !m_connected) {
-        disconnected(QStringLiteral("no answer within %1 seconds").arg(m_options.timeoutSeconds));
+        disconnected(SpicePortSession::End::Unreachable,
+                     QStringLiteral("no answer within %1 seconds").arg(m_options.timeoutSeconds));
     } else if (!m_listed) {
         m_output.tell(Event::Error,
                       QStringLiteral("the component gives no list within %1 seconds").arg(m_options.timeoutSeconds));

@@ -4,8 +4,8 @@
 // runs on an emulated computer with one stick; the virtual machine is a SPICE server in this process, or QEMU.
 
 #include "chain/chain.h"
-#include "reference/host/address.h"
-#include "reference/host/spicesession.h"
+#include "reference/client/address.h"
+#include "reference/client/spicesession.h"
 #include "support/spiceserver.h"
 #include "support/waitfor.h"
 
@@ -20,6 +20,7 @@
 #include <set>
 #include <utility>
 
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -109,6 +110,63 @@ private:
 
     QTemporaryDir m_directory;
     TestServer m_server;
+};
+
+/// One that asks for a password, on a UNIX socket or over TLS with a certificate that it has made for itself.
+class SecureServer
+{
+public:
+    enum Kind { Plain, Tls };
+
+    explicit SecureServer(Kind kind) : m_security{Secret.toStdString(), 0, path("cert.pem"), path("key.pem")}
+    {
+        if (kind == Tls) {
+            QProcess openssl;
+            openssl.start(
+                QStringLiteral("openssl"),
+                QStringLiteral("req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost -keyout")
+                        .split(QLatin1Char(' '))
+                    + QStringList{QString::fromStdString(m_security.key), QStringLiteral("-out"), certificate()});
+            EXPECT_TRUE(openssl.waitForFinished());
+            m_security.tlsPort = freePort();
+        }
+        m_server = std::make_unique<TestServer>(std::vector<std::string>{OurPort},
+                                                kind == Tls ? std::string() : path("spice.sock"), m_security);
+    }
+
+    QString address() const
+    {
+        return m_security.tlsPort ? QStringLiteral("spice+tls://localhost:") + tlsPort()
+                                  : QStringLiteral("spice+unix://") + QString::fromStdString(path("spice.sock"));
+    }
+    QString tlsPort() const { return QString::number(m_security.tlsPort); }
+    QString certificate() const { return QString::fromStdString(m_security.certificate); }
+    /// The path of a new file with \a content.
+    QString file(const QString &name, const QByteArray &content) const
+    {
+        QFile file(m_directory.filePath(name));
+        file.open(QIODevice::WriteOnly);
+        file.write(content);
+        return file.fileName();
+    }
+
+private:
+    std::string path(const char *name) const { return m_directory.filePath(QLatin1String(name)).toStdString(); }
+    static int freePort()
+    {
+        const int probe = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        socklen_t size = sizeof address;
+        bind(probe, reinterpret_cast<sockaddr *>(&address), size);
+        getsockname(probe, reinterpret_cast<sockaddr *>(&address), &size);
+        close(probe);
+        return ntohs(address.sin_port);
+    }
+
+    QTemporaryDir m_directory;
+    TestServer::Security m_security;
+    std::unique_ptr<TestServer> m_server;
 };
 
 /// A server that takes connections and says nothing.
@@ -211,6 +269,9 @@ TEST(HostUsage, wrong_usage_ends_with_2_and_one_line_on_standard_error)
         {QStringLiteral("--list"), QStringLiteral("--log-rules"), QStringLiteral("=true")},
         {QStringLiteral("--list"), QStringLiteral("--timeout"), QStringLiteral("0")},
         {QStringLiteral("--list"), QStringLiteral("--timeout"), QStringLiteral("soon")},
+        {QStringLiteral("--list"), QStringLiteral("--spice-ca-file")},
+        uri + QStringList{QStringLiteral("--share"), Id, QStringLiteral("file.vv")},
+        {QStringLiteral("one.vv"), QStringLiteral("two.vv")},
     };
     for (const QStringList &arguments : wrong) {
         HostRun run(arguments);
@@ -423,6 +484,80 @@ TEST(Host, names_of_channels_and_devices_are_printed_on_one_line)
     EXPECT_TRUE(run.prints("A\\x1b[31mB")) << run.answers().constData();
     EXPECT_EQ(run.status(), 0);
     EXPECT_FALSE(run.answers().contains('\x1b'));
+}
+
+// --- passwords and certificates ---
+
+TEST(HostConnection, a_wrong_password_an_untrusted_certificate_and_nobody_are_three_ends)
+{
+    const QString password = QStringLiteral("--password-file");
+    const auto ends = [](const QStringList &options, int status, const QByteArray &says) {
+        HostRun run(QStringList{QStringLiteral("--share"), QStringLiteral("all"), QStringLiteral("--uri")} + options);
+        EXPECT_EQ(run.status(), status) << options.join(QLatin1Char(' ')).toStdString();
+        EXPECT_TRUE(run.progress().contains(says)) << run.progress().constData();
+        EXPECT_FALSE(run.progress().contains(Secret));
+    };
+    {
+        const SecureServer server(SecureServer::Plain);
+        const QString wrong = server.file(QStringLiteral("wrong"), "falsch\n");
+        ends({server.address()}, 6, "--password-file gives one");
+        ends({server.address(), password, wrong}, 6, "--password-file gives one");
+        ends({server.address(), password, QStringLiteral("/nowhere")}, 4, "/nowhere cannot be read");
+    }
+    const SecureServer server(SecureServer::Tls);
+    const QString right = server.file(QStringLiteral("right"), Secret + "\n");
+    ends({server.address(), password, right}, 7, "--spice-ca-file names who has signed it");
+    ends({QStringLiteral("spice+unix:///nowhere"), password, right}, 4, "Is the virtual machine running");
+}
+
+TEST(HostConnection, the_right_password_and_authority_let_it_in_over_tls)
+{
+    const SecureServer server(SecureServer::Tls);
+    HostRun run({QStringLiteral("--uri"), server.address(), QStringLiteral("--password-file"),
+                 server.file(QStringLiteral("right"), Secret), QStringLiteral("--spice-ca-file"), server.certificate(),
+                 QStringLiteral("--watch")});
+    EXPECT_TRUE(run.prints("(open)")) << run.progress().constData();
+}
+
+TEST(HostConnection, a_connection_file_says_all_of_it_and_is_deleted_if_it_wants_to_be)
+{
+    const SecureServer server(SecureServer::Tls);
+    QFile certificate(server.certificate());
+    certificate.open(QIODevice::ReadOnly);
+    const QByteArray content = "[virt-viewer]\ntype=spice\nhost=localhost\ntls-port=" + server.tlsPort().toLatin1()
+        + "\npassword=" + Secret + "\nca=" + certificate.readAll().replace("\n", "\\n")
+        + "\nhost-subject=CN=localhost\n";
+    const QString stays = server.file(QStringLiteral("stays.vv"), content);
+    const QString goes = server.file(QStringLiteral("goes.vv"), content + "delete-this-file=1\n");
+    for (const QString &file : {stays, goes}) {
+        HostRun run({file, QStringLiteral("--watch")});
+        EXPECT_TRUE(run.prints("(open)")) << run.progress().constData();
+        EXPECT_FALSE(run.progress().contains(Secret));
+    }
+    EXPECT_TRUE(QFile::exists(stays));
+    EXPECT_FALSE(QFile::exists(goes));
+    for (const char *broken :
+         {"", "[virt-viewer]\ntype=vnc\nhost=localhost\nport=1\n", "[virt-viewer]\ntype=spice\n"}) {
+        HostRun run({server.file(QStringLiteral("broken.vv"), broken), QStringLiteral("--watch")});
+        EXPECT_EQ(run.status(), 4);
+        EXPECT_TRUE(run.progress().contains("broken.vv")) << run.progress().constData();
+    }
+}
+
+TEST(HostConnection, a_terminal_is_asked_for_the_password_and_does_not_show_it)
+{
+    const SecureServer server(SecureServer::Plain);
+    const QString command = QStringLiteral(DEVREDIR_HOST " --watch --uri ") + server.address();
+    // In its own session, "script" gives it a terminal.
+    HostRun right({QStringLiteral("-qec"), command, QStringLiteral("/dev/null")}, {}, {}, QStringLiteral("script"));
+    ASSERT_TRUE(right.prints("Password for spice+unix://"));
+    right.ask("falschx\x15gehein\x7fm\r");
+    EXPECT_TRUE(right.prints("(open)"));
+    EXPECT_FALSE(right.answers().contains("geh"));
+    HostRun none({QStringLiteral("-qec"), command, QStringLiteral("/dev/null")}, {}, {}, QStringLiteral("script"));
+    ASSERT_TRUE(none.prints("Password for spice+unix://"));
+    none.ask("\3");
+    EXPECT_TRUE(none.prints("--password-file gives one"));
 }
 
 // --- leaving ---

@@ -5,8 +5,8 @@
 // it was after the first minute, and every device must have its local driver. usage: soak SPICE_URI MINUTES
 // DEVICE_ID...
 
-#include "host/address.h"
-#include "host/spicesession.h"
+#include "client/address.h"
+#include "client/spicesession.h"
 #include "interface/devredirectinterface.h"
 #include "support/asksocket.h"
 #include "support/waitfor.h"

@@ -258,11 +258,27 @@ public:
 };
 
 TestServer::TestServer(const std::vector<std::string> &portNames, const std::string &socketPath)
+    : TestServer(portNames, socketPath, {})
+{
+}
+
+TestServer::TestServer(const std::vector<std::string> &portNames, const std::string &socketPath,
+                       const Security &security)
     : d(std::make_unique<Private>())
 {
     std::signal(SIGPIPE, SIG_IGN);
-    spice_server_set_noauth(d->server);
-    if (!socketPath.empty())
+    if (security.password.empty())
+        spice_server_set_noauth(d->server);
+    else
+        spice_server_set_ticket(d->server, security.password.c_str(), 0, 0, 0);
+    if (security.tlsPort != 0
+        && spice_server_set_tls(d->server, security.tlsPort, security.certificate.c_str(), security.certificate.c_str(),
+                                security.key.c_str(), nullptr, nullptr, nullptr)
+            != 0)
+        throw std::runtime_error("the SPICE server takes no certificate");
+    if (security.tlsPort != 0)
+        spice_server_set_addr(d->server, "127.0.0.1", SPICE_ADDR_FLAG_IPV4_ONLY);
+    else if (!socketPath.empty())
         spice_server_set_addr(d->server, socketPath.c_str(), SPICE_ADDR_FLAG_UNIX_ONLY);
     if (spice_server_init(d->server, &d->core) < 0)
         throw std::runtime_error("the SPICE server does not start");

@@ -40,8 +40,17 @@ public:
         virtual std::size_t counted() const = 0;
     };
 
+    /// What a server asks for, and shows.
+    struct Security
+    {
+        std::string password; ///< empty: none
+        int tlsPort = 0; ///< on this machine, in place of the socket; 0: no TLS
+        std::string certificate, key; ///< files for that
+    };
+
     /// A server with open ports of these names; with a \a socketPath it also listens there.
     explicit TestServer(const std::vector<std::string> &portNames, const std::string &socketPath = {});
+    TestServer(const std::vector<std::string> &portNames, const std::string &socketPath, const Security &security);
     ~TestServer();
     TestServer(const TestServer &) = delete;
     TestServer &operator=(const TestServer &) = delete;

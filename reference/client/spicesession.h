@@ -19,6 +19,11 @@ public:
     explicit SpicePortSession(QObject *parent = nullptr);
     ~SpicePortSession() override;
 
+    /// What ended a connection.
+    enum class End { Unreachable, Certificate, Password, Lost };
+    Q_ENUM(End)
+
+    /// What the command line says for every SPICE client ("--spice-…") holds, too. May be called again after closed().
     void connectTo(const SpiceAddress &address);
     /**
      * Says on every channel, as soon as it is connected, that nothing more will come, and emits left() once the server
@@ -38,7 +43,7 @@ Q_SIGNALS:
     void portChanged(SpicePortChannel *channel, const QString &name, bool isOpened);
     void portGone(SpicePortChannel *channel);
     /// The connection could not be made or is gone.
-    void closed(const QString &reason);
+    void closed(SpicePortSession::End end, const QString &reason);
     /// leave() is done.
     void left();
 

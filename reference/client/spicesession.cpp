@@ -5,6 +5,8 @@
 
 #include <QTimer>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 #include <gio/gio.h>
@@ -15,26 +17,35 @@ namespace {
 struct EventText
 {
     int event;
-    const char *text;
+    SpicePortSession::End end;
+    const char *text; ///< if the session itself gives no reason
 };
 
-// What the session itself gives no reason for.
 constexpr EventText EventTexts[] = {
-    {SPICE_CHANNEL_ERROR_CONNECT, "nothing answers there"},
-    {SPICE_CHANNEL_ERROR_TLS, "the server's certificate is not trusted"},
-    {SPICE_CHANNEL_ERROR_LINK, "what answers is no SPICE server, or refuses"},
-    {SPICE_CHANNEL_ERROR_AUTH, "the password is wrong or missing"},
+    {SPICE_CHANNEL_ERROR_CONNECT, SpicePortSession::End::Unreachable, "nothing answers there"},
+    {SPICE_CHANNEL_ERROR_TLS, SpicePortSession::End::Certificate, "the server's certificate is not trusted"},
+    {SPICE_CHANNEL_ERROR_LINK, SpicePortSession::End::Unreachable, "what answers is no SPICE server, or refuses"},
+    {SPICE_CHANNEL_ERROR_AUTH, SpicePortSession::End::Password, "the password is wrong or missing"},
 };
+constexpr EventText AnyOther{SPICE_CHANNEL_CLOSED, SpicePortSession::End::Lost, "the server closed the connection"};
+
+const EventText &textOf(int event)
+{
+    const auto *known = std::find_if(std::begin(EventTexts), std::end(EventTexts),
+                                     [event](const EventText &one) { return one.event == event; });
+    return known == std::end(EventTexts) ? AnyOther : *known;
+}
 
 QString reasonOf(SpiceChannel *channel, int event)
 {
-    if (const GError *error = spice_channel_get_error(channel))
-        return QString::fromUtf8(error->message);
-    for (const EventText &known : EventTexts) {
-        if (known.event == event)
-            return QString::fromUtf8(known.text);
-    }
-    return QStringLiteral("the server closed the connection");
+    const GError *const error = spice_channel_get_error(channel);
+    return QString::fromUtf8(error ? error->message : textOf(event).text);
+}
+
+void setText(SpiceSession *session, const char *property, const QString &text)
+{
+    if (!text.isEmpty())
+        g_object_set(session, property, text.toUtf8().constData(), nullptr);
 }
 
 GSocket *socketOf(SpiceChannel *channel)
@@ -99,10 +110,22 @@ SpicePortSession::~SpicePortSession()
 
 void SpicePortSession::connectTo(const SpiceAddress &address)
 {
-    g_object_set(m_session, "uri", address.uri.toUtf8().constData(), nullptr);
-    // Not in the address: the SPICE library prints that when something in it is wrong.
-    if (!address.password.isEmpty())
-        g_object_set(m_session, "password", address.password.toUtf8().constData(), nullptr);
+    spice_set_session_option(m_session);
+    setText(m_session, "uri", address.uri);
+    setText(m_session, "password", address.password); // not in the address, which the SPICE library may print
+    setText(m_session, "cert-subject", address.subject);
+    setText(m_session, "ciphers", address.ciphers);
+    setText(m_session, "proxy", address.proxy);
+    if (!address.authorities.isEmpty()) {
+        g_autoptr(GByteArray) authorities = g_byte_array_new();
+        g_byte_array_append(authorities, reinterpret_cast<const guint8 *>(address.authorities.constData()),
+                            guint(address.authorities.size()));
+        g_object_set(m_session, "ca", authorities, nullptr);
+    }
+    if (!address.secureChannels.isEmpty()) {
+        g_auto(GStrv) names = g_strsplit(address.secureChannels.join(QLatin1Char(';')).toUtf8().constData(), ";", -1);
+        g_object_set(m_session, "secure-channels", names, nullptr);
+    }
     spice_session_connect(m_session);
 }
 
@@ -178,7 +201,7 @@ void SpicePortSession::mainChannelChanged(SpiceChannel *channel, int event)
     if (isOpened)
         Q_EMIT connected(localAddressOf(channel));
     else if (!m_leaving)
-        Q_EMIT closed(reasonOf(channel, event));
+        Q_EMIT closed(textOf(event).end, reasonOf(channel, event));
 }
 
 void SpicePortSession::portChannelChanged(SpiceChannel *channel, int event)

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -11,6 +13,13 @@ struct SpiceAddress
     QString uri; ///< without user name and password
     QString host; ///< empty for a UNIX socket, whose virtual machine has no address of its own
     QString password;
+
+    // What only a connection file says; empty: as the session decides.
+    QByteArray authorities; ///< PEM, of those whose certificates are trusted
+    QString subject; ///< of the server's certificate
+    QString ciphers;
+    QString proxy;
+    QStringList secureChannels; ///< that go over TLS
 
     /**
      * Reads "spice://HOST:PORT", "spice+tls://HOST:PORT" or "spice+unix:///PATH". The password is what stands before an
