@@ -76,9 +76,9 @@ void requestBare(int calls)
     const QString text = DevRedirectManger::instance()->getRedirectWorkerInstance()->structCtrlCommand(
         QString(), device.deviceId, QStringLiteral("unshare"), device);
     const QJsonObject parts = QJsonDocument::fromJson(text.toUtf8()).object();
-    std::vector<std::pair<QString, QJsonValue>> fields;
+    std::vector<std::pair<QString, QString>> fields;
     for (auto part = parts.begin(); part != parts.end(); ++part)
-        fields.emplace_back(part.key(), part.value());
+        fields.emplace_back(part.key(), part.value().toVariant().toString());
     QObject here;
     for (int call = 0; call < calls; ++call) {
         bool done = false;

@@ -90,6 +90,21 @@ PortState stateOf(SpicePortChannel *port)
 
 } // namespace
 
+const char *SpicePortSession::cureOf(End end)
+{
+    switch (end) {
+    case End::Password:
+        return "--password-file gives one, and devredir-host asks a terminal";
+    case End::Certificate:
+        return "--spice-ca-file names who has signed it, --spice-host-subject whose it is";
+    case End::Unreachable:
+        break;
+    case End::Lost:
+        return "Does the virtual machine let more than one client in?";
+    }
+    return "Is the virtual machine running, and is this its SPICE address?";
+}
+
 SpicePortSession::SpicePortSession(QObject *parent) : QObject(parent), m_session(spice_session_new())
 {
     // Otherwise the session would redirect devices by itself and take them away from the component.

@@ -22,6 +22,8 @@ public:
     /// What ended a connection.
     enum class End { Unreachable, Certificate, Password, Lost };
     Q_ENUM(End)
+    /// What helps, for people.
+    static const char *cureOf(End end);
 
     /// What the command line says for every SPICE client ("--spice-…") holds, too. May be called again after closed().
     void connectTo(const SpiceAddress &address);

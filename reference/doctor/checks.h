@@ -11,6 +11,9 @@ Findings checkConfiguration(const QString &folder);
 Findings checkDevices();
 /// What tells the library which disks are mounted: the lister of block devices, and the mount table.
 Findings checkMounts();
+/// The virtual machine at \a place (an address or a connection file): whether it lets us in, and its ports. \a folder
+/// is the component's, \a passwordFile may be empty. Runs an event loop.
+Findings checkServer(const QString &place, const QString &passwordFile, const QString &folder);
 /// The SPICE library that this program got.
 Findings checkSpice();
 /// The likely causes of trouble that a client's log in \a path shows.

@@ -4,6 +4,7 @@
 
 #include "checks.h"
 #include "reference/client/escaped.h"
+#include "reference/client/spiceoptions.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -50,6 +51,9 @@ int wrongUsage(const QString &text)
 
 int main(int argc, char **argv)
 {
+    const QString error = takeSpiceOptions(argc, argv);
+    if (!error.isEmpty())
+        return wrongUsage(error);
     const QCoreApplication application(argc, argv);
     const QCommandLineOption help(QStringLiteral("help"), QStringLiteral("Show this help."));
     const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Show the version."));
@@ -58,6 +62,16 @@ int main(int argc, char **argv)
                                                       "beside this program without this."),
                                        QStringLiteral("FOLDER"),
                                        QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect"));
+    const QCommandLineOption uri(QStringLiteral("uri"),
+                                 QStringLiteral("Also connect to this virtual machine: its SPICE address, or its .vv "
+                                                "file."),
+                                 QStringLiteral("ADDRESS"));
+    const QCommandLineOption passwordFile(QStringLiteral("password-file"),
+                                          QStringLiteral("Its password is the first line of this file."),
+                                          QStringLiteral("FILE"));
+    const QCommandLineOption spiceHelp(QStringLiteral("help-spice"),
+                                       QStringLiteral("Show the options that every SPICE client has: certificates, "
+                                                      "TLS."));
     const QCommandLineOption log(QStringLiteral("log"),
                                  QStringLiteral("Only read this log of a client, and name the likely causes."),
                                  QStringLiteral("FILE"));
@@ -68,7 +82,7 @@ int main(int argc, char **argv)
         "loaded and not started; nothing is changed.\n"
         "\n"
         "Exit codes: 0 all is well, 1 something is not, 2 wrong usage."));
-    parser.addOptions({help, version, component, log, json});
+    parser.addOptions({help, spiceHelp, version, component, uri, passwordFile, log, json});
     if (!parser.parse(QCoreApplication::arguments()))
         return wrongUsage(parser.errorText());
     if (!parser.positionalArguments().isEmpty())
@@ -79,9 +93,17 @@ int main(int argc, char **argv)
         return Well;
     }
 
-    const Findings findings = parser.isSet(log) ? checkLog(parser.value(log))
-                                                : checkComponent(parser.value(component))
-            + checkConfiguration(parser.value(component)) + checkDevices() + checkMounts() + checkSpice();
+    if (parser.isSet(spiceHelp)) {
+        std::puts(qUtf8Printable(spiceOptionsHelp()));
+        return Well;
+    }
+
+    const QString folder = parser.value(component);
+    Findings findings = parser.isSet(log)
+        ? checkLog(parser.value(log))
+        : checkComponent(folder) + checkConfiguration(folder) + checkDevices() + checkMounts() + checkSpice();
+    if (parser.isSet(uri))
+        findings += checkServer(parser.value(uri), parser.value(passwordFile), folder);
     parser.isSet(json) ? printForScripts(findings) : printForPeople(findings);
     return std::all_of(findings.begin(), findings.end(), [](const Finding &one) { return one.isGood; }) ? Well : Unwell;
 }

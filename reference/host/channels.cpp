@@ -6,6 +6,8 @@
 
 #include "worker/portchannelglue.h"
 
+#include <utility>
+
 namespace {
 
 // Which names are the component's own only the component knows. The library has joined such a channel to it, and logs
@@ -46,8 +48,17 @@ void Host::tellChannel(const QString &name, bool isOpened)
         Event::Channel,
         QStringLiteral("channel: %1 (%2)").arg(name, isOpened ? QStringLiteral("open") : QStringLiteral("closed")),
         {{QStringLiteral("name"), name}, {QStringLiteral("open"), isOpened}});
+    restoreShares();
     shareByRules();
     runNext();
+}
+
+void Host::restoreShares()
+{
+    if (!hasOpenChannel())
+        return;
+    for (const QString &deviceId : std::exchange(m_lost, {}))
+        request(QStringLiteral("share ") + deviceId);
 }
 
 // Each device is looked at once for each plug: one that the user takes back stays where it is.

@@ -34,7 +34,8 @@ constexpr const char NoChannelText[] = "the virtual machine offers no channel fo
  * A client that shares devices: it joins DevRedirectInterface to a SPICE session and runs requests one after the other.
  *
  * Everything runs on the main thread. The component's events come on its own threads and are queued to this object.
- * Each concern has a source file: starting.cpp, channels.cpp, requests.cpp, outcomes.cpp and leaving.cpp.
+ * Each concern has a source file: starting.cpp, channels.cpp, requests.cpp, answers.cpp, outcomes.cpp and
+ * leaving.cpp.
  */
 class Host : public QObject
 {
@@ -46,8 +47,8 @@ public:
 
     /// Loads the component and connects. Needs the event loop, which it may end.
     void start();
-    /// Adds a request, "list", "share ID|all", "unshare ID|all" or "quit"; one that cannot be understood is answered
-    /// so.
+    /// Adds a request, "list", "explain ID", "stats", "share ID|all", "unshare ID|all" or "quit"; one that cannot be
+    /// understood is answered so.
     void request(const QString &line);
     /// No more requests will come: ends as soon as the last one is done and no device is shared.
     void noMoreRequests();
@@ -72,6 +73,7 @@ private:
     void connected(const QString &localAddress);
     void disconnected(SpicePortSession::End end, const QString &reason);
     bool askedForPassword(SpicePortSession::End end);
+    bool connectsAgain(SpicePortSession::End end, const QString &reason);
     void startLimitPassed();
     bool hasStarted() const { return m_listed && (m_connected || m_options.address.isEmpty()); }
 
@@ -81,6 +83,7 @@ private:
     void tellChannel(const QString &name, bool isOpened);
     bool hasOpenChannel() const { return m_channels.key(true) != nullptr; }
     void shareByRules();
+    void restoreShares();
 
     // Requests.
     void runNext();
@@ -93,6 +96,11 @@ private:
     void requestFailed(const QString &text, const QString &deviceId, int exitCode = ExitCode::RequestFailed);
     void finishedPart();
     void timedOut();
+
+    // Answers of the component.
+    void explain(const QString &deviceId);
+    void statistics(const QString &);
+    static QString cureFor(const QString &deviceId);
 
     // Outcomes.
     void connectResults();
@@ -127,8 +135,10 @@ private:
     QHash<SpicePortChannel *, bool> m_channels; ///< the component's, and whether they are open
     std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what listNow() was given
     QSet<QString> m_shared;
+    QSet<QString> m_lost; ///< with their channel, to be shared again on the next one
     QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QHash<QString, QString> m_failures; ///< by device, what the component said
+    QTimer m_connectAgain;
     QTimer m_startLimit; ///< for the connection, the list and the first channel
     QTimer m_requestLimit;
     QTimer m_writing; ///< while what was sent last is written

@@ -28,6 +28,7 @@ void Host::leave(int exitCode)
     noteExitCode(exitCode);
     m_startLimit.stop();
     m_requestLimit.stop();
+    m_connectAgain.stop();
     answerTheRest();
     if (m_shared.isEmpty() && m_pending.isEmpty()) {
         beginFarewell();

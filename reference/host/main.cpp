@@ -4,6 +4,7 @@
 
 #include "host.h"
 #include "reference/client/escaped.h"
+#include "reference/client/spiceoptions.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
@@ -46,7 +47,7 @@ void readRequests(Host &host, QSocketNotifier &input)
 
 int main(int argc, char **argv)
 {
-    QString error = Options::takeSpiceOptions(argc, argv);
+    QString error = takeSpiceOptions(argc, argv);
     QCoreApplication application(argc, argv);
     Options options;
     QString answer;

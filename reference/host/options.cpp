@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "options.h"
 
+#include "reference/client/spiceoptions.h"
+
 #include <QCommandLineParser>
 #include <QRegularExpression>
-
-#include <memory>
-
-#include <spice-client.h>
 
 namespace {
 
@@ -16,10 +14,11 @@ constexpr int LastPort = 65535;
 const char *const Purpose =
     "Shares USB devices with a virtual machine over SPICE.\n"
     "\n"
-    "Actions run in the order list, share, unshare. A program that shares a device stays until it is interrupted; "
+    "Actions run in the order list, explain, share, unshare. A program that shares a device stays until it is "
+    "interrupted; "
     "then\n"
-    "it takes its devices back. --list and --watch need no virtual machine. Without an action it reads requests from\n"
-    "standard input: list, share ID|all, unshare ID|all, quit.\n"
+    "it takes its devices back. --list, --explain and --watch need no virtual machine. Without an action it reads\n"
+    "requests from standard input: list, explain ID, stats, share ID|all, unshare ID|all, quit.\n"
     "\n"
     "Answers go to standard output, progress and failures to standard error.\n"
     "\n"
@@ -50,7 +49,13 @@ constexpr OptionText OptionTexts[] = {
      "first "
      "that fits decides.",
      "RULES"},
+    {"explain", "Say what has to be so before a device can be shared, and what helps.", "ID"},
     {"watch", "Stay and tell of plugs.", nullptr},
+    {"reconnect",
+     "When the connection is lost, try again until it is back, and share again what was shared; also after the virtual "
+     "machine has been reset.",
+     nullptr},
+    {"no-restore", "With --reconnect, share nothing again.", nullptr},
     {"timeout", "Longest wait for the virtual machine and for the outcome of a request; 15 without this.", "SECONDS"},
     {"json", "One JSON object a line.", nullptr},
     {"log-rules",
@@ -104,29 +109,7 @@ QString addressIn(const QCommandLineParser &parser)
               .arg(isIp6 ? QLatin1Char('[') + host + QLatin1Char(']') : host, parser.value(QStringLiteral("port")));
 }
 
-std::unique_ptr<GOptionContext, decltype(&g_option_context_free)> spiceOptions()
-{
-    GOptionContext *const context = g_option_context_new(nullptr);
-    g_option_context_set_help_enabled(context, FALSE);
-    g_option_context_set_ignore_unknown_options(context, TRUE);
-    g_option_context_add_group(context, spice_get_option_group());
-    return {context, &g_option_context_free};
-}
-
-QString spiceHelp()
-{
-    g_autofree gchar *text = g_option_context_get_help(spiceOptions().get(), FALSE, nullptr);
-    return QString::fromUtf8(text).trimmed();
-}
-
 } // namespace
-
-QString Options::takeSpiceOptions(int &count, char **&arguments)
-{
-    g_autoptr(GError) error = nullptr;
-    const bool areRead = g_option_context_parse(spiceOptions().get(), &count, &arguments, &error);
-    return areRead ? QString() : QString::fromUtf8(error->message) + QStringLiteral(" (see --help-spice)");
-}
 
 QString Options::read(const QStringList &arguments, QString &answer)
 {
@@ -143,7 +126,7 @@ QString Options::read(const QStringList &arguments, QString &answer)
     if (isSet("help"))
         answer = parser.helpText().trimmed();
     else if (isSet("help-spice"))
-        answer = spiceHelp();
+        answer = spiceOptionsHelp();
     else if (isSet("version"))
         answer = QStringLiteral("devredir-host " DEVREDIRECT_VERSION);
     if (!answer.isEmpty())
@@ -164,6 +147,8 @@ QString Options::read(const QStringList &arguments, QString &answer)
         value("log-rules").split(QRegularExpression(QStringLiteral("[;\n]")), Qt::SkipEmptyParts);
     if (isSet("log-rules") && !areLogRules(logRuleList))
         return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
+    if (isSet("no-restore") && !isSet("reconnect"))
+        return QStringLiteral("--no-restore goes with --reconnect");
     if (isSet("host") != isSet("port") || int(isSet("uri")) + int(isSet("host")) + int(hasFile) > 1)
         return QStringLiteral("the virtual machine's place is --uri, or --host and --port together, or a .vv file");
     const int port = value("port").toInt();
@@ -177,8 +162,12 @@ QString Options::read(const QStringList &arguments, QString &answer)
     json = isSet("json");
     watch = isSet("watch");
     autoShare = isSet("auto");
+    reconnect = isSet("reconnect");
+    restore = reconnect && !isSet("no-restore");
     if (isSet("list"))
         requests.append(QStringLiteral("list"));
+    for (const QString &id : parser.values(QStringLiteral("explain")))
+        requests.append(QStringLiteral("explain ") + id);
     for (const QString &id : parser.values(QStringLiteral("share")))
         requests.append(QStringLiteral("share ") + id);
     for (const QString &id : parser.values(QStringLiteral("unshare")))

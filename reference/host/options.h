@@ -16,6 +16,8 @@ struct Options
     bool json = false;
     bool watch = false; ///< stay and tell of plugs
     bool autoShare = false;
+    bool reconnect = false; ///< when the connection is lost
+    bool restore = false; ///< what was shared when a channel was lost
     DeviceRules autoRules;
     QStringList requests; ///< as they would be typed
     bool interactive = false; ///< requests come from standard input
@@ -24,7 +26,4 @@ struct Options
     /// Reads a command line without the options that every SPICE client has; empty, or what is wrong with it, as one
     /// line. If \a answer is set afterwards it was asked for ("--help"), and there is nothing else to do.
     QString read(const QStringList &arguments, QString &answer);
-
-    /// Takes those out, for all sessions of this process; empty, or what is wrong with one.
-    static QString takeSpiceOptions(int &count, char **&arguments);
 };

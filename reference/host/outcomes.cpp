@@ -25,9 +25,10 @@ void Host::shareEnded(const QString &deviceId, bool success)
         m_failures.remove(deviceId);
         m_output.tell(Event::Shared, QStringLiteral("shared: ") + deviceId, {{QStringLiteral("deviceId"), deviceId}});
     } else {
-        requestFailed(QStringLiteral("not shared: %1: %2")
-                          .arg(deviceId, m_failures.value(deviceId, QStringLiteral("the component refused"))),
-                      deviceId);
+        requestFailed(
+            QStringLiteral("not shared: %1: %2%3")
+                .arg(deviceId, m_failures.value(deviceId, QStringLiteral("the component refused")), cureFor(deviceId)),
+            deviceId);
     }
     m_pending.remove(deviceId);
     finishedPart();
@@ -67,6 +68,8 @@ void Host::componentReported(RedirEvent event, const QByteArray &text)
         break;
     case RedirEventChannelLost:
         m_output.tell(Event::ChannelLost, QStringLiteral("channel lost: ") + deviceId, details);
+        if (m_options.restore && m_shared.contains(deviceId))
+            m_lost.insert(deviceId);
         break;
     case RedirEventShareFailed:
         m_failures.insert(deviceId, details.value(QLatin1String("text")).toString());

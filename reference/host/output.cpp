@@ -25,6 +25,8 @@ constexpr EventKind EventKinds[] = {
     {"arrived", Event::Arrived, true},
     {"left", Event::Left, true},
     {"channel lost", Event::ChannelLost, true},
+    {"explained", Event::Explained, true},
+    {"statistics", Event::Statistics, true},
     {"loading", Event::Loading, false},
     {"started", Event::Started, false},
     {"connected", Event::Connected, false},

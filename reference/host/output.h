@@ -15,6 +15,8 @@ enum class Event {
     Arrived,
     Left,
     ChannelLost,
+    Explained, ///< one of the things that must be so before a device can be shared
+    Statistics,
     Loading,
     Started,
     Connected,

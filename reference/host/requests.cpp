@@ -10,6 +10,8 @@ const QString All = QStringLiteral("all");
 
 const Host::Request Host::Requests[] = {
     {"list", false, false, &Host::list},
+    {"explain", true, false, &Host::explain},
+    {"stats", false, false, &Host::statistics},
     {"share", true, true, &Host::shareDevices},
     {"unshare", true, false, &Host::unshareDevices},
     {"quit", false, false, &Host::quitByRequest},
@@ -59,7 +61,8 @@ void Host::runNext()
     m_current = m_requests.takeFirst();
     m_requestLimit.start();
     if (!next)
-        requestFailed(QStringLiteral("not understood: %1 (list, share ID|all, unshare ID|all, quit)").arg(m_current),
+        requestFailed(QStringLiteral("not understood: %1 (list, explain ID, stats, share ID|all, unshare ID|all, quit)")
+                          .arg(m_current),
                       QString());
     else if (needsChannel && !m_hadChannel)
         requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,

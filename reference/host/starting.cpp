@@ -15,21 +15,22 @@ namespace {
 
 Host *theHost = nullptr; // the map callback is a plain function
 
-struct Ending
-{
-    SpicePortSession::End end;
-    int exitCode;
-    const char *cure;
-};
+constexpr int FirstPauseMilliseconds = 1000; // before the connection is made again; each further one is twice as long
+constexpr int LongestPauseMilliseconds = 30000;
 
-constexpr Ending Endings[] = {
-    {SpicePortSession::End::Unreachable, ExitCode::NoConnection,
-     "Is the virtual machine running, and is this its SPICE address?"},
-    {SpicePortSession::End::Lost, ExitCode::NoConnection, "Does the virtual machine let more than one client in?"},
-    {SpicePortSession::End::Password, ExitCode::WrongPassword, "--password-file gives one, and a terminal is asked"},
-    {SpicePortSession::End::Certificate, ExitCode::WrongCertificate,
-     "--spice-ca-file names who has signed it, --spice-host-subject whose it is"},
-};
+int exitCodeOf(SpicePortSession::End end)
+{
+    switch (end) {
+    case SpicePortSession::End::Password:
+        return ExitCode::WrongPassword;
+    case SpicePortSession::End::Certificate:
+        return ExitCode::WrongCertificate;
+    case SpicePortSession::End::Unreachable:
+    case SpicePortSession::End::Lost:
+        break;
+    }
+    return ExitCode::NoConnection;
+}
 
 } // namespace
 
@@ -45,6 +46,8 @@ Host::Host(Options options)
     connect(&m_startLimit, &QTimer::timeout, this, &Host::startLimitPassed);
     connect(&m_requestLimit, &QTimer::timeout, this, &Host::timedOut);
     connect(&m_writing, &QTimer::timeout, this, &Host::waitUntilWritten);
+    m_connectAgain.setSingleShot(true);
+    connect(&m_connectAgain, &QTimer::timeout, this, [this] { m_session.connectTo(*m_address); });
     connect(&m_session, &SpicePortSession::connected, this, &Host::connected);
     connect(&m_session, &SpicePortSession::closed, this, &Host::disconnected);
     connect(&m_session, &SpicePortSession::portFound, this, &Host::portFound);
@@ -142,19 +145,31 @@ void Host::connected(const QString &localAddress)
 
 void Host::disconnected(SpicePortSession::End end, const QString &reason)
 {
-    if (m_leaving || askedForPassword(end))
+    if (m_leaving || askedForPassword(end) || connectsAgain(end, reason))
         return;
-    const auto *ending = std::find_if(std::begin(Endings), std::end(Endings),
-                                      [&](const Ending &one) { return one.end == end && !m_connected; });
-    if (ending == std::end(Endings)) {
-        m_output.tell(Event::Disconnected, QStringLiteral("connection lost: %1: %2").arg(m_address->uri, reason));
-        leave(ExitCode::NoConnection);
-        return;
-    }
-    m_output.tell(
-        Event::Disconnected,
-        QStringLiteral("no connection: %1: %2. %3").arg(m_address->uri, reason, QString::fromUtf8(ending->cure)));
-    leave(ending->exitCode);
+    m_output.tell(Event::Disconnected,
+                  m_connected ? QStringLiteral("connection lost: %1: %2").arg(m_address->uri, reason)
+                              : QStringLiteral("no connection: %1: %2. %3")
+                                    .arg(m_address->uri, reason, QString::fromUtf8(SpicePortSession::cureOf(end))));
+    leave(m_connected ? ExitCode::NoConnection : exitCodeOf(end));
+}
+
+// After the first time: what has never been there may be wrong.
+bool Host::connectsAgain(SpicePortSession::End end, const QString &reason)
+{
+    const bool hadConnection = m_connected || m_connectAgain.interval() > 0;
+    const bool mayComeBack = end == SpicePortSession::End::Lost || end == SpicePortSession::End::Unreachable;
+    if (!m_options.reconnect || !hadConnection || !mayComeBack)
+        return false;
+    m_connectAgain.start(m_connected ? FirstPauseMilliseconds
+                                     : qMin(2 * m_connectAgain.interval(), LongestPauseMilliseconds));
+    m_connected = false;
+    m_startLimit.stop();
+    m_output.tell(Event::Disconnected,
+                  QStringLiteral("connection lost: %1: %2. Trying again in %3 s")
+                      .arg(m_address->uri, reason)
+                      .arg(m_connectAgain.interval() / 1000));
+    return true;
 }
 
 bool Host::askedForPassword(SpicePortSession::End end)

@@ -2,6 +2,9 @@
 
 // The doctor as a person uses it, on an emulated computer with one stick.
 
+#include "support/spiceserver.h"
+#include "support/waitfor.h"
+
 #include <gtest/gtest.h>
 
 #include <QDir>
@@ -50,7 +53,7 @@ protected:
     {
         QProcess process;
         process.start(QStringLiteral("umockdev-wrapper"), command);
-        EXPECT_TRUE(process.waitForFinished());
+        EXPECT_TRUE(waitFor([&] { return process.state() == QProcess::NotRunning; })); // a server may run here
         return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput(),
                 process.readAllStandardError()};
     }
@@ -170,6 +173,35 @@ TEST_F(Doctor, answers_scripts_with_json)
     ASSERT_FALSE(findings.isEmpty()) << result.answers.constData();
     for (const QJsonValue finding : findings)
         EXPECT_EQ(finding[QStringLiteral("ok")].toBool(), finding[QStringLiteral("cure")].toString().isEmpty());
+}
+
+TEST_F(Doctor, visits_the_virtual_machine_and_tells_which_ports_the_component_takes)
+{
+    const std::string socket = path(QStringLiteral("spice.sock")).toStdString();
+    const QString uri = QStringLiteral("spice+unix://") + path(QStringLiteral("spice.sock"));
+    write(QStringLiteral("right"), "geheim\n");
+    write(QStringLiteral("wrong"), "falsch\n");
+    const auto visit = [&](const QString &password) {
+        return start({QStringLiteral(DEVREDIR_DOCTOR), QStringLiteral("--uri"), uri, QStringLiteral("--password-file"),
+                      path(password)});
+    };
+    {
+        const TestServer server({"org.devredir.usb.0", "org.spice-space.webdav.0"}, socket, {"geheim", 0, {}, {}});
+        const Result right = visit(QStringLiteral("right"));
+        EXPECT_TRUE(right.says("ok   virtual machine: lets us in: spice+unix:///")) << right.answers.constData();
+        EXPECT_TRUE(right.says("ok   port org.devredir.usb.0: is taken by the component, and open"));
+        EXPECT_TRUE(right.says("ok   port org.spice-space.webdav.0: is of another program"));
+        EXPECT_EQ(right.status, 0) << right.answers.constData();
+        const Result wrong = visit(QStringLiteral("wrong"));
+        EXPECT_TRUE(wrong.says("cure: --password-file gives one")) << wrong.answers.constData();
+        EXPECT_EQ(wrong.status, 1);
+        EXPECT_TRUE(visit(QStringLiteral("nosuch")).says("BAD  virtual machine: "));
+    }
+    {
+        const TestServer server({"org.spice-space.webdav.0"}, socket, {"geheim", 0, {}, {}});
+        EXPECT_TRUE(visit(QStringLiteral("right")).says("offers no port whose name begins with"));
+    }
+    EXPECT_TRUE(visit(QStringLiteral("right")).says("Is the virtual machine running"));
 }
 
 TEST_F(Doctor, tells_wrong_usage_in_one_line_with_status_2)

@@ -560,6 +560,85 @@ TEST(HostConnection, a_terminal_is_asked_for_the_password_and_does_not_show_it)
     EXPECT_TRUE(none.prints("--password-file gives one"));
 }
 
+// --- what the component says ---
+
+TEST(Host, explains_what_keeps_a_device_here_and_says_with_a_refusal_what_helps)
+{
+    HostRun explained({QStringLiteral("--explain"), Id}, {}, {}, QStringLiteral(DEVREDIR_HOST));
+    EXPECT_EQ(explained.status(), 0);
+    EXPECT_TRUE(explained.answers().contains("ok   permission\n")) << explained.answers().constData();
+    EXPECT_TRUE(explained.answers().contains("NO   free channel: no free channel. What helps: one more USB port"));
+    HostRun unknown({QStringLiteral("--explain"), QStringLiteral("nosuch")});
+    EXPECT_EQ(unknown.status(), 1);
+    EXPECT_TRUE(unknown.progress().contains("not explained: nosuch: no such device"));
+
+    const Server server({OurPort});
+    HostRun refused(server.uri() + QStringList{QStringLiteral("--share"), Id}, {}, QStringLiteral(",ro"));
+    EXPECT_EQ(refused.status(), 1);
+    EXPECT_TRUE(refused.progress().contains("in the virtual machine. What helps: its switch"))
+        << refused.progress().constData();
+}
+
+TEST(Host, tells_how_shared_devices_do)
+{
+    Server server({OurPort});
+    HostRun run(server.uri());
+    run.ask("stats\n");
+    EXPECT_TRUE(run.prints("no device is shared"));
+    ASSERT_TRUE(run.prints("(open)"));
+    server.port().send(greeting());
+    run.ask("share 1-1:11\nstats\n");
+    EXPECT_TRUE(run.prints("1-1:11 on org.devredir.usb.0 since ")) << run.answers().constData();
+    run.ask("quit\n");
+    EXPECT_EQ(run.status(), 0);
+}
+
+// --- connecting again ---
+
+TEST(HostConnection, what_was_shared_is_shared_again_when_the_virtual_machine_is_back)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("TEXT"), 0, {}}};
+    chain.startVm();
+    chain.startHost(sticks, {}, {}, {QStringLiteral("--reconnect")});
+    chain.ask(QStringLiteral("share ") + Id);
+    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    chain.killVm();
+    for (const char *pause : {"1 s", "2 s"}) {
+        const QString text = chain.event(QStringLiteral("disconnected")).value(QLatin1String("text")).toString();
+        EXPECT_TRUE(text.endsWith(QLatin1String("Trying again in ") + QLatin1String(pause))) << text.toStdString();
+    }
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    chain.startVm();
+    EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    EXPECT_TRUE(chain.prints(QStringLiteral("TEXT")));
+    chain.interruptHost();
+    EXPECT_EQ(chain.hostStatus(), 0);
+}
+
+TEST(HostConnection, a_port_that_opens_again_gets_its_device_back_unless_that_is_not_wanted)
+{
+    Server server({OurPort});
+    for (const bool isWanted : {true, false}) {
+        HostRun run(server.uri() + QStringList{QStringLiteral("--reconnect")}
+                    + (isWanted ? QStringList() : QStringList{QStringLiteral("--no-restore")}));
+        ASSERT_TRUE(run.prints("(open)"));
+        server.port().send(greeting());
+        run.ask("share 1-1:11\n");
+        ASSERT_TRUE(run.prints("shared: 1-1:11"));
+        server.port().close();
+        ASSERT_TRUE(run.prints("unshared: 1-1:11"));
+        server.port().open();
+        ASSERT_TRUE(waitFor([&] { return run.prints("(open)") && run.progress().count("(open)") == 2; }));
+        server.port().send(greeting());
+        run.ask("list\n"); // is answered after what was to be shared again
+        ASSERT_TRUE(run.prints("1-1:11 diskrdr"));
+        EXPECT_EQ(run.answers().count("\nshared: "), int(isWanted)) << run.answers().constData();
+        run.ask("quit\n");
+        EXPECT_EQ(run.status(), 0);
+    }
+}
+
 // --- leaving ---
 
 namespace {
