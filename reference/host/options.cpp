@@ -45,7 +45,7 @@ constexpr OptionText OptionTexts[] = {
     {"share", "Share a device, or all.", "ID"},
     {"unshare", "Take a device back, or all.", "ID"},
     {"auto",
-     "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny…; * is any, the "
+     "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny...; * is any, the "
      "first "
      "that fits decides.",
      "RULES"},

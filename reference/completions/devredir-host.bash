@@ -1,0 +1,18 @@
+# SPDX-License-Identifier: LGPL-2.1-or-later
+# shellcheck shell=bash
+# The options as --help lists them, and for a device what --list lists.
+_devredir_host()
+{
+    case $3 in
+        --share|--unshare|--explain)
+            mapfile -t COMPREPLY < <(compgen -W "all $("$1" --list 2>/dev/null |
+                sed -E 's/^\[[a-z]+\] +([^ ]+) .*/\1/')" -- "$2")
+            # A colon is a word break of its own to the shell.
+            ! declare -F __ltrim_colon_completions >/dev/null || __ltrim_colon_completions "$2" ;;
+        --password-file) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
+        --uri|--host|--port|--vm-id|--auto|--timeout|--log-rules) COMPREPLY=() ;;
+        *)
+            mapfile -t COMPREPLY < <(compgen -f -X '!*.vv' -- "$2"
+                compgen -W "$("$1" --help | sed -nE 's/^ +(--[a-z-]+).*/\1/p')" -- "$2") ;;
+    esac
+} && complete -o filenames -F _devredir_host devredir-host
