@@ -27,13 +27,13 @@ constexpr EventText EventTexts[] = {
     {SPICE_CHANNEL_ERROR_LINK, SpicePortSession::End::Unreachable, "what answers is no SPICE server, or refuses"},
     {SPICE_CHANNEL_ERROR_AUTH, SpicePortSession::End::Password, "the password is wrong or missing"},
 };
-constexpr EventText AnyOther{SPICE_CHANNEL_CLOSED, SpicePortSession::End::Lost, "the server closed the connection"};
+constexpr EventText OtherEnd{SPICE_CHANNEL_CLOSED, SpicePortSession::End::Lost, "the server closed the connection"};
 
 const EventText &textOf(int event)
 {
     const auto *known = std::find_if(std::begin(EventTexts), std::end(EventTexts),
                                      [event](const EventText &one) { return one.event == event; });
-    return known == std::end(EventTexts) ? AnyOther : *known;
+    return known == std::end(EventTexts) ? OtherEnd : *known;
 }
 
 QString reasonOf(SpiceChannel *channel, int event)
