@@ -5,7 +5,6 @@
 #include "worker/devredirectworker.h"
 
 #include <QJsonDocument>
-#include <QJsonObject>
 
 namespace {
 constexpr int LongestAnswer = 65536;
@@ -20,4 +19,27 @@ std::optional<QJsonArray> askComponent(const QString &word, const QString &devic
         QJsonDocument(command).toJson(QJsonDocument::Compact).toStdString(), answer.data(), length);
     const QJsonDocument document = QJsonDocument::fromJson(answer.left(qBound(0, length, LongestAnswer)));
     return code == 0 && document.isArray() ? std::optional(document.array()) : std::nullopt;
+}
+
+QList<QJsonObject> gatesOf(const QString &deviceId)
+{
+    QList<QJsonObject> gates;
+    const QJsonArray answer = askComponent(QStringLiteral("explain"), deviceId).value_or(QJsonArray());
+    for (const QJsonValue gate : answer.at(0)[QStringLiteral("gates")].toArray())
+        gates.append(gate.toObject());
+    return gates;
+}
+
+bool isPassed(const QJsonObject &gate)
+{
+    return gate.value(QLatin1String("passed")).toBool();
+}
+
+QString cureFor(const QString &deviceId)
+{
+    for (const QJsonObject &gate : gatesOf(deviceId)) {
+        if (!isPassed(gate))
+            return QStringLiteral(". What helps: ") + gate.value(QLatin1String("cure")).toString();
+    }
+    return {};
 }

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -13,3 +15,9 @@
  * Returns when the component does. \thread any, while the component is started
  */
 std::optional<QJsonArray> askComponent(const QString &word, const QString &deviceId = QString());
+
+/// What has to be so before a device can be shared, from "explain"; nothing if there is no answer.
+QList<QJsonObject> gatesOf(const QString &deviceId);
+bool isPassed(const QJsonObject &gate);
+/// ". What helps: …" against the first thing that keeps a device from being shared; empty if there is none.
+QString cureFor(const QString &deviceId);

@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// What the component says of its devices when it is asked: why one cannot be shared, and how those do that are.
+// Answers that change nothing: why a device cannot be shared, how those do that are, and which rule decides.
 
 #include "host.h"
 #include "reference/client/componentcommand.h"
+#include "reference/client/rulesfile.h"
 
 #include <QJsonArray>
+
+#include <algorithm>
 
 namespace {
 
@@ -17,20 +20,6 @@ QString text(const QJsonObject &object, const char *key)
 QString megabytes(const QJsonValue &direction)
 {
     return QString::number(direction[QStringLiteral("bytes")].toDouble() / 1e6, 'f', 1);
-}
-
-QList<QJsonObject> gatesOf(const QString &deviceId)
-{
-    QList<QJsonObject> gates;
-    const QJsonArray answer = askComponent(QStringLiteral("explain"), deviceId).value_or(QJsonArray());
-    for (const QJsonValue gate : answer.at(0)[QStringLiteral("gates")].toArray())
-        gates.append(gate.toObject());
-    return gates;
-}
-
-bool isPassed(const QJsonObject &gate)
-{
-    return gate.value(QLatin1String("passed")).toBool();
 }
 
 } // namespace
@@ -50,16 +39,6 @@ void Host::explain(const QString &deviceId)
                                            .arg(text(gate, "gate"), text(gate, "text"), text(gate, "cure")),
                       gate);
     }
-}
-
-// For a refusal: what helps against the first thing that is in the way.
-QString Host::cureFor(const QString &deviceId)
-{
-    for (const QJsonObject &gate : gatesOf(deviceId)) {
-        if (!isPassed(gate))
-            return QStringLiteral(". What helps: ") + text(gate, "cure");
-    }
-    return {};
 }
 
 void Host::statistics(const QString &)
@@ -83,4 +62,27 @@ void Host::statistics(const QString &)
                           .arg(device.value(QLatin1String("percentile99Milliseconds")).toDouble()),
                       device);
     }
+}
+
+// Which rule decides whether a device is shared by itself.
+void Host::testRules(const QString &which)
+{
+    const QString deviceId = which.section(QLatin1Char(' '), 1);
+    const QList<ExterDeviceInfo> devices = listNow().value_or(QList<ExterDeviceInfo>());
+    const auto device = std::find_if(devices.begin(), devices.end(),
+                                     [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
+    if (!which.startsWith(QLatin1String("test ")) || device == devices.end()) {
+        requestFailed(QStringLiteral("no rule tested: %1: no such device; \"list\" shows what there is").arg(which),
+                      deviceId);
+        return;
+    }
+    const DeviceRule *const rule = m_rules.firstThatFits(traitsOf(*device));
+    m_output.tell(
+        Event::Explained,
+        rule ? QStringLiteral("%1: [%2] %3 it")
+                   .arg(deviceId, rule->name, rule->allow ? QStringLiteral("allows") : QStringLiteral("denies"))
+             : QStringLiteral("%1: no rule fits, so it is not shared by itself").arg(deviceId),
+        {{QStringLiteral("deviceId"), deviceId},
+         {QStringLiteral("rule"), rule ? rule->name : QString()},
+         {QStringLiteral("allowed"), rule && rule->allow}});
 }

@@ -4,6 +4,7 @@
 
 #include "host.h"
 
+#include "reference/client/rulesfile.h"
 #include "worker/portchannelglue.h"
 
 #include <utility>
@@ -67,8 +68,9 @@ void Host::shareByRules()
     if (!m_options.autoShare || !hasOpenChannel() || m_unjudged.isEmpty() || m_leaving)
         return;
     for (const ExterDeviceInfo &device : listNow().value_or(QList<ExterDeviceInfo>())) {
-        if (m_unjudged.remove(device.deviceId)
-            && m_options.autoRules.allow(device.deviceClass, device.vendorId, device.productId, false))
+        const bool isUnjudged = m_unjudged.remove(device.deviceId);
+        const DeviceRule *const rule = m_rules.firstThatFits(traitsOf(device));
+        if (isUnjudged && rule && rule->allow)
             request(QStringLiteral("share ") + device.deviceId);
     }
 }

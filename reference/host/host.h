@@ -47,8 +47,8 @@ public:
 
     /// Loads the component and connects. Needs the event loop, which it may end.
     void start();
-    /// Adds a request, "list", "explain ID", "stats", "share ID|all", "unshare ID|all" or "quit"; one that cannot be
-    /// understood is answered so.
+    /// Adds a request, "list", "explain ID", "stats", "rules test ID", "share ID|all", "unshare ID|all" or "quit"; one
+    /// that cannot be understood is answered so.
     void request(const QString &line);
     /// No more requests will come: ends as soon as the last one is done and no device is shared.
     void noMoreRequests();
@@ -100,7 +100,7 @@ private:
     // Answers of the component.
     void explain(const QString &deviceId);
     void statistics(const QString &);
-    static QString cureFor(const QString &deviceId);
+    void testRules(const QString &which);
 
     // Outcomes.
     void connectResults();
@@ -118,6 +118,7 @@ private:
 
     const Options m_options;
     const Output m_output;
+    DeviceRules m_rules;
     std::optional<SpiceAddress> m_address;
     SpicePortSession m_session;
     std::unique_ptr<DevRedirectInterface> m_redirect;

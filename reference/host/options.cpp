@@ -18,7 +18,7 @@ const char *const Purpose =
     "interrupted; "
     "then\n"
     "it takes its devices back. --list, --explain and --watch need no virtual machine. Without an action it reads\n"
-    "requests from standard input: list, explain ID, stats, share ID|all, unshare ID|all, quit.\n"
+    "requests from standard input: list, explain ID, stats, rules test ID, share ID|all, unshare ID|all, quit.\n"
     "\n"
     "Answers go to standard output, progress and failures to standard error.\n"
     "\n"
@@ -49,6 +49,7 @@ constexpr OptionText OptionTexts[] = {
      "first "
      "that fits decides.",
      "RULES"},
+    {"by-rules", "Share what is plugged in by the rules of ~/.config/devredir/rules.conf.", nullptr},
     {"explain", "Say what has to be so before a device can be shared, and what helps.", "ID"},
     {"watch", "Stay and tell of plugs.", nullptr},
     {"reconnect",
@@ -67,6 +68,9 @@ constexpr OptionText OptionTexts[] = {
 void declare(QCommandLineParser &parser)
 {
     parser.setApplicationDescription(QString::fromUtf8(Purpose));
+    parser.addPositionalArgument(QStringLiteral("rules test ID"),
+                                 QStringLiteral("Say which of those rules decides for a device."),
+                                 QStringLiteral("[rules test ID]"));
     parser.addPositionalArgument(QStringLiteral("FILE.vv"),
                                  QStringLiteral("A connection file of a virtual machine, in place of its address."),
                                  QStringLiteral("[FILE.vv]"));
@@ -117,7 +121,13 @@ QString Options::read(const QStringList &arguments, QString &answer)
     declare(parser);
     if (!parser.parse(arguments))
         return parser.errorText();
-    const QStringList words = parser.positionalArguments();
+    QStringList words = parser.positionalArguments();
+    if (words.value(0) == QLatin1String("rules")) {
+        if (words.size() != 3 || words.at(1) != QLatin1String("test"))
+            return QStringLiteral("rules needs: rules test ID");
+        requests.append(words.join(QLatin1Char(' ')));
+        words.clear();
+    }
     const bool hasFile = words.value(0).endsWith(QLatin1String(".vv"));
     if (words.size() > int(hasFile))
         return QStringLiteral("unexpected word: ") + words.at(int(hasFile));
@@ -147,6 +157,8 @@ QString Options::read(const QStringList &arguments, QString &answer)
         value("log-rules").split(QRegularExpression(QStringLiteral("[;\n]")), Qt::SkipEmptyParts);
     if (isSet("log-rules") && !areLogRules(logRuleList))
         return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
+    if (isSet("auto") && isSet("by-rules"))
+        return QStringLiteral("the rules are those of --auto or of --by-rules");
     if (isSet("no-restore") && !isSet("reconnect"))
         return QStringLiteral("--no-restore goes with --reconnect");
     if (isSet("host") != isSet("port") || int(isSet("uri")) + int(isSet("host")) + int(hasFile) > 1)
@@ -161,7 +173,8 @@ QString Options::read(const QStringList &arguments, QString &answer)
     logRules = logRuleList.join(QLatin1Char('\n'));
     json = isSet("json");
     watch = isSet("watch");
-    autoShare = isSet("auto");
+    autoShare = isSet("auto") || isSet("by-rules");
+    rulesInFile = !isSet("auto");
     reconnect = isSet("reconnect");
     restore = reconnect && !isSet("no-restore");
     if (isSet("list"))

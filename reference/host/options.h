@@ -19,6 +19,7 @@ struct Options
     bool reconnect = false; ///< when the connection is lost
     bool restore = false; ///< what was shared when a channel was lost
     DeviceRules autoRules;
+    bool rulesInFile = false; ///< and not in autoRules
     QStringList requests; ///< as they would be typed
     bool interactive = false; ///< requests come from standard input
     int timeoutSeconds = 15; ///< longest wait for the virtual machine and for the outcome of a request

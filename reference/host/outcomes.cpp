@@ -4,6 +4,7 @@
 // comes as a signal, or for a "usbrdr" device as an event of the component.
 
 #include "host.h"
+#include "reference/client/componentcommand.h"
 
 #include <QJsonDocument>
 

@@ -9,11 +9,9 @@ const QString All = QStringLiteral("all");
 } // namespace
 
 const Host::Request Host::Requests[] = {
-    {"list", false, false, &Host::list},
-    {"explain", true, false, &Host::explain},
-    {"stats", false, false, &Host::statistics},
-    {"share", true, true, &Host::shareDevices},
-    {"unshare", true, false, &Host::unshareDevices},
+    {"list", false, false, &Host::list},          {"explain", true, false, &Host::explain},
+    {"stats", false, false, &Host::statistics},   {"rules", true, false, &Host::testRules},
+    {"share", true, true, &Host::shareDevices},   {"unshare", true, false, &Host::unshareDevices},
     {"quit", false, false, &Host::quitByRequest},
 };
 
@@ -61,9 +59,11 @@ void Host::runNext()
     m_current = m_requests.takeFirst();
     m_requestLimit.start();
     if (!next)
-        requestFailed(QStringLiteral("not understood: %1 (list, explain ID, stats, share ID|all, unshare ID|all, quit)")
-                          .arg(m_current),
-                      QString());
+        requestFailed(
+            QStringLiteral(
+                "not understood: %1 (list, explain ID, stats, rules test ID, share ID|all, unshare ID|all, quit)")
+                .arg(m_current),
+            QString());
     else if (needsChannel && !m_hadChannel)
         requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,
                       ExitCode::NoChannel);

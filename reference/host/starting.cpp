@@ -6,6 +6,7 @@
 
 #include "reference/client/connectionfile.h"
 #include "reference/client/password.h"
+#include "reference/client/rulesfile.h"
 
 #include <QCoreApplication>
 
@@ -74,6 +75,13 @@ void Host::start()
     if (!error.isEmpty()) {
         m_output.tell(Event::Disconnected, error);
         leave(ExitCode::NoConnection);
+        return;
+    }
+    m_rules =
+        m_options.rulesInFile ? RulesFile::read(RulesFile::path(), error).value_or(DeviceRules()) : m_options.autoRules;
+    if (!error.isEmpty()) {
+        m_output.tell(Event::Error, error);
+        leave(ExitCode::Usage);
         return;
     }
     if (!loadComponent())

@@ -121,7 +121,9 @@ QStringList Chain::next(const QString &pattern, int milliseconds)
     QRegularExpressionMatch match;
     waitFor(
         [&] {
-            match = expression.match(QString::fromLatin1(printed()), m_readOfPrinted);
+            const QString all = QString::fromLatin1(printed());
+            const QString whole = all.left(all.lastIndexOf(QLatin1Char('\n')) + 1); // the last line may lack its end
+            match = expression.match(whole, m_readOfPrinted);
             return match.hasMatch();
         },
         milliseconds);

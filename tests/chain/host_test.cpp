@@ -272,6 +272,9 @@ TEST(HostUsage, wrong_usage_ends_with_2_and_one_line_on_standard_error)
         {QStringLiteral("--list"), QStringLiteral("--spice-ca-file")},
         uri + QStringList{QStringLiteral("--share"), Id, QStringLiteral("file.vv")},
         {QStringLiteral("one.vv"), QStringLiteral("two.vv")},
+        {QStringLiteral("rules")},
+        {QStringLiteral("rules"), QStringLiteral("test")},
+        {QStringLiteral("rules"), QStringLiteral("test"), Id, QStringLiteral("word")},
     };
     for (const QStringList &arguments : wrong) {
         HostRun run(arguments);
@@ -636,6 +639,92 @@ TEST(HostConnection, a_port_that_opens_again_gets_its_device_back_unless_that_is
         EXPECT_EQ(run.answers().count("\nshared: "), int(isWanted)) << run.answers().constData();
         run.ask("quit\n");
         EXPECT_EQ(run.status(), 0);
+    }
+}
+
+// --- rules ---
+
+namespace {
+
+/// Runs the host with these rules of its user.
+class RuledRun
+{
+public:
+    explicit RuledRun(const QByteArray &rules, const QStringList &arguments, const QString &stickOptions = {})
+    {
+        QDir(m_folder.path()).mkdir(QStringLiteral("devredir"));
+        QFile file(m_folder.filePath(QStringLiteral("devredir/rules.conf")));
+        file.open(QIODevice::WriteOnly);
+        file.write(rules);
+        file.close();
+        run = std::make_unique<HostRun>(
+            QStringList{QStringLiteral("XDG_CONFIG_HOME=") + m_folder.path(), QStringLiteral(DEVREDIR_HOST)}
+                + arguments,
+            QByteArray(), stickOptions, QStringLiteral("env"));
+    }
+
+private:
+    QTemporaryDir m_folder;
+
+public:
+    std::unique_ptr<HostRun> run;
+};
+
+} // namespace
+
+TEST(HostRules, the_first_rule_of_the_file_that_fits_decides)
+{
+    const struct
+    {
+        QByteArray rules, answer;
+    } cases[] = {
+        {"", "1-1:11: no rule fits, so it is not shared by itself\n"},
+        {"[mine]\naction=allow\nserial=11\n", "1-1:11: [mine] allows it\n"},
+        {"[mine]\naction=deny\nport=1-1\n", "1-1:11: [mine] denies it\n"},
+        {"[other]\naction=deny\nport=1-2\n[disks]\naction=allow\nclass=08\n", "1-1:11: [disks] allows it\n"},
+        {"[numbers]\naction=allow\nvendor=1209\nproduct=0001\n[all]\naction=deny\n", "1-1:11: [numbers] allows it\n"},
+        {"[numbers]\naction=allow\nvendor=1209\nproduct=0002\n[all]\naction=deny\n", "1-1:11: [all] denies it\n"},
+        {"[only disks]\naction=allow\ninterfaces=08;0a\n", "1-1:11: [only disks] allows it\n"},
+        {"[only serial]\naction=allow\ninterfaces=02;0a\n", "1-1:11: no rule fits, so it is not shared by itself\n"},
+    };
+    const QStringList test{QStringLiteral("rules"), QStringLiteral("test"), Id};
+    for (const auto &one : cases) {
+        const RuledRun ruled(one.rules, test);
+        EXPECT_EQ(ruled.run->status(), 0) << one.rules.constData();
+        EXPECT_EQ(ruled.run->answers().toStdString(), one.answer.toStdString()) << one.rules.constData();
+    }
+    const RuledRun composite("[only disks]\naction=allow\ninterfaces=08\n", test, QStringLiteral(",with-serial"));
+    EXPECT_EQ(composite.run->status(), 0);
+    EXPECT_TRUE(composite.run->answers().contains("no rule fits")) << "a disk with a serial port is no disk";
+    const RuledRun unknown("", {test[0], test[1], QStringLiteral("nosuch")});
+    EXPECT_EQ(unknown.run->status(), 1);
+}
+
+TEST(HostRules, a_file_that_makes_no_sense_is_told_with_the_place_and_nothing_is_shared)
+{
+    const QByteArray broken[] = {"allow\n",
+                                 "[mine]\nclass=08\n",
+                                 "[mine]\naction=perhaps\n",
+                                 "[mine]\naction=allow\nclass=8\n",
+                                 "[mine]\naction=allow\nbus=1\n",
+                                 "[mine]\naction=allow\ninterfaces=disk\n"};
+    for (const QByteArray &rules : broken) {
+        const RuledRun ruled(rules, {QStringLiteral("rules"), QStringLiteral("test"), Id});
+        EXPECT_EQ(ruled.run->status(), 2) << rules.constData();
+        EXPECT_TRUE(ruled.run->progress().contains("/devredir/rules.conf")) << ruled.run->progress().constData();
+    }
+}
+
+TEST(HostRules, a_device_is_shared_by_itself_only_when_that_is_asked_for)
+{
+    Server server({OurPort});
+    for (const bool isAsked : {true, false}) {
+        const RuledRun ruled("[disks]\naction=allow\nclass=08\n",
+                             server.uri() + (isAsked ? QStringList{QStringLiteral("--by-rules")} : QStringList()));
+        ASSERT_TRUE(ruled.run->prints("(open)"));
+        server.port().send(greeting());
+        ruled.run->ask(isAsked ? "" : "list\n");
+        EXPECT_TRUE(ruled.run->prints(isAsked ? "shared: 1-1:11" : "[local]  1-1:11"));
     }
 }
 

@@ -5,7 +5,7 @@
 # rules here (that takes root and a mount namespace of its own).
 set -euo pipefail
 if [ -z "${UDEVRULES_INSIDE:-}" ]; then
-    unshare -m true 2>/dev/null || exit 77
+    unshare -m mount -t tmpfs tmpfs /run 2>/dev/null || exit 77
     UDEVRULES_INSIDE=1 exec unshare -m "$0" "$@"
 fi
 rules=$1 world=$2 folder=$3
