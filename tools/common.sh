@@ -38,7 +38,7 @@ option() {
 declare -A package_groups=(
     [build]="build-essential ca-certificates cmake libsimdjson-dev libspice-client-glib-2.0-dev libudev-dev
         libusb-1.0-0-dev libusbredirhost-dev ninja-build pkg-config qtbase5-dev"
-    [test]="help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
+    [test]="git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
         umockdev util-linux"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
@@ -46,6 +46,7 @@ declare -A package_groups=(
     [plot]="gnuplot-nox"
     [guest]="busybox-static cpio e2fsprogs"
     [fuzz]="clang libclang-rt-14-dev"
+    [sources]="git"
     [text]="codespell shellcheck"
     [lint]="clang-format clang-tidy clazy cppcheck"
 )
@@ -58,6 +59,7 @@ declare -A package_reasons=(
     [plot]="what draws the plots"
     [guest]="the guest system that uses redirected devices"
     [fuzz]="the fuzzer"
+    [sources]="the list of sources"
     [text]="spelling, shell scripts"
     [lint]="what reads the C++ sources without running them"
 )
@@ -68,6 +70,7 @@ need() {
     for group in "$@"; do
         local before=${#missing[@]}
         for package in ${package_groups[$group]}; do
+            case " ${missing[*]} " in *" $package "*) continue ;; esac
             dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")
         done
         [ "${#missing[@]}" = "$before" ] || reasons+=("${package_reasons[$group]}")
