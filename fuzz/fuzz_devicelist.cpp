@@ -12,7 +12,6 @@
 #include <memory>
 #include <set>
 
-#include <sanitizer/lsan_interface.h>
 #include <simdjson.h>
 
 namespace {
@@ -94,14 +93,6 @@ bool isWithoutDoubtForQt(const QByteArray &bytes)
     simdjson::dom::parser parser;
     simdjson::dom::element document;
     return !parser.parse(bytes.constData(), std::size_t(bytes.size())).get(document) && keepsQtTheLast(document);
-}
-
-// Qt's reader loses the value of a name that comes twice. That is Qt's own, and it runs only in here.
-template<typename Read>
-auto whereQtReads(const Read &read)
-{
-    const __lsan::ScopedDisabler losesAValue;
-    return read();
 }
 
 } // namespace

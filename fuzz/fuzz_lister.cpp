@@ -101,8 +101,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     expect(expected.size() < std::size_t(WatchMountWorker::OutputSize), "the room is large enough");
     expect(expected == output.get(), "the output is the lister's, up to the limit");
 
-    const bool done = worker.mountDone();
-    if (const auto listed = SecondReader::read(expected))
+    const bool done = whereQtReads([&worker] { return worker.mountDone(); });
+    if (const auto listed = whereQtReads([&expected] { return SecondReader::read(expected); }))
         expectEqual(done, expectedDone(listed->toObject()), "whether every USB disk is mounted");
     return 0;
 }
