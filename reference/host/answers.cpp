@@ -68,7 +68,7 @@ void Host::statistics(const QString &)
 void Host::testRules(const QString &which)
 {
     const QString deviceId = which.section(QLatin1Char(' '), 1);
-    const QList<ExterDeviceInfo> devices = listNow().value_or(QList<ExterDeviceInfo>());
+    const QList<ExterDeviceInfo> devices = m_client->devices().list().value_or(QList<ExterDeviceInfo>());
     const auto device = std::find_if(devices.begin(), devices.end(),
                                      [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
     if (!which.startsWith(QLatin1String("test ")) || device == devices.end()) {
@@ -76,7 +76,10 @@ void Host::testRules(const QString &which)
                       deviceId);
         return;
     }
-    const DeviceRule *const rule = m_rules.firstThatFits(traitsOf(*device));
+    DeviceRules rules;
+    if (!readRules(rules, ExitCode::Usage))
+        return;
+    const DeviceRule *const rule = rules.firstThatFits(traitsOf(*device));
     m_output.tell(
         Event::Explained,
         rule ? QStringLiteral("%1: [%2] %3 it")

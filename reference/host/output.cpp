@@ -25,6 +25,7 @@ constexpr EventKind EventKinds[] = {
     {"arrived", Event::Arrived, true},
     {"left", Event::Left, true},
     {"channel lost", Event::ChannelLost, true},
+    {"stopped", Event::Stopped, true},
     {"explained", Event::Explained, true},
     {"statistics", Event::Statistics, true},
     {"loading", Event::Loading, false},

@@ -15,6 +15,7 @@ enum class Event {
     Arrived,
     Left,
     ChannelLost,
+    Stopped, ///< a device is not shared by itself any more
     Explained, ///< one of the things that must be so before a device can be shared
     Statistics,
     Loading,

@@ -39,51 +39,49 @@ void Host::noMoreRequests()
     runNext();
 }
 
+// Each request waits for the outcome of those before it.
 void Host::runNext()
 {
-    if (m_leaving || !m_current.isEmpty() || !hasStarted())
+    if (m_isLeaving || !m_client || !m_client->isReady() || m_client->devices().hasPending())
         return;
-    if (hasOpenChannel())
+    const bool hasOpenChannel = m_client->openChannels() > 0;
+    if (hasOpenChannel)
         m_startLimit.stop();
     if (m_requests.isEmpty()) {
-        if (!m_expectMore && !m_options.watch && !m_options.autoShare && m_shared.isEmpty())
+        const bool isDone = m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting();
+        if (!m_expectMore && !m_options.watch && !m_options.autoShare && isDone)
             leave(ExitCode::Success);
         return;
     }
     QString which;
     const Request *const next = understand(m_requests.first(), which);
     const bool needsChannel = next && next->needsChannel;
-    if (needsChannel && !hasOpenChannel() && m_startLimit.isActive())
+    if (needsChannel && !hasOpenChannel && m_startLimit.isActive())
         return; // one may still come
 
-    m_current = m_requests.takeFirst();
-    m_requestLimit.start();
+    const QString line = m_requests.takeFirst();
     if (!next)
         requestFailed(
             QStringLiteral(
                 "not understood: %1 (list, explain ID, stats, rules test ID, share ID|all, unshare ID|all, quit)")
-                .arg(m_current),
+                .arg(line),
             QString());
-    else if (needsChannel && !m_hadChannel)
+    else if (needsChannel && !m_client->hasHadChannel())
         requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,
                       ExitCode::NoChannel);
     else
         (this->*next->run)(which);
-    finishedPart();
+    runSoon();
 }
 
-// The list that comes through the map callback may have been fetched before the last plug. This one is fetched while we
-// wait, and its signal is emitted before the request returns; without a signal the component gave none.
-std::optional<QList<ExterDeviceInfo>> Host::listNow()
+void Host::runSoon()
 {
-    m_fresh.reset();
-    Q_EMIT m_redirect->getDevListByVirApp();
-    return m_fresh;
+    QMetaObject::invokeMethod(this, &Host::runNext, Qt::QueuedConnection);
 }
 
 void Host::list(const QString &)
 {
-    if (const auto devices = listNow())
+    if (const auto devices = m_client->devices().list())
         m_output.list(*devices);
     else
         requestFailed(QStringLiteral("no list: the component gives none"), QString());
@@ -94,14 +92,14 @@ void Host::shareDevices(const QString &which)
     const auto chosen =
         choose(which, false, QStringLiteral("not shared: %1: no such device; \"list\" shows what there is"));
     for (const ExterDeviceInfo &device : chosen)
-        m_redirect->redirectDeviceById(device);
+        m_client->devices().share(device);
 }
 
 void Host::unshareDevices(const QString &which)
 {
     const auto chosen = choose(which, true, QStringLiteral("not unshared: %1: no such device"));
     for (const ExterDeviceInfo &device : chosen)
-        m_redirect->unRedirectDeviceById(device);
+        m_client->devices().takeBack(device);
 }
 
 void Host::quitByRequest(const QString &)
@@ -109,10 +107,10 @@ void Host::quitByRequest(const QString &)
     leave(ExitCode::Success);
 }
 
-// The device, or all that are shared or not; their outcomes are waited for. That there is none is said here.
+// The device, or all that are shared or not. That there is none is said here.
 QList<ExterDeviceInfo> Host::choose(const QString &which, bool shared, const QString &failure)
 {
-    const QList<ExterDeviceInfo> devices = listNow().value_or(QList<ExterDeviceInfo>());
+    const QList<ExterDeviceInfo> devices = m_client->devices().list().value_or(QList<ExterDeviceInfo>());
     QList<ExterDeviceInfo> chosen;
     for (const ExterDeviceInfo &device : devices) {
         if (which == All ? (device.status != 0) == shared : device.deviceId == which)
@@ -123,8 +121,6 @@ QList<ExterDeviceInfo> Host::choose(const QString &which, bool shared, const QSt
                       shared ? QStringLiteral("nothing to take back") : QStringLiteral("nothing to share"));
     else if (chosen.isEmpty())
         requestFailed(failure.arg(which), which);
-    for (const ExterDeviceInfo &device : qAsConst(chosen))
-        m_pending.insert(device.deviceId);
     return chosen;
 }
 
@@ -132,24 +128,4 @@ void Host::requestFailed(const QString &text, const QString &deviceId, int exitC
 {
     noteExitCode(exitCode);
     m_output.tell(Event::Failed, text, {{QStringLiteral("deviceId"), deviceId}});
-}
-
-// One part of the current request is done; the next one runs when all are.
-void Host::finishedPart()
-{
-    if (!m_pending.isEmpty() || m_current.isEmpty())
-        return;
-    m_current.clear();
-    m_requestLimit.stop();
-    QMetaObject::invokeMethod(this, &Host::runNext, Qt::QueuedConnection);
-}
-
-void Host::timedOut()
-{
-    for (const QString &deviceId : qAsConst(m_pending))
-        requestFailed(QStringLiteral("%1: no outcome within %2 seconds")
-                          .arg(m_current, QString::number(m_options.timeoutSeconds)),
-                      deviceId);
-    m_pending.clear();
-    finishedPart();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// The start: load the component, connect, and get the first list.
+// How the program begins and ends.
 
 #include "host.h"
 
@@ -10,14 +10,9 @@
 
 #include <QCoreApplication>
 
-#include <spice-client.h> // a connection to a signal needs its arguments' types
+#include <utility>
 
 namespace {
-
-Host *theHost = nullptr; // the map callback is a plain function
-
-constexpr int FirstPauseMilliseconds = 1000; // before the connection is made again; each further one is twice as long
-constexpr int LongestPauseMilliseconds = 30000;
 
 int exitCodeOf(SpicePortSession::End end)
 {
@@ -39,173 +34,129 @@ Host::Host(Options options)
     : m_options(std::move(options)), m_output(m_options.json), m_requests(m_options.requests),
       m_expectMore(m_options.interactive)
 {
-    theHost = this;
-    for (QTimer *limit : {&m_startLimit, &m_requestLimit}) {
-        limit->setSingleShot(true);
-        limit->setInterval(m_options.timeoutSeconds * 1000);
-    }
+    m_startLimit.setSingleShot(true);
+    m_startLimit.setInterval(m_options.timeoutSeconds * 1000);
     connect(&m_startLimit, &QTimer::timeout, this, &Host::startLimitPassed);
-    connect(&m_requestLimit, &QTimer::timeout, this, &Host::timedOut);
-    connect(&m_writing, &QTimer::timeout, this, &Host::waitUntilWritten);
-    m_connectAgain.setSingleShot(true);
-    connect(&m_connectAgain, &QTimer::timeout, this, [this] { m_session.connectTo(*m_address); });
-    connect(&m_session, &SpicePortSession::connected, this, &Host::connected);
-    connect(&m_session, &SpicePortSession::closed, this, &Host::disconnected);
-    connect(&m_session, &SpicePortSession::portFound, this, &Host::portFound);
-    connect(&m_session, &SpicePortSession::portChanged, this, &Host::portChanged);
-    connect(&m_session, &SpicePortSession::portGone, this,
-            [this](SpicePortChannel *channel) { m_channels.remove(channel); });
-    connect(&m_session, &SpicePortSession::left, this, &Host::quit);
-    m_leaveLimit.setSingleShot(true);
-    connect(&m_leaveLimit, &QTimer::timeout, this, &Host::quit);
-}
-
-Host::~Host()
-{
-    theHost = nullptr;
 }
 
 void Host::start()
 {
+    Client::Settings settings;
+    settings.vmId = m_options.vmId;
+    settings.reconnect = m_options.reconnect;
+    settings.restore = m_options.restore;
+    settings.timeoutSeconds = m_options.timeoutSeconds;
     QString error;
     if (!m_options.address.isEmpty())
-        m_address = placeOf(m_options.address, error);
-    if (m_address && !m_options.passwordFile.isEmpty())
-        m_address->password = passwordIn(m_options.passwordFile, error).value_or(QString());
+        settings.address = placeOf(m_options.address, error);
+    if (settings.address && !m_options.passwordFile.isEmpty())
+        settings.address->password = passwordIn(m_options.passwordFile, error).value_or(QString());
     if (!error.isEmpty()) {
-        m_output.tell(Event::Disconnected, error);
-        leave(ExitCode::NoConnection);
+        fail(Event::Disconnected, error, ExitCode::NoConnection);
         return;
     }
-    m_rules =
-        m_options.rulesInFile ? RulesFile::read(RulesFile::path(), error).value_or(DeviceRules()) : m_options.autoRules;
-    if (!error.isEmpty()) {
-        m_output.tell(Event::Error, error);
+    DeviceRules rules = m_options.autoRules;
+    if (m_options.autoShare && m_options.rulesInFile && !readRules(rules, ExitCode::Usage)) {
         leave(ExitCode::Usage);
         return;
     }
-    if (!loadComponent())
-        return;
-    m_startLimit.start();
-    if (m_address)
-        m_session.connectTo(*m_address);
-}
-
-bool Host::loadComponent()
-{
-    m_redirect = std::make_unique<DevRedirectInterface>(nullptr);
-    connectResults();
-    m_redirect->setClientParam({QString(), m_address ? m_address->host : QString()});
-    m_redirect->sendMapCommandByDevModel(&Host::onDeviceList);
-    m_redirect->setNotifyEventCallback([this](void *, RedirEvent event, const char *text, int length) {
-        QMetaObject::invokeMethod(
-            this, [this, event, text = QByteArray(text, length)] { componentReported(event, text); },
-            Qt::QueuedConnection);
-    });
+    m_client = std::make_unique<Client>(settings);
+    tellOfClient();
     m_output.tell(Event::Loading, QStringLiteral("component: asked to start"));
-    Q_EMIT m_redirect->loadDynamicLib();
-    if (!m_redirect->isComponentLoaded()) {
-        m_output.tell(Event::Error, QStringLiteral("the component is not loaded: ") + m_redirect->componentLoadError());
-        leave(ExitCode::NoComponent);
-        return false;
+    if (!m_client->start(error)) {
+        fail(Event::Error, error, ExitCode::NoComponent);
+        return;
     }
-    Q_EMIT m_redirect->loadDevRedirComponentByThread(m_options.vmId);
-    if (!m_redirect->isComponentStarted()) {
-        m_output.tell(Event::Error,
-                      QStringLiteral("the component does not start: is %1/Device Redirect/config.json there, and can "
-                                     "it be read? The log above has the reason")
-                          .arg(QCoreApplication::applicationDirPath()));
-        leave(ExitCode::NoComponent);
-        return false;
-    }
-    m_redirect->getDeviceListFromUniqueFrame();
-    return true;
+    tellOfDevices();
+    m_client->autoShare().setRules(rules);
+    if (!settings.address)
+        m_startLimit.start();
 }
 
-void Host::onDeviceList(QList<ExterDeviceInfo> &devices)
+bool Host::readRules(DeviceRules &rules, int exitCode)
 {
-    if (theHost)
-        theHost->devicesListed(devices);
+    QString error;
+    const auto read = RulesFile::read(RulesFile::path(), error);
+    rules = read.value_or(DeviceRules());
+    if (!read)
+        requestFailed(error, QString(), exitCode);
+    return read.has_value();
 }
 
-void Host::devicesListed(const QList<ExterDeviceInfo> &devices)
+void Host::connected()
 {
-    if (!m_listed) {
-        m_listed = true;
-        for (const ExterDeviceInfo &device : devices)
-            m_unjudged.insert(device.deviceId);
-        m_output.tell(Event::Started, QStringLiteral("component: started, %1 devices").arg(devices.size()));
-    }
-    shareByRules();
+    m_startLimit.start(); // for the first channel
+    m_output.tell(Event::Connected, QStringLiteral("connected: ") + m_client->settings().address->uri);
     runNext();
 }
 
-void Host::connected(const QString &localAddress)
+void Host::notConnected(SpicePortSession::End end, const QString &reason)
 {
-    if (m_leaving)
-        return;
-    m_connected = true;
-    m_startLimit.start(); // from now on for the first channel
-    m_redirect->setClientParam({localAddress, m_address->host});
-    m_output.tell(Event::Connected, QStringLiteral("connected: ") + m_address->uri);
-    runNext();
+    const QString uri = m_client->settings().address->uri;
+    if (end == SpicePortSession::End::Password && !std::exchange(m_hasAsked, true)) {
+        const auto password = askForPassword(QStringLiteral("Password for %1: ").arg(uri));
+        if (password) {
+            m_client->connectWith(*password);
+            return;
+        }
+    }
+    fail(Event::Disconnected,
+         QStringLiteral("no connection: %1: %2. %3").arg(uri, reason, QLatin1String(SpicePortSession::cureOf(end))),
+         exitCodeOf(end));
 }
 
-void Host::disconnected(SpicePortSession::End end, const QString &reason)
+void Host::connectionLost(const QString &reason, int pauseSeconds)
 {
-    if (m_leaving || askedForPassword(end) || connectsAgain(end, reason))
-        return;
-    m_output.tell(Event::Disconnected,
-                  m_connected ? QStringLiteral("connection lost: %1: %2").arg(m_address->uri, reason)
-                              : QStringLiteral("no connection: %1: %2. %3")
-                                    .arg(m_address->uri, reason, QString::fromUtf8(SpicePortSession::cureOf(end))));
-    leave(m_connected ? ExitCode::NoConnection : exitCodeOf(end));
-}
-
-// After the first time: what has never been there may be wrong.
-bool Host::connectsAgain(SpicePortSession::End end, const QString &reason)
-{
-    const bool hadConnection = m_connected || m_connectAgain.interval() > 0;
-    const bool mayComeBack = end == SpicePortSession::End::Lost || end == SpicePortSession::End::Unreachable;
-    if (!m_options.reconnect || !hadConnection || !mayComeBack)
-        return false;
-    m_connectAgain.start(m_connected ? FirstPauseMilliseconds
-                                     : qMin(2 * m_connectAgain.interval(), LongestPauseMilliseconds));
-    m_connected = false;
     m_startLimit.stop();
-    m_output.tell(Event::Disconnected,
-                  QStringLiteral("connection lost: %1: %2. Trying again in %3 s")
-                      .arg(m_address->uri, reason)
-                      .arg(m_connectAgain.interval() / 1000));
-    return true;
-}
-
-bool Host::askedForPassword(SpicePortSession::End end)
-{
-    if (end != SpicePortSession::End::Password || std::exchange(m_asked, true))
-        return false;
-    const auto password = askForPassword(QStringLiteral("Password for %1: ").arg(m_address->uri));
-    if (!password)
-        return false;
-    m_address->password = *password;
-    m_startLimit.start();
-    QTimer::singleShot(0, this, [this] { m_session.connectTo(*m_address); }); // once the session is done with this one
-    return true;
+    const QString text = QStringLiteral("connection lost: %1: %2").arg(m_client->settings().address->uri, reason);
+    if (pauseSeconds > 0)
+        m_output.tell(Event::Disconnected, text + QStringLiteral(". Trying again in %1 s").arg(pauseSeconds));
+    else
+        fail(Event::Disconnected, text, ExitCode::NoConnection);
 }
 
 void Host::startLimitPassed()
 {
-    if (m_address && !m_connected) {
-        disconnected(SpicePortSession::End::Unreachable,
-                     QStringLiteral("no answer within %1 seconds").arg(m_options.timeoutSeconds));
-    } else if (!m_listed) {
-        m_output.tell(Event::Error,
-                      QStringLiteral("the component gives no list within %1 seconds").arg(m_options.timeoutSeconds));
-        leave(ExitCode::NoComponent);
-    } else if (m_options.autoShare && !m_hadChannel) {
-        m_output.tell(Event::Error, QLatin1String(NoChannelText));
-        leave(ExitCode::NoChannel);
-    } else {
+    if (!m_hasListed)
+        fail(Event::Error,
+             QStringLiteral("the component gives no list within %1 seconds").arg(m_options.timeoutSeconds),
+             ExitCode::NoComponent);
+    else if (m_options.autoShare && !m_client->hasHadChannel())
+        fail(Event::Error, QLatin1String(NoChannelText), ExitCode::NoChannel);
+    else
         runNext(); // what has waited for a channel
-    }
+}
+
+void Host::fail(Event event, const QString &text, int exitCode)
+{
+    m_output.tell(event, text);
+    leave(exitCode);
+}
+
+// What is told last need not be what counts: any other failure says more than that a request failed.
+void Host::noteExitCode(int exitCode)
+{
+    if (m_exitCode == ExitCode::Success || exitCode > ExitCode::RequestFailed)
+        m_exitCode = exitCode;
+}
+
+void Host::leave(int exitCode)
+{
+    if (m_isLeaving)
+        return;
+    m_isLeaving = true;
+    noteExitCode(exitCode);
+    m_startLimit.stop();
+    for (const QString &line : std::exchange(m_requests, {}))
+        requestFailed(QStringLiteral("not done: ") + line, QString());
+    if (m_client)
+        m_client->leave();
+    else
+        quit();
+}
+
+void Host::quit()
+{
+    m_output.tell(Event::Bye, QStringLiteral("bye"));
+    QCoreApplication::exit(m_exitCode);
 }

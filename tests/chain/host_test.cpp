@@ -713,6 +713,8 @@ TEST(HostRules, a_file_that_makes_no_sense_is_told_with_the_place_and_nothing_is
         EXPECT_EQ(ruled.run->status(), 2) << rules.constData();
         EXPECT_TRUE(ruled.run->progress().contains("/devredir/rules.conf")) << ruled.run->progress().constData();
     }
+    const RuledRun without(broken[0], list());
+    EXPECT_EQ(without.run->status(), 0) << "nobody has asked for rules";
 }
 
 TEST(HostRules, a_device_is_shared_by_itself_only_when_that_is_asked_for)
@@ -726,6 +728,25 @@ TEST(HostRules, a_device_is_shared_by_itself_only_when_that_is_asked_for)
         ruled.run->ask(isAsked ? "" : "list\n");
         EXPECT_TRUE(ruled.run->prints(isAsked ? "shared: 1-1:11" : "[local]  1-1:11"));
     }
+}
+
+TEST(HostRules, a_device_that_comes_and_goes_is_left_alone_until_somebody_asks_for_it)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("TEXT"), 0, {}}};
+    chain.startVm();
+    chain.startHost(sticks, {}, {}, {QStringLiteral("--auto"), QStringLiteral("allow:08:*:*")});
+    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    for (int plugs = 1; plugs <= 4; ++plugs) {
+        ASSERT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
+        ASSERT_FALSE(chain.event(QStringLiteral("left"), Id).isEmpty());
+        ASSERT_TRUE(chain.world(QStringLiteral("plug 1-1")).startsWith("ok"));
+        ASSERT_FALSE(chain.event(QStringLiteral("arrived"), Id).isEmpty());
+    }
+    EXPECT_FALSE(chain.event(QStringLiteral("stopped"), Id).isEmpty());
+    EXPECT_TRUE(chain.getsDriver(QStringLiteral("1-1"), QStringLiteral("usb-storage")));
+    chain.interruptHost();
+    EXPECT_NE(chain.hostStatus(), -1);
 }
 
 // --- leaving ---

@@ -2,60 +2,44 @@
 
 // The end: take the devices back, let what was sent be written, and part from the virtual machine.
 
-#include "host.h"
+#include "client.h"
 
+#include "interface/devredirectinterface.h"
 #include "worker/portchannelglue.h"
 
-#include <QCoreApplication>
+#include <algorithm>
 
 namespace {
 constexpr int LongestFarewellMilliseconds = 1000;
 constexpr int LookMilliseconds = 10;
 } // namespace
 
-// What is told last need not be what counts: any other failure says more than that a request failed.
-void Host::noteExitCode(int exitCode)
+void Client::leave()
 {
-    if (m_exitCode == ExitCode::Success || exitCode > ExitCode::RequestFailed)
-        m_exitCode = exitCode;
-}
-
-void Host::leave(int exitCode)
-{
-    if (m_leaving)
+    if (m_isLeaving)
         return;
-    m_leaving = true;
-    noteExitCode(exitCode);
-    m_startLimit.stop();
-    m_requestLimit.stop();
+    m_isLeaving = true;
     m_connectAgain.stop();
-    answerTheRest();
-    if (m_shared.isEmpty() && m_pending.isEmpty()) {
+    m_connectLimit.stop();
+    if (!m_devices || (m_devices->shared().isEmpty() && !m_devices->hasPending())) {
         beginFarewell();
         return;
     }
-    m_output.tell(Event::Leaving, QStringLiteral("taking back %1 devices").arg(m_shared.size()));
-    QTimer::singleShot(m_requestLimit.interval(), this, &Host::beginFarewell);
+    Q_EMIT takingBack(m_devices->shared().size());
+    QTimer::singleShot(m_settings.timeoutSeconds * 1000, this, &Client::beginFarewell);
     m_redirect->unRedirectDeviceAll();
 }
 
-void Host::answerTheRest()
+void Client::beginFarewell()
 {
-    for (const QString &line : qAsConst(m_requests))
-        requestFailed(QStringLiteral("not done: ") + line, QString());
-    m_requests.clear();
-}
-
-void Host::beginFarewell()
-{
-    if (!m_leaving || m_leaveLimit.isActive())
+    if (!m_isLeaving || m_leaveLimit.isActive())
         return;
     m_leaveLimit.start(LongestFarewellMilliseconds);
     m_writing.start(LookMilliseconds);
 }
 
 // Nobody tells when the last byte is written.
-void Host::waitUntilWritten()
+void Client::waitUntilWritten()
 {
     const auto hasUnwritten = [](const SpicePortChannel *channel) { return devredirectBytesWaiting(channel) > 0; };
     if (std::any_of(m_channels.keyBegin(), m_channels.keyEnd(), hasUnwritten))
@@ -65,23 +49,24 @@ void Host::waitUntilWritten()
     m_session.leave();
 }
 
-void Host::releaseComponent()
+void Client::releaseComponent()
 {
     if (!m_redirect)
         return;
     m_redirect->setQuitFlag(true);
     if (m_redirect->isComponentLoaded())
         m_redirect->realeaseDeviceResource();
+    m_autoShare.reset();
+    m_devices.reset();
     m_redirect.reset();
 }
 
-void Host::quit()
+void Client::end()
 {
     m_session.disconnect(this);
     m_writing.stop();
     m_leaveLimit.stop();
     releaseComponent();
     m_session.disconnectFromServer();
-    m_output.tell(Event::Bye, QStringLiteral("bye"));
-    QCoreApplication::exit(m_exitCode);
+    Q_EMIT left();
 }

@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "devicesharing.h"
+
+#include "interface/devredirectinterface.h"
+
+#include <QJsonDocument>
+
+DeviceSharing::DeviceSharing(DevRedirectInterface &redirect, int longestWaitSeconds, QObject *parent)
+    : QObject(parent), m_redirect(redirect)
+{
+    m_limit.setSingleShot(true);
+    m_limit.setInterval(longestWaitSeconds * 1000);
+    connect(&m_limit, &QTimer::timeout, this, &DeviceSharing::waitedTooLong);
+    connect(&redirect, &DevRedirectInterface::sendDevListInfoToVirAppByDevInter, this,
+            [this](const QList<ExterDeviceInfo> &devices) { m_fresh = devices; });
+    connect(&redirect, &DevRedirectInterface::shareDeviceResultByInterface, this,
+            [this](const ExterDeviceInfo &device, bool success) { shareEnded(device.deviceId, success); });
+    connect(&redirect, &DevRedirectInterface::unRedirectDeviceByIdResult, this,
+            [this](const ExterDeviceInfo &device, bool success) { takingBackEnded(device.deviceId, success); });
+}
+
+void DeviceSharing::report(RedirEvent event, const QByteArray &text)
+{
+    QMetaObject::invokeMethod(
+        this, [this, event, details = QJsonDocument::fromJson(text).object()] { happened(event, details); },
+        Qt::QueuedConnection);
+}
+
+// Its signal is emitted before the request returns.
+std::optional<QList<ExterDeviceInfo>> DeviceSharing::list()
+{
+    m_fresh.reset();
+    Q_EMIT m_redirect.getDevListByVirApp();
+    return m_fresh;
+}
+
+void DeviceSharing::share(const ExterDeviceInfo &device)
+{
+    begin(device.deviceId, device.rdrName == USBRDR ? Wait::ShareByEvent : Wait::Share);
+    m_redirect.redirectDeviceById(device);
+}
+
+void DeviceSharing::takeBack(const ExterDeviceInfo &device)
+{
+    begin(device.deviceId, Wait::TakingBack);
+    m_redirect.unRedirectDeviceById(device);
+}
+
+void DeviceSharing::begin(const QString &deviceId, Wait wait)
+{
+    m_pending.insert(deviceId, wait);
+    m_limit.start();
+}
+
+void DeviceSharing::end(const QString &deviceId)
+{
+    if (!m_pending.remove(deviceId) || !m_pending.isEmpty())
+        return;
+    m_limit.stop();
+    Q_EMIT settled();
+}
+
+void DeviceSharing::waitedTooLong()
+{
+    const QString reason = QStringLiteral("no outcome within %1 seconds").arg(m_limit.interval() / 1000);
+    const QHash<QString, Wait> waiting = m_pending;
+    for (auto one = waiting.begin(); one != waiting.end(); ++one) {
+        if (*one == Wait::TakingBack)
+            Q_EMIT deviceNotTakenBack(one.key(), reason);
+        else
+            Q_EMIT deviceNotShared(one.key(), reason);
+        end(one.key());
+    }
+}
+
+// Also for what somebody else has asked the library for.
+void DeviceSharing::shareEnded(const QString &deviceId, bool success)
+{
+    if (success && (isPending(deviceId) || !m_shared.contains(deviceId))) {
+        m_shared.insert(deviceId);
+        m_failures.remove(deviceId);
+        Q_EMIT deviceShared(deviceId);
+    } else if (!success && isPending(deviceId)) {
+        Q_EMIT deviceNotShared(deviceId, m_failures.value(deviceId, QStringLiteral("the component refused")));
+    }
+    end(deviceId);
+}
+
+void DeviceSharing::takingBackEnded(const QString &deviceId, bool success)
+{
+    const bool wasShared = m_shared.contains(deviceId);
+    if (success) {
+        m_shared.remove(deviceId);
+        Q_EMIT deviceTakenBack(deviceId, {});
+    } else if (isPending(deviceId)) {
+        Q_EMIT deviceNotTakenBack(
+            deviceId, wasShared ? QStringLiteral("the component refused") : QStringLiteral("it was not shared"));
+    }
+    end(deviceId);
+}
+
+void DeviceSharing::happened(RedirEvent event, const QJsonObject &details)
+{
+    const QString deviceId = details.value(QLatin1String("deviceId")).toString();
+    const bool isOutcome = m_pending.value(deviceId, Wait::Share) == Wait::ShareByEvent;
+    switch (event) {
+    case RedirEventDeviceArrived:
+        Q_EMIT deviceArrived(deviceId, details);
+        break;
+    case RedirEventDeviceLeft:
+        Q_EMIT deviceLeft(deviceId, details);
+        m_failures.insert(deviceId, QStringLiteral("it was pulled out"));
+        if (isOutcome) // no other will come
+            shareEnded(deviceId, false);
+        break;
+    case RedirEventChannelLost:
+        Q_EMIT channelLost(deviceId, details);
+        break;
+    case RedirEventShareFailed:
+        m_failures.insert(deviceId, details.value(QLatin1String("text")).toString());
+        if (isOutcome)
+            shareEnded(deviceId, false);
+        break;
+    case RedirEventShared:
+        if (isOutcome || !isPending(deviceId)) // or it has come back to the channel that it had
+            shareEnded(deviceId, true);
+        break;
+    case RedirEventUnshared:
+        if (m_shared.remove(deviceId) && !isPending(deviceId))
+            Q_EMIT deviceTakenBack(deviceId, details);
+        break;
+    }
+    if (event != RedirEventShareFailed)
+        m_redirect.getDeviceListFromUniqueFrame();
+}
