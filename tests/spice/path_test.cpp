@@ -3,7 +3,7 @@
 // The whole path between a component and a virtual machine: the library, the stock SPICE client and a SPICE server.
 
 #include "interface/devredirectinterface.h"
-#include "stress/resources.h"
+#include "support/resources.h"
 #include "support/component.h"
 #include "support/eventlist.h"
 #include "support/logrecorder.h"

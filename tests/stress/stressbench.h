@@ -4,7 +4,7 @@
 #include "component/redirecthandler.h"
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
-#include "stress/resources.h"
+#include "support/resources.h"
 #include "support/component.h"
 #include "support/eventlist.h"
 #include "support/mounttable.h"

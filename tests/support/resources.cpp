@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
-#include "stress/resources.h"
+#include "support/resources.h"
 
 #include <filesystem>
 #include <fstream>
