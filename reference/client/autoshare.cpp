@@ -18,9 +18,9 @@ AutoShare::AutoShare(DeviceSharing &devices, QObject *parent) : QObject(parent),
         m_unjudged.remove(deviceId);
         m_lost.remove(deviceId);
     });
-    connect(&devices, &DeviceSharing::deviceShared, this, [this](const QString &deviceId) {
-        if (m_stopped.contains(deviceId) && !m_devices.isPending(deviceId))
-            takeBack(deviceId); // nobody has asked: the component has it back on the channel that it had
+    connect(&devices, &DeviceSharing::deviceShared, this, [this](const QString &deviceId, bool asked) {
+        if (m_stopped.contains(deviceId) && !asked)
+            takeBack(deviceId);
     });
     connect(&devices, &DeviceSharing::deviceNotTakenBack, this,
             [this](const QString &deviceId) { m_lost.remove(deviceId); });

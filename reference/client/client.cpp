@@ -69,6 +69,7 @@ bool Client::start(QString &error)
 // Empty, or what went wrong.
 QString Client::startComponent()
 {
+    m_redirect->setQuitFlag(false); // of a client before this one
     m_redirect->setClientParam({QString(), m_settings.address ? m_settings.address->host : QString()});
     m_redirect->sendMapCommandByDevModel(&Client::onDeviceList);
     m_redirect->setNotifyEventCallback(
@@ -102,9 +103,10 @@ void Client::connectNow()
     m_session.connectTo(*m_settings.address);
 }
 
-void Client::connectWith(const QString &password)
+void Client::connectAgain(const QString &password)
 {
-    m_settings.address->password = password;
+    if (!password.isEmpty())
+        m_settings.address->password = password;
     QTimer::singleShot(0, this, &Client::connectNow); // once the session is done with the connection before
 }
 

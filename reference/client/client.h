@@ -41,8 +41,8 @@ public:
     /// Loads and starts the component, and connects. False, and one line in \a error with the cure, if there is no
     /// component.
     bool start(QString &error);
-    /// The connection was refused for its password: tries again with this one.
-    void connectWith(const QString &password);
+    /// After notConnected(): tries again, with this password unless it is empty.
+    void connectAgain(const QString &password);
     /// Takes all devices back, lets what was sent be written, stops the component and parts from the virtual machine.
     void leave();
 

@@ -5,6 +5,8 @@
 
 #include <QJsonDocument>
 
+#include <utility>
+
 DeviceSharing::DeviceSharing(DevRedirectInterface &redirect, int longestWaitSeconds, QObject *parent)
     : QObject(parent), m_redirect(redirect)
 {
@@ -52,51 +54,60 @@ void DeviceSharing::begin(const QString &deviceId, Wait wait)
     m_limit.start();
 }
 
-void DeviceSharing::end(const QString &deviceId)
+// False if nobody waited for it.
+bool DeviceSharing::end(const QString &deviceId)
 {
-    if (!m_pending.remove(deviceId) || !m_pending.isEmpty())
-        return;
-    m_limit.stop();
-    Q_EMIT settled();
+    const bool wasPending = m_pending.remove(deviceId) > 0;
+    if (m_pending.isEmpty())
+        m_limit.stop();
+    return wasPending;
+}
+
+void DeviceSharing::settleIfDone()
+{
+    if (m_pending.isEmpty())
+        Q_EMIT settled();
 }
 
 void DeviceSharing::waitedTooLong()
 {
     const QString reason = QStringLiteral("no outcome within %1 seconds").arg(m_limit.interval() / 1000);
-    const QHash<QString, Wait> waiting = m_pending;
+    const QHash<QString, Wait> waiting = std::exchange(m_pending, {});
     for (auto one = waiting.begin(); one != waiting.end(); ++one) {
         if (*one == Wait::TakingBack)
             Q_EMIT deviceNotTakenBack(one.key(), reason);
         else
             Q_EMIT deviceNotShared(one.key(), reason);
-        end(one.key());
     }
+    settleIfDone();
 }
 
 // Also for what somebody else has asked the library for.
 void DeviceSharing::shareEnded(const QString &deviceId, bool success)
 {
-    if (success && (isPending(deviceId) || !m_shared.contains(deviceId))) {
+    const bool asked = end(deviceId);
+    if (success && (asked || !m_shared.contains(deviceId))) {
         m_shared.insert(deviceId);
         m_failures.remove(deviceId);
-        Q_EMIT deviceShared(deviceId);
-    } else if (!success && isPending(deviceId)) {
+        Q_EMIT deviceShared(deviceId, asked);
+    } else if (!success && asked) {
         Q_EMIT deviceNotShared(deviceId, m_failures.value(deviceId, QStringLiteral("the component refused")));
     }
-    end(deviceId);
+    settleIfDone();
 }
 
 void DeviceSharing::takingBackEnded(const QString &deviceId, bool success)
 {
+    const bool asked = end(deviceId);
     const bool wasShared = m_shared.contains(deviceId);
     if (success) {
         m_shared.remove(deviceId);
         Q_EMIT deviceTakenBack(deviceId, {});
-    } else if (isPending(deviceId)) {
+    } else if (asked) {
         Q_EMIT deviceNotTakenBack(
             deviceId, wasShared ? QStringLiteral("the component refused") : QStringLiteral("it was not shared"));
     }
-    end(deviceId);
+    settleIfDone();
 }
 
 void DeviceSharing::happened(RedirEvent event, const QJsonObject &details)

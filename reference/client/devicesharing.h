@@ -45,7 +45,9 @@ public:
 
 Q_SIGNALS:
     // What was asked for, and what happens by itself. The objects are the component's, with "deviceId".
-    void deviceShared(const QString &deviceId);
+    /// \a asked: share() asked for it; otherwise it came back to the channel that it had, or another part of the client
+    /// shared it.
+    void deviceShared(const QString &deviceId, bool asked);
     void deviceNotShared(const QString &deviceId, const QString &reason);
     /// \a details has "text" if the component took it back by itself.
     void deviceTakenBack(const QString &deviceId, const QJsonObject &details);
@@ -63,7 +65,8 @@ private:
     void shareEnded(const QString &deviceId, bool success);
     void takingBackEnded(const QString &deviceId, bool success);
     void begin(const QString &deviceId, Wait wait);
-    void end(const QString &deviceId);
+    bool end(const QString &deviceId);
+    void settleIfDone();
     void waitedTooLong();
 
     DevRedirectInterface &m_redirect;

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "rulesfile.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
 #include <QStandardPaths>
 
@@ -47,6 +49,37 @@ QString readKey(const QString &key, const QString &value, DeviceRule &rule)
     return QStringLiteral("is not known; there are action, class, vendor, product, serial, port and interfaces");
 }
 
+using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)>;
+
+// Null, and what is wrong, if the file is there and cannot be read.
+KeyFile load(const QString &path, QString &error)
+{
+    KeyFile file(g_key_file_new(), &g_key_file_unref);
+    g_autoptr(GError) failure = nullptr;
+    if (!QFile::exists(path)
+        || g_key_file_load_from_file(file.get(), QFile::encodeName(path).constData(), G_KEY_FILE_KEEP_COMMENTS,
+                                     &failure))
+        return file;
+    error = QStringLiteral("%1 cannot be read: %2. Mend it there").arg(path, QString::fromUtf8(failure->message));
+    return KeyFile(nullptr, &g_key_file_unref);
+}
+
+QString save(const KeyFile &file, const QString &path)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    g_autoptr(GError) failure = nullptr;
+    if (g_key_file_save_to_file(file.get(), QFile::encodeName(path).constData(), &failure))
+        return {};
+    return QStringLiteral("%1 cannot be written: %2. Make it writable for you")
+        .arg(path, QString::fromUtf8(failure->message));
+}
+
+QByteArray titleFor(const ExterDeviceInfo &device)
+{
+    static const QRegularExpression notInTitles(QStringLiteral("[\\[\\]\\x00-\\x1f]"));
+    return (QStringLiteral("always ") + QString(device.deviceId).replace(notInTitles, QStringLiteral("_"))).toUtf8();
+}
+
 } // namespace
 
 QString RulesFile::path()
@@ -57,15 +90,9 @@ QString RulesFile::path()
 
 std::optional<DeviceRules> RulesFile::read(const QString &path, QString &error)
 {
-    DeviceRules rules;
-    if (!QFile::exists(path))
-        return rules;
-    const std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)> file(g_key_file_new(), &g_key_file_unref);
-    g_autoptr(GError) failure = nullptr;
-    if (!g_key_file_load_from_file(file.get(), QFile::encodeName(path).constData(), G_KEY_FILE_NONE, &failure)) {
-        error = QStringLiteral("%1 cannot be read: %2. Mend it there").arg(path, QString::fromUtf8(failure->message));
+    const KeyFile file = load(path, error);
+    if (!file)
         return {};
-    }
     QList<DeviceRule> read;
     g_auto(GStrv) groups = g_key_file_get_groups(file.get(), nullptr);
     for (gchar **group = groups; *group; ++group) {
@@ -88,8 +115,39 @@ std::optional<DeviceRules> RulesFile::read(const QString &path, QString &error)
         }
         read.append(rule);
     }
+    DeviceRules rules;
     rules.replaceBy(read);
     return rules;
+}
+
+QString RulesFile::allow(const QString &path, const ExterDeviceInfo &device)
+{
+    QString error;
+    const KeyFile file = load(path, error);
+    if (!file)
+        return error;
+    const DeviceTraits traits = traitsOf(device);
+    const QByteArray title = titleFor(device);
+    const auto set = [&](const char *key, const QString &value) {
+        g_key_file_set_string(file.get(), title.constData(), key, value.toUtf8().constData());
+    };
+    set("action", QStringLiteral("allow"));
+    set("vendor", traits.vendorId);
+    set("product", traits.productId);
+    if (traits.serial.isEmpty())
+        set("port", traits.port);
+    else
+        set("serial", traits.serial);
+    return save(file, path);
+}
+
+QString RulesFile::forget(const QString &path, const ExterDeviceInfo &device)
+{
+    QString error;
+    const KeyFile file = load(path, error);
+    if (!file || !g_key_file_remove_group(file.get(), titleFor(device).constData(), nullptr))
+        return error;
+    return save(file, path);
 }
 
 DeviceTraits traitsOf(const ExterDeviceInfo &device)

@@ -96,7 +96,7 @@ void Host::notConnected(SpicePortSession::End end, const QString &reason)
     if (end == SpicePortSession::End::Password && !std::exchange(m_hasAsked, true)) {
         const auto password = askForPassword(QStringLiteral("Password for %1: ").arg(uri));
         if (password) {
-            m_client->connectWith(*password);
+            m_client->connectAgain(*password);
             return;
         }
     }

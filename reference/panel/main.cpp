@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// devredir-panel: a window with a switch for each USB device of this machine.
+
+#include "panelwindow.h"
+#include "reference/client/connectionfile.h"
+#include "reference/client/escaped.h"
+#include "reference/client/password.h"
+#include "reference/client/spiceoptions.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QLoggingCategory>
+#include <QMenu>
+#include <QStyle>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <QTranslator>
+
+#include <cstdio>
+
+#include <glib-unix.h>
+
+namespace {
+
+enum ExitCode { Success = 0, Usage = 2 };
+
+int wrongUsage(const QString &text)
+{
+    std::fprintf(stderr, "devredir-panel: %s\n", qUtf8Printable(escaped(text)));
+    return Usage;
+}
+
+gboolean onInterrupt(gpointer window)
+{
+    static_cast<PanelWindow *>(window)->leave();
+    return G_SOURCE_CONTINUE;
+}
+
+void addTray(PanelWindow &window)
+{
+    auto *tray = new QSystemTrayIcon(QIcon::fromTheme(QStringLiteral("drive-removable-media-usb"),
+                                                      window.style()->standardIcon(QStyle::SP_DriveHDIcon)),
+                                     &window);
+    auto *menu = new QMenu(&window);
+    menu->addAction(QCoreApplication::translate("PanelWindow", "Show"), &window, &QWidget::show);
+    menu->addAction(QCoreApplication::translate("PanelWindow", "Quit"), &window, &QWidget::close);
+    tray->setContextMenu(menu);
+    tray->show();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QString error = takeSpiceOptions(argc, argv);
+    if (!error.isEmpty())
+        return wrongUsage(error);
+
+    const auto option = [](const char *name, const char *text, const char *value = "") {
+        return QCommandLineOption(QString::fromUtf8(name), QString::fromUtf8(text), QString::fromUtf8(value));
+    };
+    const QCommandLineOption help = option("help", "Show this help.");
+    const QCommandLineOption spiceHelp =
+        option("help-spice", "Show the options that every SPICE client has: certificates, TLS.");
+    const QCommandLineOption version = option("version", "Show the version.");
+    const QCommandLineOption uri =
+        option("uri", "SPICE address: spice://HOST:PORT, spice+tls://HOST:PORT or spice+unix:///PATH, or a .vv file.",
+               "ADDRESS");
+    const QCommandLineOption passwordFile =
+        option("password-file", "Read the password from the first line of this file.", "FILE");
+    const QCommandLineOption noRestore = option("no-restore", "Share nothing again when a lost connection is back.");
+    const QCommandLineOption tray = option("tray", "Also show an icon in the system tray.");
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "A window with a switch for each USB device: shares them with a virtual machine over SPICE. It takes them\n"
+        "back when it is closed. What keeps a device from being shared stands in the window, with what helps.\n"
+        "\n"
+        "Exit codes: 0 the window was closed, 2 wrong usage."));
+    parser.addPositionalArgument(QStringLiteral("FILE.vv"),
+                                 QStringLiteral("A connection file of a virtual machine, in place of its address."),
+                                 QStringLiteral("[FILE.vv]"));
+    parser.addOptions({help, spiceHelp, version, uri, passwordFile, noRestore, tray});
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    const bool isRead = parser.parse(arguments);
+    if (parser.isSet(help) || parser.isSet(version) || parser.isSet(spiceHelp)) { // without a display, too
+        const QCoreApplication named(argc, argv);
+        std::puts(qUtf8Printable(parser.isSet(help) ? parser.helpText().trimmed()
+                                     : parser.isSet(spiceHelp)
+                                     ? spiceOptionsHelp()
+                                     : QStringLiteral("devredir-panel " DEVREDIRECT_VERSION)));
+        return Success;
+    }
+    const QStringList words = parser.positionalArguments();
+    if (!isRead || words.size() + int(parser.isSet(uri)) > 1)
+        return wrongUsage(isRead ? QStringLiteral("unexpected word: ") + words.constLast() : parser.errorText());
+
+    Client::Settings settings;
+    settings.reconnect = true;
+    settings.restore = !parser.isSet(noRestore);
+    const QString place = words.isEmpty() ? parser.value(uri) : words.constFirst();
+    if (!place.isEmpty())
+        settings.address = placeOf(place, error);
+    if (settings.address && parser.isSet(passwordFile))
+        settings.address->password = passwordIn(parser.value(passwordFile), error).value_or(QString());
+    if (!error.isEmpty())
+        return wrongUsage(error);
+
+    QApplication application(argc, argv);
+    QApplication::setQuitOnLastWindowClosed(false); // but when the devices are back
+    QTranslator translator;
+    if (translator.load(QLocale(), QStringLiteral("devredir-panel"), QStringLiteral("_"),
+                        QStringLiteral(":/translations")))
+        QApplication::installTranslator(&translator);
+    QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
+
+    PanelWindow window(settings);
+    QObject::connect(&window, &PanelWindow::left, &application, &QCoreApplication::quit);
+    g_unix_signal_add(SIGINT, onInterrupt, &window);
+    g_unix_signal_add(SIGTERM, onInterrupt, &window);
+    if (parser.isSet(tray))
+        addTray(window);
+    window.show();
+    QTimer::singleShot(0, &window, &PanelWindow::start);
+    return QApplication::exec();
+}
