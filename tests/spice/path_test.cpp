@@ -3,13 +3,13 @@
 // The whole path between a component and a virtual machine: the library, the stock SPICE client and a SPICE server.
 
 #include "interface/devredirectinterface.h"
-#include "support/resources.h"
 #include "support/component.h"
 #include "support/eventlist.h"
 #include "support/logrecorder.h"
 #include "support/logtext.h"
 #include "support/portwrites.h"
 #include "support/printing.h"
+#include "support/resources.h"
 #include "support/spiceserver.h"
 #include "support/waitfor.h"
 #include "worker/portchannelglue.h"

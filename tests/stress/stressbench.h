@@ -4,11 +4,11 @@
 #include "component/redirecthandler.h"
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
-#include "support/resources.h"
 #include "support/component.h"
 #include "support/eventlist.h"
 #include "support/mounttable.h"
 #include "support/printing.h"
+#include "support/resources.h"
 #include "support/waitfor.h"
 #include "worker/devredirectworker.h"
 
