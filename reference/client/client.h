@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -54,7 +55,7 @@ public:
     bool isConnected() const { return m_isConnected; }
     /// It has listed its devices, and there is a connection if there is to be one.
     bool isReady() const { return m_hasListed && (m_isConnected || !m_settings.address); }
-    int openChannels() const { return m_channels.values().count(true); }
+    int openChannels() const { return int(std::count(m_channels.begin(), m_channels.end(), true)); }
     bool hasHadChannel() const { return m_hasHadChannel; }
 
 Q_SIGNALS:
