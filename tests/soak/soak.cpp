@@ -16,14 +16,17 @@
 #include <QLoggingCategory>
 #include <QMap>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTimer>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include <spice-client.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 
@@ -70,6 +73,27 @@ struct Usage
         std::fflush(stdout);
     }
 };
+
+// What there is of each, so that one that grows can be found.
+void printWhatThereIs()
+{
+    QMap<QString, int> counts;
+    const QDir tasks(QStringLiteral("/proc/self/task")), descriptors(QStringLiteral("/proc/self/fd"));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile name(tasks.filePath(task + QStringLiteral("/comm")));
+        name.open(QIODevice::ReadOnly);
+        ++counts[QStringLiteral("thread ") + QString::fromUtf8(name.readAll().trimmed())];
+    }
+    static const QRegularExpression number(QStringLiteral("\\d+"));
+    for (const QString &descriptor : descriptors.entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)) {
+        const QByteArray path = QFile::encodeName(descriptors.filePath(descriptor));
+        char target[PATH_MAX];
+        const ssize_t length = readlink(path.constData(), target, sizeof target);
+        ++counts[QString::fromUtf8(target, int(qMax(length, ssize_t(0)))).replace(number, QStringLiteral("N"))];
+    }
+    for (auto count = counts.begin(); count != counts.end(); ++count)
+        std::printf("  %d of %s\n", count.value(), qPrintable(count.key()));
+}
 
 int lists = 0;
 
@@ -212,6 +236,7 @@ int main(int argc, char **argv)
     bool rest = soak.comesToRest();
     const Usage before;
     before.print("after the first minute");
+    printWhatThereIs();
     for (int minute = 1; minute < minutes; ++minute) {
         soak.workFor(60000);
         Usage().print("working");
@@ -219,6 +244,7 @@ int main(int argc, char **argv)
     rest = soak.comesToRest() && rest;
     const Usage after;
     after.print("at the end");
+    printWhatThereIs();
     soak.printCounts();
     soak.stop();
 
