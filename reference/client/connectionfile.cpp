@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "connectionfile.h"
 
+#include "password.h"
+
 #include <QFile>
 
 #include <glib.h>
@@ -79,13 +81,16 @@ std::optional<SpiceAddress> readFile(const QString &path, QString &error)
 
 } // namespace
 
-std::optional<SpiceAddress> placeOf(const QString &text, QString &error)
+std::optional<SpiceAddress> placeOf(const QString &text, const QString &passwordFile, QString &error)
 {
-    if (text.endsWith(QLatin1String(".vv")))
-        return readFile(text, error);
-    std::optional<SpiceAddress> address = SpiceAddress::parse(text);
-    if (!address)
+    const bool isFile = text.endsWith(QLatin1String(".vv"));
+    std::optional<SpiceAddress> address = isFile ? readFile(text, error) : SpiceAddress::parse(text);
+    if (!address && !isFile)
         error = QStringLiteral("this is no address of a virtual machine; one reads spice://HOST:PORT, "
                                "spice+tls://HOST:PORT or spice+unix:///PATH");
-    return address;
+    if (!address || passwordFile.isEmpty())
+        return address;
+    const std::optional<QString> password = passwordIn(passwordFile, error);
+    address->password = password.value_or(QString());
+    return password ? address : std::nullopt;
 }

@@ -15,4 +15,4 @@ _devredir_host()
             mapfile -t COMPREPLY < <(compgen -f -X '!*.vv' -- "$2"
                 compgen -W "$("$1" --help | sed -nE 's/^ +(--[a-z-]+).*/\1/p')" -- "$2") ;;
     esac
-} && complete -o filenames -F _devredir_host devredir-host
+} && complete -o filenames -F _devredir_host devredir-host devredir-panel

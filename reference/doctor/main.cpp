@@ -3,6 +3,7 @@
 // devredir-doctor: says what keeps devices from being shared on this machine, and what helps.
 
 #include "checks.h"
+#include "reference/client/commandline.h"
 #include "reference/client/escaped.h"
 #include "reference/client/spiceoptions.h"
 
@@ -17,7 +18,8 @@
 
 namespace {
 
-enum ExitCode { Well = 0, Unwell = 1, Usage = 2 };
+constexpr const char Name[] = "devredir-doctor";
+enum ExitCode { Well = 0, Unwell = 1 };
 
 void printForPeople(const Findings &findings)
 {
@@ -41,60 +43,39 @@ void printForScripts(const Findings &findings)
     std::printf("%s\n", QJsonDocument(all).toJson().constData());
 }
 
-int wrongUsage(const QString &text)
-{
-    std::fprintf(stderr, "devredir-doctor: %s\n", qUtf8Printable(escaped(text)));
-    return Usage;
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
     const QString error = takeSpiceOptions(argc, argv);
     if (!error.isEmpty())
-        return wrongUsage(error);
+        return wrongUsage(Name, error);
     const QCoreApplication application(argc, argv);
-    const QCommandLineOption help(QStringLiteral("help"), QStringLiteral("Show this help."));
-    const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("Show the version."));
-    const QCommandLineOption component(QStringLiteral("component"),
-                                       QStringLiteral("Where libdevredir.so and config.json are; \"Device Redirect\" "
-                                                      "beside this program without this."),
-                                       QStringLiteral("FOLDER"),
-                                       QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect"));
-    const QCommandLineOption uri(QStringLiteral("uri"),
-                                 QStringLiteral("Also connect to this virtual machine: its SPICE address, or its .vv "
-                                                "file."),
-                                 QStringLiteral("ADDRESS"));
-    const QCommandLineOption passwordFile(QStringLiteral("password-file"),
-                                          QStringLiteral("Its password is the first line of this file."),
-                                          QStringLiteral("FILE"));
-    const QCommandLineOption spiceHelp(QStringLiteral("help-spice"),
-                                       QStringLiteral("Show the options that every SPICE client has: certificates, "
-                                                      "TLS."));
-    const QCommandLineOption log(QStringLiteral("log"),
-                                 QStringLiteral("Only read this log of a client, and name the likely causes."),
-                                 QStringLiteral("FILE"));
-    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON array."));
+    QCommandLineOption component = option(
+        "component", "Where libdevredir.so and config.json are; \"Device Redirect\" beside this program without this.",
+        "FOLDER");
+    component.setDefaultValue(QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect"));
+    const QCommandLineOption uri =
+        option("uri", "Also connect to this virtual machine: its SPICE address, or its .vv file.", "ADDRESS");
+    const QCommandLineOption passwordFile =
+        option("password-file", "Its password is the first line of this file.", "FILE");
+    const QCommandLineOption log = option("log", "Only read this log of a client, and name the likely causes.", "FILE");
+    const QCommandLineOption json = option("json", "One JSON array.");
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
         "Says what keeps USB devices from being shared on this machine, and what helps. The component is\n"
         "loaded and not started; nothing is changed.\n"
         "\n"
         "Exit codes: 0 all is well, 1 something is not, 2 wrong usage."));
-    parser.addOptions({help, spiceHelp, version, component, uri, passwordFile, log, json});
+    parser.addOptions(commonOptions());
+    parser.addOptions({component, uri, passwordFile, log, json});
     if (!parser.parse(QCoreApplication::arguments()))
-        return wrongUsage(parser.errorText());
+        return wrongUsage(Name, parser.errorText());
     if (!parser.positionalArguments().isEmpty())
-        return wrongUsage(QStringLiteral("unexpected word: ") + parser.positionalArguments().constFirst());
-    if (parser.isSet(help) || parser.isSet(version)) {
-        std::puts(parser.isSet(help) ? qUtf8Printable(parser.helpText().trimmed())
-                                     : "devredir-doctor " DEVREDIRECT_VERSION);
-        return Well;
-    }
-
-    if (parser.isSet(spiceHelp)) {
-        std::puts(qUtf8Printable(spiceOptionsHelp()));
+        return wrongUsage(Name, QStringLiteral("unexpected word: ") + parser.positionalArguments().constFirst());
+    const QString answer = commonAnswer(parser, "devredir-doctor " DEVREDIRECT_VERSION);
+    if (!answer.isEmpty()) {
+        std::puts(qUtf8Printable(answer));
         return Well;
     }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "checks.h"
 #include "reference/client/connectionfile.h"
-#include "reference/client/password.h"
 #include "reference/client/spicesession.h"
 #include "reference/component/config.h"
 
@@ -92,10 +91,8 @@ private:
 Findings checkServer(const QString &place, const QString &passwordFile, const QString &folder)
 {
     QString error;
-    std::optional<SpiceAddress> address = placeOf(place, error);
-    if (address && !passwordFile.isEmpty())
-        address->password = passwordIn(passwordFile, error).value_or(QString());
-    if (!error.isEmpty())
+    const std::optional<SpiceAddress> address = placeOf(place, passwordFile, error);
+    if (!address)
         return {bad(Server, error, QStringLiteral("see --help"))};
     Config config;
     QString ignored; // checkConfiguration() tells of it

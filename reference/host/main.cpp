@@ -3,7 +3,7 @@
 // devredir-host: shares this machine's USB devices with a virtual machine over SPICE.
 
 #include "host.h"
-#include "reference/client/escaped.h"
+#include "reference/client/commandline.h"
 #include "reference/client/spiceoptions.h"
 
 #include <QCoreApplication>
@@ -53,10 +53,8 @@ int main(int argc, char **argv)
     QString answer;
     if (error.isEmpty())
         error = options.read(QCoreApplication::arguments(), answer);
-    if (!error.isEmpty()) {
-        std::fprintf(stderr, "devredir-host: %s\n", qUtf8Printable(escaped(error)));
-        return ExitCode::Usage;
-    }
+    if (!error.isEmpty())
+        return wrongUsage("devredir-host", error);
     if (!answer.isEmpty()) {
         std::puts(qUtf8Printable(answer));
         return ExitCode::Success;

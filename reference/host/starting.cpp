@@ -48,9 +48,7 @@ void Host::start()
     settings.timeoutSeconds = m_options.timeoutSeconds;
     QString error;
     if (!m_options.address.isEmpty())
-        settings.address = placeOf(m_options.address, error);
-    if (settings.address && !m_options.passwordFile.isEmpty())
-        settings.address->password = passwordIn(m_options.passwordFile, error).value_or(QString());
+        settings.address = placeOf(m_options.address, m_options.passwordFile, error);
     if (!error.isEmpty()) {
         fail(Event::Disconnected, error, ExitCode::NoConnection);
         return;

@@ -3,9 +3,8 @@
 // devredir-panel: a window with a switch for each USB device of this machine.
 
 #include "panelwindow.h"
+#include "reference/client/commandline.h"
 #include "reference/client/connectionfile.h"
-#include "reference/client/escaped.h"
-#include "reference/client/password.h"
 #include "reference/client/spiceoptions.h"
 
 #include <QAction>
@@ -24,13 +23,7 @@
 
 namespace {
 
-enum ExitCode { Success = 0, Usage = 2 };
-
-int wrongUsage(const QString &text)
-{
-    std::fprintf(stderr, "devredir-panel: %s\n", qUtf8Printable(escaped(text)));
-    return Usage;
-}
+constexpr const char Name[] = "devredir-panel";
 
 gboolean onInterrupt(gpointer window)
 {
@@ -56,15 +49,8 @@ int main(int argc, char **argv)
 {
     QString error = takeSpiceOptions(argc, argv);
     if (!error.isEmpty())
-        return wrongUsage(error);
+        return wrongUsage(Name, error);
 
-    const auto option = [](const char *name, const char *text, const char *value = "") {
-        return QCommandLineOption(QString::fromUtf8(name), QString::fromUtf8(text), QString::fromUtf8(value));
-    };
-    const QCommandLineOption help = option("help", "Show this help.");
-    const QCommandLineOption spiceHelp =
-        option("help-spice", "Show the options that every SPICE client has: certificates, TLS.");
-    const QCommandLineOption version = option("version", "Show the version.");
     const QCommandLineOption uri =
         option("uri", "SPICE address: spice://HOST:PORT, spice+tls://HOST:PORT or spice+unix:///PATH, or a .vv file.",
                "ADDRESS");
@@ -81,33 +67,33 @@ int main(int argc, char **argv)
     parser.addPositionalArgument(QStringLiteral("FILE.vv"),
                                  QStringLiteral("A connection file of a virtual machine, in place of its address."),
                                  QStringLiteral("[FILE.vv]"));
-    parser.addOptions({help, spiceHelp, version, uri, passwordFile, noRestore, tray});
+    parser.addOptions(commonOptions());
+    parser.addOptions({uri, passwordFile, noRestore, tray});
     QStringList arguments;
     for (int i = 0; i < argc; ++i)
         arguments.append(QString::fromLocal8Bit(argv[i]));
     const bool isRead = parser.parse(arguments);
-    if (parser.isSet(help) || parser.isSet(version) || parser.isSet(spiceHelp)) { // without a display, too
+    QString answer;
+    { // without a display, too
         const QCoreApplication named(argc, argv);
-        std::puts(qUtf8Printable(parser.isSet(help) ? parser.helpText().trimmed()
-                                     : parser.isSet(spiceHelp)
-                                     ? spiceOptionsHelp()
-                                     : QStringLiteral("devredir-panel " DEVREDIRECT_VERSION)));
-        return Success;
+        answer = commonAnswer(parser, "devredir-panel " DEVREDIRECT_VERSION);
+    }
+    if (!answer.isEmpty()) {
+        std::puts(qUtf8Printable(answer));
+        return 0;
     }
     const QStringList words = parser.positionalArguments();
     if (!isRead || words.size() + int(parser.isSet(uri)) > 1)
-        return wrongUsage(isRead ? QStringLiteral("unexpected word: ") + words.constLast() : parser.errorText());
+        return wrongUsage(Name, isRead ? QStringLiteral("unexpected word: ") + words.constLast() : parser.errorText());
 
     Client::Settings settings;
     settings.reconnect = true;
     settings.restore = !parser.isSet(noRestore);
     const QString place = words.isEmpty() ? parser.value(uri) : words.constFirst();
     if (!place.isEmpty())
-        settings.address = placeOf(place, error);
-    if (settings.address && parser.isSet(passwordFile))
-        settings.address->password = passwordIn(parser.value(passwordFile), error).value_or(QString());
+        settings.address = placeOf(place, parser.value(passwordFile), error);
     if (!error.isEmpty())
-        return wrongUsage(error);
+        return wrongUsage(Name, error);
 
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false); // but when the devices are back
