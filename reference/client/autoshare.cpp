@@ -51,7 +51,7 @@ void AutoShare::takeBack(const QString &deviceId)
 
 bool AutoShare::comesAndGoes(const QString &deviceId)
 {
-    QList<QElapsedTimer> &plugs = m_plugs[deviceId];
+    QList<QElapsedTimer> &plugs = m_plugs[deviceId.section(QLatin1Char(':'), 0, 0)];
     QElapsedTimer now;
     now.start();
     plugs.append(now);
@@ -77,13 +77,10 @@ void AutoShare::shareWhatIsDue(const QSet<QString> &lost)
     if (!isFirst && m_unjudged.isEmpty() && lost.isEmpty())
         return;
     for (const ExterDeviceInfo &device : m_devices.list().value_or(QList<ExterDeviceInfo>())) {
-        const bool isUnjudged = m_unjudged.remove(device.deviceId) || isFirst;
+        const bool isUnjudged = m_unjudged.remove(device.deviceId) || (isFirst && !m_stopped.contains(device.deviceId));
         const DeviceRule *const rule = isUnjudged ? m_rules.firstThatFits(traitsOf(device)) : nullptr;
-        const bool isAllowed = rule && rule->allow;
-        const bool isDue = isAllowed || lost.contains(device.deviceId);
-        if (!isDue || device.status != 0 || m_devices.isPending(device.deviceId))
-            continue;
-        Q_EMIT decided(device.deviceId, isAllowed ? rule->name : QString());
-        m_devices.share(device);
+        const bool isDue = (rule && rule->allow) || lost.contains(device.deviceId);
+        if (isDue && device.status == 0 && !m_devices.isPending(device.deviceId))
+            m_devices.share(device);
     }
 }

@@ -37,9 +37,7 @@ public:
     void channelOpened();
 
 Q_SIGNALS:
-    /// A device is shared because this rule of setRules() allows it; empty: because it was shared before.
-    void decided(const QString &deviceId, const QString &rule);
-    /// A device that comes and goes is not shared by itself until it has stayed for a while.
+    /// A device comes and goes, so it is not shared by itself until it is plugged in again after a pause.
     void stopped(const QString &deviceId);
 
 private:
@@ -54,6 +52,6 @@ private:
     bool m_hasLooked = false; ///< at those that were there before this was
     QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QSet<QString> m_lost; ///< with their channel
-    QHash<QString, QList<QElapsedTimer>> m_plugs; ///< the last ones of each device
+    QHash<QString, QList<QElapsedTimer>> m_plugs; ///< the last ones, by port: what a device calls itself may change
     QSet<QString> m_stopped;
 };

@@ -52,7 +52,6 @@ public:
     DeviceSharing &devices() { return *m_devices; }
     AutoShare &autoShare() { return *m_autoShare; }
 
-    bool isConnected() const { return m_isConnected; }
     /// It has listed its devices, and there is a connection if there is to be one.
     bool isReady() const { return m_hasListed && (m_isConnected || !m_settings.address); }
     int openChannels() const { return int(std::count(m_channels.begin(), m_channels.end(), true)); }

@@ -86,12 +86,12 @@ void DeviceSharing::waitedTooLong()
 void DeviceSharing::shareEnded(const QString &deviceId, bool success)
 {
     const bool asked = end(deviceId);
+    const QString failure = m_failures.take(deviceId);
     if (success && (asked || !m_shared.contains(deviceId))) {
         m_shared.insert(deviceId);
-        m_failures.remove(deviceId);
         Q_EMIT deviceShared(deviceId, asked);
     } else if (!success && asked) {
-        Q_EMIT deviceNotShared(deviceId, m_failures.value(deviceId, QStringLiteral("the component refused")));
+        Q_EMIT deviceNotShared(deviceId, failure.isEmpty() ? QStringLiteral("the component refused") : failure);
     }
     settleIfDone();
 }
@@ -100,10 +100,10 @@ void DeviceSharing::takingBackEnded(const QString &deviceId, bool success)
 {
     const bool asked = end(deviceId);
     const bool wasShared = m_shared.contains(deviceId);
-    if (success) {
+    if (success && (asked || wasShared)) {
         m_shared.remove(deviceId);
         Q_EMIT deviceTakenBack(deviceId, {});
-    } else if (asked) {
+    } else if (!success && asked) {
         Q_EMIT deviceNotTakenBack(
             deviceId, wasShared ? QStringLiteral("the component refused") : QStringLiteral("it was not shared"));
     }
@@ -120,7 +120,10 @@ void DeviceSharing::happened(RedirEvent event, const QJsonObject &details)
         break;
     case RedirEventDeviceLeft:
         Q_EMIT deviceLeft(deviceId, details);
-        m_failures.insert(deviceId, QStringLiteral("it was pulled out"));
+        if (isPending(deviceId))
+            m_failures.insert(deviceId, QStringLiteral("it was pulled out"));
+        else
+            m_failures.remove(deviceId); // what comes back begins anew
         if (isOutcome) // no other will come
             shareEnded(deviceId, false);
         break;

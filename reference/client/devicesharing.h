@@ -72,7 +72,7 @@ private:
     DevRedirectInterface &m_redirect;
     QHash<QString, Wait> m_pending; ///< devices whose outcome is waited for
     QSet<QString> m_shared;
-    QHash<QString, QString> m_failures; ///< by device, what the component said
+    QHash<QString, QString> m_failures; ///< by device, what was said before its outcome
     std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what list() was given
     QTimer m_limit;
 };

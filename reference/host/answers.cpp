@@ -77,7 +77,7 @@ void Host::testRules(const QString &which)
         return;
     }
     DeviceRules rules;
-    if (!readRules(rules, ExitCode::Usage))
+    if (!readRules(rules))
         return;
     const DeviceRule *const rule = rules.firstThatFits(traitsOf(*device));
     m_output.tell(

@@ -64,7 +64,7 @@ private:
     void notConnected(SpicePortSession::End end, const QString &reason);
     void connectionLost(const QString &reason, int pauseSeconds);
     void startLimitPassed();
-    bool readRules(DeviceRules &rules, int exitCode);
+    bool readRules(DeviceRules &rules);
     void fail(Event event, const QString &text, int exitCode);
     void noteExitCode(int exitCode);
     void quit();

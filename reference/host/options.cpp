@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "options.h"
 
-#include "reference/client/spiceoptions.h"
+#include "reference/client/commandline.h"
 
 #include <QCommandLineParser>
 #include <QRegularExpression>
@@ -33,9 +33,6 @@ struct OptionText
 };
 
 constexpr OptionText OptionTexts[] = {
-    {"help", "Show this help.", nullptr},
-    {"help-spice", "Show the options that every SPICE client has: certificates, TLS.", nullptr},
-    {"version", "Show the version.", nullptr},
     {"uri", "SPICE address: spice://HOST:PORT, spice+tls://HOST:PORT or spice+unix:///PATH.", "ADDRESS"},
     {"host", "SPICE server.", "NAME"},
     {"port", "Its port.", "NUMBER"},
@@ -74,9 +71,9 @@ void declare(QCommandLineParser &parser)
     parser.addPositionalArgument(QStringLiteral("FILE.vv"),
                                  QStringLiteral("A connection file of a virtual machine, in place of its address."),
                                  QStringLiteral("[FILE.vv]"));
+    parser.addOptions(commonOptions());
     for (const OptionText &text : OptionTexts)
-        parser.addOption(QCommandLineOption(QString::fromUtf8(text.name), QString::fromUtf8(text.description),
-                                            QString::fromUtf8(text.value)));
+        parser.addOption(option(text.name, text.description, text.value));
 }
 
 // The parser takes any word for a value, also an option; no value of ours begins like one.
@@ -133,12 +130,7 @@ QString Options::read(const QStringList &arguments, QString &answer)
         return QStringLiteral("unexpected word: ") + words.at(int(hasFile));
     const auto isSet = [&](const char *name) { return parser.isSet(QString::fromUtf8(name)); };
     const auto value = [&](const char *name) { return parser.value(QString::fromUtf8(name)); };
-    if (isSet("help"))
-        answer = parser.helpText().trimmed();
-    else if (isSet("help-spice"))
-        answer = spiceOptionsHelp();
-    else if (isSet("version"))
-        answer = QStringLiteral("devredir-host " DEVREDIRECT_VERSION);
+    answer = commonAnswer(parser, "devredir-host " DEVREDIRECT_VERSION);
     if (!answer.isEmpty())
         return {};
 

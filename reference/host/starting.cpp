@@ -54,7 +54,7 @@ void Host::start()
         return;
     }
     DeviceRules rules = m_options.autoRules;
-    if (m_options.autoShare && m_options.rulesInFile && !readRules(rules, ExitCode::Usage)) {
+    if (m_options.autoShare && m_options.rulesInFile && !readRules(rules)) {
         leave(ExitCode::Usage);
         return;
     }
@@ -71,13 +71,13 @@ void Host::start()
         m_startLimit.start();
 }
 
-bool Host::readRules(DeviceRules &rules, int exitCode)
+bool Host::readRules(DeviceRules &rules)
 {
     QString error;
     const auto read = RulesFile::read(RulesFile::path(), error);
     rules = read.value_or(DeviceRules());
     if (!read)
-        requestFailed(error, QString(), exitCode);
+        requestFailed(error, QString(), ExitCode::Usage);
     return read.has_value();
 }
 

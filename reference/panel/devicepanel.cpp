@@ -186,11 +186,12 @@ void DevicePanel::always(const QString &deviceId, bool always)
         notice(error);
     readRules();
     const DeviceRule *const rule = m_rules.firstThatFits(traitsOf(device));
-    if (error.isEmpty() && (rule && rule->allow) != always)
+    const bool isAllowed = rule && rule->allow;
+    if (error.isEmpty() && isAllowed != always)
         notice(tr("Your rule \"%1\" says otherwise; it stands in %2.").arg(rule ? rule->name : QString(), m_rulesFile));
     Q_EMIT rulesChanged(m_rules);
     refresh();
-    if (always && device.status == 0)
+    if (always && isAllowed && device.status == 0 && !m_devices.isPending(deviceId))
         share(deviceId, true);
 }
 

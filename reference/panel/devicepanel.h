@@ -35,6 +35,8 @@ public:
 
     /// How many channels the virtual machine offers now; each takes one device.
     void setChannels(int channels);
+    /// The user's rules, as they were read last.
+    const DeviceRules &rules() const { return m_rules; }
 
 Q_SIGNALS:
     /// The user has changed what is shared by itself.

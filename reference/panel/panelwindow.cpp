@@ -61,16 +61,14 @@ void PanelWindow::start()
 
 void PanelWindow::addPanel()
 {
-    const QString rulesFile = RulesFile::path();
-    m_panel = new DevicePanel(m_client.devices(), rulesFile);
+    m_panel = new DevicePanel(m_client.devices(), RulesFile::path());
     layout()->addWidget(m_panel);
     const auto showChannels = [this] { m_panel->setChannels(m_client.openChannels()); };
     showChannels();
     connect(&m_client, &Client::channelChanged, m_panel, showChannels);
     connect(&m_client, &Client::channelGone, m_panel, showChannels);
     connect(m_panel, &DevicePanel::rulesChanged, &m_client.autoShare(), &AutoShare::setRules);
-    QString error;
-    m_client.autoShare().setRules(RulesFile::read(rulesFile, error).value_or(DeviceRules()));
+    m_client.autoShare().setRules(m_panel->rules());
 }
 
 void PanelWindow::notConnected(SpicePortSession::End end, const QString &reason)

@@ -7,6 +7,7 @@
 #include "reference/panel/devicerow.h"
 #include "reference/panel/panelwindow.h"
 #include "support/asksocket.h"
+#include "support/spiceserver.h"
 #include "support/waitfor.h"
 
 #include <gtest/gtest.h>
@@ -15,6 +16,7 @@
 #include <QCheckBox>
 #include <QFile>
 #include <QLabel>
+#include <QLineEdit>
 #include <QLoggingCategory>
 #include <QPushButton>
 #include <QTranslator>
@@ -211,15 +213,56 @@ TEST(Panel, a_machine_that_is_not_there_can_be_tried_again)
     EXPECT_TRUE(window.says("state", QStringLiteral("Connected to ")));
 }
 
+TEST(Panel, a_password_that_is_asked_for_is_typed_in_the_window)
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("spice.sock"));
+    TestServer::Security security;
+    security.password = "geheim";
+    const TestServer server({"org.devredir.usb.0"}, path.toStdString(), security);
+    Window window(QStringLiteral("spice+unix://") + path);
+    ASSERT_TRUE(window.says("state", QStringLiteral("Type the password here.")));
+    auto *const field = window.widget().findChild<QLineEdit *>();
+    ASSERT_EQ(QApplication::focusWidget(), field);
+    QTest::keyClicks(field, QStringLiteral("geheim"));
+    EXPECT_NE(field->displayText(), QStringLiteral("geheim"));
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_TRUE(window.says("state", QStringLiteral("Connected to ")));
+    EXPECT_FALSE(field->isVisible());
+}
+
+namespace {
+
+void writeRules(const QByteArray &rules)
+{
+    QDir().mkpath(QFileInfo(RulesFile::path()).path());
+    QFile file(RulesFile::path());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(rules);
+}
+
+} // namespace
+
+TEST(Panel, rules_that_stand_against_always_are_told)
+{
+    const std::pair<const char *, const char *> cases[] = {
+        {"[mine]\naction=deny\n", "Your rule \"mine\" says otherwise"}, {"nonsense\n", "Mend it there"}};
+    for (const auto &[rules, told] : cases) {
+        writeRules(rules);
+        Window window;
+        window.click(Stick, "Always");
+        EXPECT_TRUE(window.says("notice", QString::fromUtf8(told))) << window.text("notice").toStdString();
+        EXPECT_FALSE(window.box(Stick, "Always")->isChecked());
+        EXPECT_TRUE(window.box(Stick, "Share")->isEnabled()) << "nothing is on its way";
+    }
+    QFile::remove(RulesFile::path());
+}
+
 TEST(Panel, always_writes_a_rule_and_takes_it_out_again)
 {
     Window window;
     const QString path = RulesFile::path();
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("# mine\n[cameras]\naction=deny\nclass=0e\n");
-    file.close();
+    writeRules("# mine\n[cameras]\naction=deny\nclass=0e\n");
     const auto content = [&] {
         QFile written(path);
         written.open(QIODevice::ReadOnly);
