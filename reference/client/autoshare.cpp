@@ -60,8 +60,12 @@ bool AutoShare::comesAndGoes(const QString &deviceId)
     return plugs.size() > MostPlugs;
 }
 
-void AutoShare::devicesListed(bool hasChannel)
+void AutoShare::devicesListed(const QList<ExterDeviceInfo> &devices, bool hasChannel)
 {
+    if (std::exchange(m_isFirstList, false)) {
+        for (const ExterDeviceInfo &device : devices)
+            m_unjudged.insert(device.deviceId);
+    }
     if (hasChannel)
         shareWhatIsDue({});
 }
@@ -73,11 +77,10 @@ void AutoShare::channelOpened()
 
 void AutoShare::shareWhatIsDue(const QSet<QString> &lost)
 {
-    const bool isFirst = !std::exchange(m_hasLooked, true);
-    if (!isFirst && m_unjudged.isEmpty() && lost.isEmpty())
+    if (m_unjudged.isEmpty() && lost.isEmpty())
         return;
     for (const ExterDeviceInfo &device : m_devices.list().value_or(QList<ExterDeviceInfo>())) {
-        const bool isUnjudged = m_unjudged.remove(device.deviceId) || (isFirst && !m_stopped.contains(device.deviceId));
+        const bool isUnjudged = m_unjudged.remove(device.deviceId);
         const DeviceRule *const rule = isUnjudged ? m_rules.firstThatFits(traitsOf(device)) : nullptr;
         const bool isDue = (rule && rule->allow) || lost.contains(device.deviceId);
         if (isDue && device.status == 0 && !m_devices.isPending(device.deviceId))

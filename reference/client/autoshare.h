@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include "devices/exterdeviceinfo.h"
 #include "reference/rules.h"
 
 #include <QElapsedTimer>
@@ -32,7 +33,7 @@ public:
     /// Something has lost its channel and waits for one.
     bool isWaiting() const { return !m_lost.isEmpty(); }
     /// The devices have been listed: shares those that have come, if there is a channel.
-    void devicesListed(bool hasChannel);
+    void devicesListed(const QList<ExterDeviceInfo> &devices, bool hasChannel);
     /// A channel has been opened: shares what waited for it.
     void channelOpened();
 
@@ -49,7 +50,7 @@ private:
     DeviceSharing &m_devices;
     DeviceRules m_rules;
     bool m_isRestoring = false;
-    bool m_hasLooked = false; ///< at those that were there before this was
+    bool m_isFirstList = true; ///< which has those that were there before this was
     QSet<QString> m_unjudged; ///< by the rules, since they were plugged in
     QSet<QString> m_lost; ///< with their channel
     QHash<QString, QList<QElapsedTimer>> m_plugs; ///< the last ones, by port: what a device calls itself may change

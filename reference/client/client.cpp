@@ -94,7 +94,7 @@ void Client::onDeviceList(QList<ExterDeviceInfo> &devices)
     theClient->m_hasListed = true;
     Q_EMIT theClient->listed(devices);
     if (!theClient->m_isLeaving)
-        theClient->m_autoShare->devicesListed(theClient->openChannels() > 0);
+        theClient->m_autoShare->devicesListed(devices, theClient->openChannels() > 0);
 }
 
 void Client::connectNow()
