@@ -144,9 +144,15 @@ void SpicePortSession::connectTo(const SpiceAddress &address)
     spice_session_connect(m_session);
 }
 
+// A channel begins to connect in the main loop's next round. The SPICE library never lets go of one that is taken down
+// before that, nor of its session and the thread of that.
 void SpicePortSession::disconnectFromServer()
 {
-    spice_session_disconnect(m_session);
+    const auto disconnect = [](gpointer session) -> gboolean {
+        spice_session_disconnect(SPICE_SESSION(session));
+        return G_SOURCE_REMOVE;
+    };
+    g_idle_add_full(G_PRIORITY_DEFAULT_IDLE, disconnect, g_object_ref(m_session), g_object_unref);
 }
 
 void SpicePortSession::leave()

@@ -33,7 +33,7 @@ public:
      * channel of it is connecting, or while QEMU works on its last message and then answers.
      */
     void leave();
-    /// Closes the connection as it is.
+    /// Closes the connection as it is, in the main loop's next round.
     void disconnectFromServer();
 
 Q_SIGNALS:

@@ -857,6 +857,20 @@ TEST(Host, a_session_may_go_while_it_is_connected)
     }
 }
 
+TEST(Host, leaves_no_thread_behind_for_a_session_that_goes_before_it_has_begun_to_connect)
+{
+    const auto threads = [] {
+        return QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
+    };
+    const SpiceAddress nowhere = SpiceAddress::parse(QStringLiteral("spice+unix:///nowhere")).value();
+    SpicePortSession first; // the threads that all sessions share
+    waitFor([] { return false; }, 100);
+    const int before = threads();
+    for (int i = 0; i < 3; ++i)
+        SpicePortSession().connectTo(nowhere);
+    EXPECT_TRUE(waitFor([&] { return threads() == before; }, 5000)) << threads() << " instead of " << before;
+}
+
 TEST(Host, stays_until_the_server_has_answered_its_last_message)
 {
     const usb_redir_header disconnect{usb_redir_device_disconnect, 0, 0};
