@@ -256,7 +256,8 @@ Outcome Component::unshareAll()
     return {};
 }
 
-// libusb sees plugs by itself on this kind of machine; the host's word only makes it certain that nobody waits for it.
+// libusb sees plugs by itself on this kind of machine; the host's word only makes it certain that nobody waits for it,
+// and may bring what opens the device.
 Outcome Component::deviceChanged(const QJsonObject &command)
 {
     const QString position = command.value(QLatin1String("devicePosition")).toString();
@@ -264,11 +265,15 @@ Outcome Component::deviceChanged(const QJsonObject &command)
     for (const UsbDevice &device : UsbDevice::all()) {
         if (device.portPath.compare(position, Qt::CaseInsensitive) != 0)
             continue;
+        if (!attached)
+            m_redirector.unshare(device.id());
+        if (m_config.openByDescriptor) {
+            const int descriptor = command.value(QLatin1String("fd")).toInt();
+            m_redirector.setDescriptor(device, attached && descriptor > 0 ? descriptor : -1);
+        }
         if (attached)
             m_redirector.report(RedirEventDeviceArrived,
                                 {{DeviceId, device.id()}, {QStringLiteral("name"), device.name}});
-        else
-            m_redirector.unshare(device.id());
         return {};
     }
     return attached ? Missing : Outcome(); // it has gone, as the host says
@@ -295,12 +300,14 @@ Outcome Component::explain(const QJsonObject &command, QByteArray &reply)
     const std::optional<UsbDevice> device = deviceWith(deviceId);
     if (!device)
         return Missing;
+    Gate permission = permissionGate(*device);
+    if (m_redirector.hasDescriptor(*device))
+        permission.outcome = {};
     Gate channel{QStringLiteral("free channel"), {}, QStringLiteral("one more USB port of the virtual machine")};
     if (!m_redirector.isShared(deviceId) && !m_redirector.hasFreeChannel())
         channel.outcome = {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
     QJsonArray gates;
-    for (const Gate &gate :
-         QList<Gate>{permissionGate(*device)} + rules(*device) + QList<Gate>{channel, useGate(*device)})
+    for (const Gate &gate : QList<Gate>{permission} + rules(*device) + QList<Gate>{channel, useGate(*device)})
         gates.append(gate.toJson());
     reply = QJsonDocument(QJsonArray{QJsonObject{{DeviceId, deviceId}, {QStringLiteral("gates"), gates}}})
                 .toJson(QJsonDocument::Compact);

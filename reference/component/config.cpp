@@ -56,6 +56,13 @@ bool readAge(const QJsonValue &value, Config &config, QString &error)
         || fail(error, QStringLiteral("\"isochronousAge\" is not a number of milliseconds"));
 }
 
+bool readOpenByDescriptor(const QJsonValue &value, Config &config, QString &error)
+{
+    config.openByDescriptor = value.toBool();
+    return value.isUndefined() || value.isBool()
+        || fail(error, QStringLiteral("\"openByDescriptor\" is not true or false"));
+}
+
 } // namespace
 
 bool Config::read(const QString &path, Config &config, QString &error)
@@ -85,7 +92,8 @@ bool Config::parse(const QByteArray &text, Config &config, QString &error)
         return fail(error, QStringLiteral("\"devices\" is not a list of objects"));
     if (!readRedirectors(object.value(QLatin1String("redirectors")), config, error)
         || !readFamily(object.value(QLatin1String("family")), config, error)
-        || !readAge(object.value(QLatin1String("isochronousAge")), config, error))
+        || !readAge(object.value(QLatin1String("isochronousAge")), config, error)
+        || !readOpenByDescriptor(object.value(QLatin1String("openByDescriptor")), config, error))
         return false;
 
     config.channelPrefix = prefix.toString(config.channelPrefix);

@@ -30,6 +30,9 @@ struct Config
     /// "family": rules for what comes back at the port of a shared device soon after that has left. It is shared, too,
     /// unless one denies it.
     DeviceRules family;
+    /// "openByDescriptor": the host opens devices that this process may not open, and brings their descriptors with
+    /// "devchange".
+    bool openByDescriptor = false;
 
     /// Reads the file; false, and \a error says why, if it is not a JSON object or a key has the wrong type.
     static bool read(const QString &path, Config &config, QString &error);

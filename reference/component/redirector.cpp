@@ -7,6 +7,8 @@
 #include <QJsonDocument>
 #include <QMutexLocker>
 
+#include <fcntl.h>
+
 Redirector::Redirector(SendCallback send, EventCallback notify, const Config &config, MayShare mayShare)
     : m_send(std::move(send)), m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)),
       m_usb([this] {
@@ -219,7 +221,24 @@ QJsonArray Redirector::statistics()
     });
 }
 
-Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
+void Redirector::setDescriptor(const UsbDevice &device, int descriptor)
+{
+    m_usb.call(0, [&] {
+        if (isShared(device.id())) // by the one that there is
+            return 0;
+        m_descriptors.erase(device.portPath);
+        if (descriptor >= 0)
+            m_descriptors.emplace(device.portPath, fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+        return 0;
+    });
+}
+
+bool Redirector::hasDescriptor(const UsbDevice &device)
+{
+    return m_usb.call(false, [&] { return m_descriptors.count(device.portPath) > 0; });
+}
+
+int Redirector::openNode(const UsbDevice &device, libusb_device_handle *&handle)
 {
     libusb_device **list = nullptr;
     const ssize_t count = m_usb.usb() ? libusb_get_device_list(m_usb.usb(), &list) : 0;
@@ -230,6 +249,15 @@ Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
     }
     if (list)
         libusb_free_device_list(list, 1);
+    return result;
+}
+
+Outcome Redirector::open(const UsbDevice &device, libusb_device_handle *&handle)
+{
+    const auto brought = m_descriptors.find(device.portPath);
+    const int result = brought == m_descriptors.end()
+        ? openNode(device, handle)
+        : libusb_wrap_sys_device(m_usb.usb(), brought->second.get(), &handle);
     if (result == LIBUSB_ERROR_ACCESS)
         return noPermission(device);
     if (result == LIBUSB_ERROR_NO_DEVICE)

@@ -55,6 +55,10 @@ public:
     Outcome unshare(const QString &deviceId, const Outcome &reason = {});
     void unshareAll();
 
+    /// Opens the device by a copy of this descriptor, which somebody else has opened, until it leaves; -1: no more.
+    void setDescriptor(const UsbDevice &device, int descriptor);
+    bool hasDescriptor(const UsbDevice &device);
+
     /// Of each shared device.
     QJsonArray statistics();
     bool hasFreeChannel();
@@ -69,6 +73,7 @@ public:
 private:
     UsbChannel *find(quintptr channel);
     quintptr freeChannel(const QString &portPath = QString()) const;
+    int openNode(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome connectDevice(const UsbDevice &device);
     void giveBackLeftBehind();
@@ -96,6 +101,7 @@ private:
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
     std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
+    std::map<QString, Descriptor> m_descriptors; ///< by port path, where somebody else has opened the device
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
     QElapsedTimer m_lastLook; ///< for those

@@ -77,6 +77,7 @@ void Redirector::deviceLeft(const QString &portPath)
         keepChannel(number, portPath, true);
         release(*channel);
     }
+    m_descriptors.erase(portPath);
     noteFailure(deviceId, {}); // no list will show it any more
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
 }

@@ -25,8 +25,10 @@
 #include <cstring>
 
 #include <dlfcn.h>
+#include <libusb.h>
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <usbredirproto.h>
@@ -38,6 +40,7 @@ const QString Id = QStringLiteral("1-1:11");
 const QString DescribedId = QStringLiteral("described"); // in config.json
 
 std::atomic<bool> usbWorks{true};
+std::atomic<int> broughtDescriptor{-1}; // what the host has opened, as test of what the component opens
 
 void ignoreList(QList<ExterDeviceInfo> &) { }
 
@@ -221,16 +224,69 @@ protected:
 
 } // namespace
 
-// The component finds this one before libusb's own.
-struct libusb_context;
+// The component finds these before libusb's own.
 extern "C" __attribute__((visibility("default"))) int libusb_init(libusb_context **context)
 {
-    constexpr int OtherError = -99;
     if (!usbWorks)
-        return OtherError;
+        return LIBUSB_ERROR_OTHER;
     static void *const libusb = dlopen("libusb-1.0.so.0", RTLD_NOW);
     static const auto init = reinterpret_cast<int (*)(libusb_context **)>(dlsym(libusb, "libusb_init"));
     return init(context);
+}
+
+// Libusb reads the descriptors of the device from what it is given, and an emulated node has nothing to read.
+extern "C" __attribute__((visibility("default"))) int libusb_wrap_sys_device(libusb_context *context, intptr_t given,
+                                                                             libusb_device_handle **handle)
+{
+    struct stat brought = {};
+    struct stat wrapped = {};
+    if (given == broughtDescriptor || fstat(broughtDescriptor, &brought) != 0 || fstat(int(given), &wrapped) != 0
+        || brought.st_rdev != wrapped.st_rdev)
+        return LIBUSB_ERROR_INVALID_PARAM;
+    world("allow 1-1");
+    libusb_device **list = nullptr;
+    int result = LIBUSB_ERROR_NO_DEVICE;
+    const ssize_t count = libusb_get_device_list(context, &list);
+    for (ssize_t i = 0; i < count; ++i) {
+        if (libusb_get_port_number(list[i]) == 1)
+            result = libusb_open(list[i], handle);
+    }
+    libusb_free_device_list(list, 1);
+    world("deny 1-1");
+    return result;
+}
+
+TEST_F(Reference, shares_a_device_that_it_may_not_open_by_the_descriptor_that_the_host_brings)
+{
+    const auto tell = [](const char *attach, int descriptor) {
+        return run({{QStringLiteral("command"), QStringLiteral("devchange")},
+                    {QStringLiteral("devicePosition"), QStringLiteral("1-1")},
+                    {QStringLiteral("deviceAttach"), QString::fromLatin1(attach)},
+                    {QStringLiteral("fd"), descriptor}});
+    };
+    const QByteArray node = listed(Id).value(QLatin1String("context")).toString().toLatin1();
+    broughtDescriptor = open(node.constData(), O_RDWR | O_CLOEXEC | O_NOCTTY);
+    ASSERT_GE(broughtDescriptor, 0);
+    ASSERT_TRUE(waitFor([] { return closes("free channel", Id).isNull(); }));
+    world("deny 1-1");
+    EXPECT_EQ(run("share", Id), Refusal::NoPermission);
+
+    EXPECT_EQ(tell("1", 0), 0); // is none
+    EXPECT_EQ(run("share", Id), Refusal::NoPermission);
+    EXPECT_EQ(tell("1", broughtDescriptor), 0);
+    EXPECT_TRUE(closes("permission", Id).isNull());
+    EXPECT_EQ(run("share", Id), 0);
+    EXPECT_TRUE(getsDriver("usbfs"));
+    EXPECT_EQ(tell("1", -1), 0); // comes too late for this share
+    EXPECT_EQ(run("unshare", Id), 0);
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    EXPECT_EQ(run("share", Id), 0);
+
+    EXPECT_EQ(tell("0", 0), 0);
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    EXPECT_EQ(run("share", Id), Refusal::NoPermission);
+    world("allow 1-1");
+    close(broughtDescriptor.exchange(-1));
 }
 
 TEST_F(Reference, a_port_that_closes_gives_the_device_back_and_takes_it_again_when_it_opens)
