@@ -18,8 +18,8 @@ AutoShare::AutoShare(DeviceSharing &devices, QObject *parent) : QObject(parent),
         m_unjudged.remove(deviceId);
         m_lost.remove(deviceId);
     });
-    connect(&devices, &DeviceSharing::deviceShared, this, [this](const QString &deviceId, bool asked) {
-        if (m_stopped.contains(deviceId) && !asked)
+    connect(&devices, &DeviceSharing::deviceShared, this, [this](const QString &deviceId, const QString &why) {
+        if (m_stopped.contains(deviceId) && why.isEmpty())
             takeBack(deviceId);
     });
     connect(&devices, &DeviceSharing::deviceNotTakenBack, this,
@@ -82,8 +82,11 @@ void AutoShare::shareWhatIsDue(const QSet<QString> &lost)
     for (const ExterDeviceInfo &device : m_devices.list().value_or(QList<ExterDeviceInfo>())) {
         const bool isUnjudged = m_unjudged.remove(device.deviceId);
         const DeviceRule *const rule = isUnjudged ? m_rules.firstThatFits(traitsOf(device)) : nullptr;
-        const bool isDue = (rule && rule->allow) || lost.contains(device.deviceId);
-        if (isDue && device.status == 0 && !m_devices.isPending(device.deviceId))
-            m_devices.share(device);
+        const bool isAllowed = rule && rule->allow;
+        if (!isAllowed && !lost.contains(device.deviceId))
+            continue;
+        if (device.status == 0 && !m_devices.isPending(device.deviceId))
+            m_devices.share(device,
+                            isAllowed ? QStringLiteral("by the rule ") + rule->name : QStringLiteral("as before"));
     }
 }

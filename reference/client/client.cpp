@@ -5,6 +5,7 @@
 #include "client.h"
 
 #include "interface/devredirectinterface.h"
+#include "journal.h"
 
 #include <QCoreApplication>
 
@@ -54,6 +55,7 @@ bool Client::start(QString &error)
 {
     m_redirect = std::make_unique<DevRedirectInterface>(nullptr);
     m_devices = std::make_unique<DeviceSharing>(*m_redirect, m_settings.timeoutSeconds);
+    connect(m_devices.get(), &DeviceSharing::deviceShared, this, &Client::deviceShared);
     m_autoShare = std::make_unique<AutoShare>(*m_devices);
     m_autoShare->setRestoring(m_settings.restore);
     connect(m_redirect.get(), &DevRedirectInterface::unRedirectDeviceAllResult, this, &Client::beginFarewell);
@@ -85,6 +87,15 @@ QString Client::startComponent()
                               "read? The log above has the reason")
             .arg(QCoreApplication::applicationDirPath());
     return {};
+}
+
+void Client::deviceShared(const QString &deviceId, const QString &why)
+{
+    for (const ExterDeviceInfo &device : m_devices->list().value_or(QList<ExterDeviceInfo>())) {
+        if (device.deviceId == deviceId)
+            tellJournal(device, m_settings.address ? m_settings.address->uri : m_settings.vmId,
+                        why.isEmpty() ? QStringLiteral("come back to its channel") : why);
+    }
 }
 
 void Client::onDeviceList(QList<ExterDeviceInfo> &devices)

@@ -75,6 +75,7 @@ Q_SIGNALS:
 
 private:
     QString startComponent();
+    void deviceShared(const QString &deviceId, const QString &why);
     static void onDeviceList(QList<ExterDeviceInfo> &devices);
     void connectNow();
     void sessionConnected(const QString &localAddress);

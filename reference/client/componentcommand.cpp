@@ -35,11 +35,27 @@ bool isPassed(const QJsonObject &gate)
     return gate.value(QLatin1String("passed")).toBool();
 }
 
+static QString cureIn(const QJsonObject &gate)
+{
+    return QStringLiteral(". What helps: ") + gate.value(QLatin1String("cure")).toString();
+}
+
+QString obstacleTo(const QString &deviceId)
+{
+    for (const QJsonObject &gate : gatesOf(deviceId)) {
+        // Most programs that have a device open do not keep it from being shared.
+        const bool mayMatter = gate.value(QLatin1String("gate")) != QLatin1String("not in use");
+        if (!isPassed(gate) && mayMatter)
+            return gate.value(QLatin1String("text")).toString() + cureIn(gate);
+    }
+    return {};
+}
+
 QString cureFor(const QString &deviceId)
 {
     for (const QJsonObject &gate : gatesOf(deviceId)) {
         if (!isPassed(gate))
-            return QStringLiteral(". What helps: ") + gate.value(QLatin1String("cure")).toString();
+            return cureIn(gate);
     }
     return {};
 }

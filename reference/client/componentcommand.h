@@ -19,5 +19,7 @@ std::optional<QJsonArray> askComponent(const QString &word, const QString &devic
 /// What has to be so before a device can be shared, from "explain"; nothing if there is no answer.
 QList<QJsonObject> gatesOf(const QString &deviceId);
 bool isPassed(const QJsonObject &gate);
-/// ". What helps: …" against the first thing that keeps a device from being shared; empty if there is none.
+/// The first thing that keeps a device from being shared, and what helps; empty if there is none.
+QString obstacleTo(const QString &deviceId);
+/// ". What helps: …" against it.
 QString cureFor(const QString &deviceId);

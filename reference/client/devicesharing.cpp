@@ -36,14 +36,16 @@ std::optional<QList<ExterDeviceInfo>> DeviceSharing::list()
     return m_fresh;
 }
 
-void DeviceSharing::share(const ExterDeviceInfo &device)
+void DeviceSharing::share(const ExterDeviceInfo &device, const QString &why)
 {
+    m_why.insert(device.deviceId, why);
     begin(device.deviceId, device.rdrName == USBRDR ? Wait::ShareByEvent : Wait::Share);
     m_redirect.redirectDeviceById(device);
 }
 
 void DeviceSharing::takeBack(const ExterDeviceInfo &device)
 {
+    m_why.remove(device.deviceId);
     begin(device.deviceId, Wait::TakingBack);
     m_redirect.unRedirectDeviceById(device);
 }
@@ -73,6 +75,7 @@ void DeviceSharing::waitedTooLong()
 {
     const QString reason = QStringLiteral("no outcome within %1 seconds").arg(m_limit.interval() / 1000);
     const QHash<QString, Wait> waiting = std::exchange(m_pending, {});
+    m_why.clear();
     for (auto one = waiting.begin(); one != waiting.end(); ++one) {
         if (*one == Wait::TakingBack)
             Q_EMIT deviceNotTakenBack(one.key(), reason);
@@ -87,9 +90,10 @@ void DeviceSharing::shareEnded(const QString &deviceId, bool success)
 {
     const bool asked = end(deviceId);
     const QString failure = m_failures.take(deviceId);
+    const QString why = m_why.take(deviceId);
     if (success && (asked || !m_shared.contains(deviceId))) {
         m_shared.insert(deviceId);
-        Q_EMIT deviceShared(deviceId, asked);
+        Q_EMIT deviceShared(deviceId, why);
     } else if (!success && asked) {
         Q_EMIT deviceNotShared(deviceId, failure.isEmpty() ? QStringLiteral("the component refused") : failure);
     }

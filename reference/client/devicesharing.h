@@ -36,7 +36,8 @@ public:
     /// The devices as they are now. (The list that the library publishes may have been fetched before the last plug.)
     /// Nothing if the component gives none.
     std::optional<QList<ExterDeviceInfo>> list();
-    void share(const ExterDeviceInfo &device);
+    /// \a why is for people.
+    void share(const ExterDeviceInfo &device, const QString &why = QStringLiteral("by hand"));
     void takeBack(const ExterDeviceInfo &device);
 
     const QSet<QString> &shared() const { return m_shared; }
@@ -45,9 +46,9 @@ public:
 
 Q_SIGNALS:
     // What was asked for, and what happens by itself. The objects are the component's, with "deviceId".
-    /// \a asked: share() asked for it; otherwise it came back to the channel that it had, or another part of the client
+    /// \a why is what share() was given; empty: it came back to the channel that it had, or another part of the client
     /// shared it.
-    void deviceShared(const QString &deviceId, bool asked);
+    void deviceShared(const QString &deviceId, const QString &why);
     void deviceNotShared(const QString &deviceId, const QString &reason);
     /// \a details has "text" if the component took it back by itself.
     void deviceTakenBack(const QString &deviceId, const QJsonObject &details);
@@ -71,6 +72,7 @@ private:
 
     DevRedirectInterface &m_redirect;
     QHash<QString, Wait> m_pending; ///< devices whose outcome is waited for
+    QHash<QString, QString> m_why; ///< of the shares among them
     QSet<QString> m_shared;
     QHash<QString, QString> m_failures; ///< by device, what was said before its outcome
     std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what list() was given

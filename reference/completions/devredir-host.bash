@@ -6,13 +6,13 @@ _devredir_host()
     case $3 in
         --share|--unshare|--explain)
             mapfile -t COMPREPLY < <(compgen -W "all $("$1" --list 2>/dev/null |
-                sed -E 's/^\[[a-z]+\] +([^ ]+) .*/\1/')" -- "$2")
+                sed -nE 's/^(local|shared) +([^ ]+) .*/\2/p')" -- "$2")
             # A colon is a word break of its own to the shell.
             ! declare -F __ltrim_colon_completions >/dev/null || __ltrim_colon_completions "$2" ;;
-        --password-file) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
+        --password-file|--log|--component) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
         --uri|--host|--port|--vm-id|--auto|--timeout|--log-rules) COMPREPLY=() ;;
         *)
             mapfile -t COMPREPLY < <(compgen -f -X '!*.vv' -- "$2"
                 compgen -W "$("$1" --help | sed -nE 's/^ +(--[a-z-]+).*/\1/p')" -- "$2") ;;
     esac
-} && complete -o filenames -F _devredir_host devredir-host devredir-panel
+} && complete -o filenames -F _devredir_host devredir-host devredir-panel devredir-doctor

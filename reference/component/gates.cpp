@@ -17,15 +17,6 @@
 
 namespace {
 
-QString userName()
-{
-    passwd user{};
-    passwd *found = nullptr;
-    char texts[4096];
-    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
-    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
-}
-
 QString helpfulRule(const UsbDevice &device)
 {
     return QStringLiteral("SUBSYSTEM==\"usb\", ATTR{idVendor}==\"%1\", ATTR{idProduct}==\"%2\", TAG+=\"uaccess\"")
@@ -50,6 +41,15 @@ bool hasOpen(const QString &process, const std::set<FileId> &files)
 }
 
 } // namespace
+
+QString userName()
+{
+    passwd user{};
+    passwd *found = nullptr;
+    char texts[4096];
+    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
+    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
+}
 
 QJsonObject Gate::toJson() const
 {

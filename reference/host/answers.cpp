@@ -6,8 +6,6 @@
 #include "reference/client/componentcommand.h"
 #include "reference/client/rulesfile.h"
 
-#include <QJsonArray>
-
 #include <algorithm>
 
 namespace {
@@ -15,11 +13,6 @@ namespace {
 QString text(const QJsonObject &object, const char *key)
 {
     return object.value(QLatin1String(key)).toString();
-}
-
-QString megabytes(const QJsonValue &direction)
-{
-    return QString::number(direction[QStringLiteral("bytes")].toDouble() / 1e6, 'f', 1);
 }
 
 } // namespace
@@ -43,25 +36,15 @@ void Host::explain(const QString &deviceId)
 
 void Host::statistics(const QString &)
 {
-    const auto answer = askComponent(QStringLiteral("stats"));
-    if (!answer)
+    showStatistics(false);
+}
+
+void Host::showStatistics(bool live)
+{
+    if (const auto speeds = m_speeds.look())
+        m_output.statistics(*speeds, live);
+    else
         requestFailed(QStringLiteral("no statistics: this component does not count"), QString());
-    else if (answer->isEmpty())
-        m_output.tell(Event::Nothing, QStringLiteral("no device is shared"));
-    for (const QJsonValue one : answer.value_or(QJsonArray())) {
-        const QJsonObject device = one.toObject();
-        m_output.tell(Event::Statistics,
-                      QStringLiteral("%1 on %2 since %3: %4 MB from the device, %5 MB to it, %6 errors, %7 packets "
-                                     "dropped, %8 ms (99 %: %9 ms) a transfer")
-                          .arg(text(device, "deviceId"), text(device, "channel"), text(device, "since"),
-                               megabytes(device.value(QLatin1String("fromDevice"))),
-                               megabytes(device.value(QLatin1String("toDevice"))))
-                          .arg(device.value(QLatin1String("errors")).toDouble())
-                          .arg(device.value(QLatin1String("isochronousDrops")).toDouble())
-                          .arg(device.value(QLatin1String("medianMilliseconds")).toDouble())
-                          .arg(device.value(QLatin1String("percentile99Milliseconds")).toDouble()),
-                      device);
-    }
 }
 
 // Which rule decides whether a device is shared by itself.

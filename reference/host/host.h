@@ -5,6 +5,8 @@
 #include "output.h"
 #include "reference/client/client.h"
 
+#include <QElapsedTimer>
+#include <QMap>
 #include <QStringList>
 #include <QTimer>
 
@@ -40,8 +42,7 @@ public:
 
     /// Loads the component and connects. Needs the event loop, which it may end.
     void start();
-    /// Adds a request, "list", "explain ID", "stats", "rules test ID", "share ID|all", "unshare ID|all" or "quit"; one
-    /// that cannot be understood is answered so.
+    /// Adds a request, as in the table of requests.cpp; one that cannot be understood is answered so.
     void request(const QString &line);
     /// No more requests will come: ends as soon as the last one is done and no device is shared.
     void noMoreRequests();
@@ -74,6 +75,8 @@ private:
     void runSoon();
     void list(const QString &);
     void shareDevices(const QString &which);
+    void shareWhenPossible(const QString &which);
+    void shareWaiting();
     void unshareDevices(const QString &which);
     void quitByRequest(const QString &);
     QList<ExterDeviceInfo> choose(const QString &which, bool shared, const QString &failure);
@@ -82,20 +85,28 @@ private:
     // Answers of the component.
     void explain(const QString &deviceId);
     void statistics(const QString &);
+    void showStatistics(bool live);
     void testRules(const QString &which);
 
     // Telling.
+    void eachSecond();
+    QString waitsFor() const;
     void tellOfClient();
     void tellOfDevices();
 
     const Options m_options;
-    const Output m_output;
+    Output m_output;
     std::unique_ptr<Client> m_client; ///< from start() on
     QStringList m_requests;
+    QMap<QString, QString> m_waiting; ///< devices to be shared as soon as they can be, and what was told to be in the way
+    TransferSpeeds m_speeds;
     bool m_expectMore;
     bool m_hasListed = false;
     bool m_hasAsked = false; ///< for the password
     bool m_isLeaving = false;
     int m_exitCode = ExitCode::Success;
+    QTimer m_second;
+    QString m_waitsFor; ///< what is told on the last line
+    QElapsedTimer m_waitsSince;
     QTimer m_startLimit; ///< for the list and the first channel
 };

@@ -18,7 +18,7 @@ const char *const Purpose =
     "interrupted; "
     "then\n"
     "it takes its devices back. --list, --explain and --watch need no virtual machine. Without an action it reads\n"
-    "requests from standard input: list, explain ID, stats, rules test ID, share ID|all, unshare ID|all, quit.\n"
+    "requests from standard input: list, explain ID, stats, rules test ID, share [--wait] ID|all, unshare ID|all, quit.\n"
     "\n"
     "Answers go to standard output, progress and failures to standard error.\n"
     "\n"
@@ -40,7 +40,9 @@ constexpr OptionText OptionTexts[] = {
     {"vm-id", "Identifier of the virtual machine; vm without this.", "ID"},
     {"list", "List the devices.", nullptr},
     {"share", "Share a device, or all.", "ID"},
+    {"wait", "With --share, wait until the device is plugged in and nothing keeps it from being shared.", nullptr},
     {"unshare", "Take a device back, or all.", "ID"},
+    {"stats", "Show every second what the shared devices transfer.", nullptr},
     {"auto",
      "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny...; * is any, the "
      "first "
@@ -151,6 +153,8 @@ QString Options::read(const QStringList &arguments, QString &answer)
         return QStringLiteral("--log-rules needs rules like CATEGORY[.TYPE]=true|false, for example '*=true'");
     if (isSet("auto") && isSet("by-rules"))
         return QStringLiteral("the rules are those of --auto or of --by-rules");
+    if (isSet("wait") && !isSet("share"))
+        return QStringLiteral("--wait goes with --share");
     if (isSet("no-restore") && !isSet("reconnect"))
         return QStringLiteral("--no-restore goes with --reconnect");
     if (isSet("host") != isSet("port") || int(isSet("uri")) + int(isSet("host")) + int(hasFile) > 1)
@@ -164,6 +168,7 @@ QString Options::read(const QStringList &arguments, QString &answer)
     vmId = isSet("vm-id") ? value("vm-id") : QStringLiteral("vm");
     logRules = logRuleList.join(QLatin1Char('\n'));
     json = isSet("json");
+    liveStatistics = isSet("stats");
     watch = isSet("watch");
     autoShare = isSet("auto") || isSet("by-rules");
     rulesInFile = !isSet("auto");
@@ -174,7 +179,7 @@ QString Options::read(const QStringList &arguments, QString &answer)
     for (const QString &id : parser.values(QStringLiteral("explain")))
         requests.append(QStringLiteral("explain ") + id);
     for (const QString &id : parser.values(QStringLiteral("share")))
-        requests.append(QStringLiteral("share ") + id);
+        requests.append((isSet("wait") ? QStringLiteral("share --wait ") : QStringLiteral("share ")) + id);
     for (const QString &id : parser.values(QStringLiteral("unshare")))
         requests.append(QStringLiteral("unshare ") + id);
     interactive = requests.isEmpty() && !watch && !autoShare;

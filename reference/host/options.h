@@ -14,6 +14,7 @@ struct Options
     QString vmId;
     QString logRules;
     bool json = false;
+    bool liveStatistics = false;
     bool watch = false; ///< stay and tell of plugs
     bool autoShare = false;
     bool reconnect = false; ///< when the connection is lost

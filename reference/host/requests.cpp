@@ -3,6 +3,10 @@
 // Requests, one after the other. Each one is answered, whatever becomes of those before it.
 
 #include "host.h"
+#include "reference/client/componentcommand.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace {
 const QString All = QStringLiteral("all");
@@ -11,6 +15,7 @@ const QString All = QStringLiteral("all");
 const Host::Request Host::Requests[] = {
     {"list", false, false, &Host::list},          {"explain", true, false, &Host::explain},
     {"stats", false, false, &Host::statistics},   {"rules", true, false, &Host::testRules},
+    {"share --wait", true, false, &Host::shareWhenPossible},
     {"share", true, true, &Host::shareDevices},   {"unshare", true, false, &Host::unshareDevices},
     {"quit", false, false, &Host::quitByRequest},
 };
@@ -18,10 +23,10 @@ const Host::Request Host::Requests[] = {
 // Null if it cannot be understood.
 const Host::Request *Host::understand(const QString &line, QString &which)
 {
-    const QString word = line.section(QLatin1Char(' '), 0, 0);
-    which = line.section(QLatin1Char(' '), 1).trimmed();
     for (const Request &known : Requests) {
-        if (word == QLatin1String(known.word) && known.takesDevice == !which.isEmpty())
+        const QString word = QString::fromUtf8(known.word);
+        which = line.mid(word.size()).trimmed();
+        if ((line + QLatin1Char(' ')).startsWith(word + QLatin1Char(' ')) && known.takesDevice == !which.isEmpty())
             return &known;
     }
     return nullptr;
@@ -48,7 +53,7 @@ void Host::runNext()
     if (hasOpenChannel)
         m_startLimit.stop();
     if (m_requests.isEmpty()) {
-        const bool isDone = m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting();
+        const bool isDone = m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting() && m_waiting.isEmpty();
         if (!m_expectMore && !m_options.watch && !m_options.autoShare && isDone)
             leave(ExitCode::Success);
         return;
@@ -63,7 +68,7 @@ void Host::runNext()
     if (!next)
         requestFailed(
             QStringLiteral(
-                "not understood: %1 (list, explain ID, stats, rules test ID, share ID|all, unshare ID|all, quit)")
+                "not understood: %1 (list, explain ID, stats, rules test ID, share [--wait] ID|all, unshare ID|all, quit)")
                 .arg(line),
             QString());
     else if (needsChannel && !m_client->hasHadChannel())
@@ -93,6 +98,36 @@ void Host::shareDevices(const QString &which)
         choose(which, false, QStringLiteral("not shared: %1: no such device; \"list\" shows what there is"));
     for (const ExterDeviceInfo &device : chosen)
         m_client->devices().share(device);
+}
+
+void Host::shareWhenPossible(const QString &which)
+{
+    if (which != All)
+        m_waiting.insert(which, QString());
+    for (const ExterDeviceInfo &device : which == All ? choose(All, false, QString()) : QList<ExterDeviceInfo>())
+        m_waiting.insert(device.deviceId, QString());
+    shareWaiting();
+}
+
+// Looks whether something still keeps the devices that wait.
+void Host::shareWaiting()
+{
+    if (m_waiting.isEmpty() || !m_client->isReady())
+        return;
+    const QList<ExterDeviceInfo> devices = m_client->devices().list().value_or(QList<ExterDeviceInfo>());
+    for (const QString &deviceId : m_waiting.keys()) {
+        const auto device = std::find_if(devices.begin(), devices.end(),
+                                         [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
+        const QString obstacle =
+            device == devices.end() ? QStringLiteral("it is not plugged in") : obstacleTo(deviceId);
+        if (obstacle.isEmpty()) {
+            m_waiting.remove(deviceId);
+            m_client->devices().share(*device);
+        } else if (std::exchange(m_waiting[deviceId], obstacle) != obstacle) {
+            m_output.tell(Event::Waiting, QStringLiteral("waiting to share %1: %2").arg(deviceId, obstacle),
+                          {{QStringLiteral("deviceId"), deviceId}});
+        }
+    }
 }
 
 void Host::unshareDevices(const QString &which)

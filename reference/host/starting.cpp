@@ -34,6 +34,7 @@ Host::Host(Options options)
     : m_options(std::move(options)), m_output(m_options.json), m_requests(m_options.requests),
       m_expectMore(m_options.interactive)
 {
+    connect(&m_second, &QTimer::timeout, this, &Host::eachSecond);
     m_startLimit.setSingleShot(true);
     m_startLimit.setInterval(m_options.timeoutSeconds * 1000);
     connect(&m_startLimit, &QTimer::timeout, this, &Host::startLimitPassed);
@@ -59,6 +60,7 @@ void Host::start()
         return;
     }
     m_client = std::make_unique<Client>(settings);
+    m_second.start(1000);
     tellOfClient();
     m_output.tell(Event::Loading, QStringLiteral("component: asked to start"));
     if (!m_client->start(error)) {
@@ -145,6 +147,8 @@ void Host::leave(int exitCode)
     m_isLeaving = true;
     noteExitCode(exitCode);
     m_startLimit.stop();
+    for (const QString &deviceId : std::exchange(m_waiting, {}).keys())
+        m_requests.append(QStringLiteral("share --wait ") + deviceId);
     for (const QString &line : std::exchange(m_requests, {}))
         requestFailed(QStringLiteral("not done: ") + line, QString());
     if (m_client)

@@ -16,6 +16,32 @@ QJsonObject only(const QString &deviceId)
 
 } // namespace
 
+void Host::eachSecond()
+{
+    if (!m_isLeaving)
+        shareWaiting();
+    if (m_options.liveStatistics && !m_isLeaving && m_client->isReady())
+        showStatistics(true);
+    const QString waitsFor = this->waitsFor();
+    if (std::exchange(m_waitsFor, waitsFor) != waitsFor)
+        m_waitsSince.start();
+    m_output.progress(waitsFor.isEmpty() ? waitsFor
+                                         : QStringLiteral("%1 … %2 s").arg(waitsFor).arg(m_waitsSince.elapsed() / 1000));
+}
+
+QString Host::waitsFor() const
+{
+    if (m_isLeaving)
+        return QStringLiteral("leaving");
+    if (!m_client->isReady())
+        return m_client->settings().address ? QStringLiteral("connecting") : QStringLiteral("asking for the list");
+    if (m_client->devices().hasPending())
+        return QStringLiteral("waiting for the outcome");
+    if (!m_requests.isEmpty())
+        return QStringLiteral("waiting for a channel of the virtual machine");
+    return m_waiting.isEmpty() ? QString() : QStringLiteral("waiting to share");
+}
+
 void Host::tellOfClient()
 {
     connect(m_client.get(), &Client::connected, this, &Host::connected);

@@ -48,7 +48,6 @@ DevicePanel::DevicePanel(DeviceSharing &devices, const QString &rulesFile, QWidg
     connect(&m_noticeTimer, &QTimer::timeout, m_notice, &QLabel::clear);
     connect(&m_speedTimer, &QTimer::timeout, this, &DevicePanel::showSpeeds);
     m_speedTimer.start(SpeedMilliseconds);
-    m_sinceBytes.start();
     readRules();
     connect(&m_devices, &DeviceSharing::deviceShared, this, [this](const QString &id) { changed(id); });
     connect(&m_devices, &DeviceSharing::deviceNotShared, this,
@@ -155,16 +154,12 @@ void DevicePanel::showSpeeds()
 {
     if (m_devices.shared().isEmpty() || !isVisible())
         return;
-    const double seconds = qMax(0.001, double(m_sinceBytes.restart()) / 1000);
-    for (const QJsonValue one : askComponent(QStringLiteral("stats")).value_or(QJsonArray())) {
-        const QString deviceId = one[QStringLiteral("deviceId")].toString();
-        const double bytes = one[QStringLiteral("fromDevice")][QStringLiteral("bytes")].toDouble()
-            + one[QStringLiteral("toDevice")][QStringLiteral("bytes")].toDouble();
-        const double added = qMax(0.0, bytes - m_bytes.value(deviceId, bytes));
-        m_bytes.insert(deviceId, bytes);
+    for (const TransferSpeed &speed : m_speeds.look().value_or(QList<TransferSpeed>())) {
+        const QString deviceId = speed.statistics.value(QLatin1String("deviceId")).toString();
+        const auto bytes = qint64(speed.fromDevice + speed.toDevice);
         if (m_rows.contains(deviceId))
             m_rows.value(deviceId)->setSpeed(
-                tr("%1/s").arg(QLocale().formattedDataSize(qint64(added / seconds), 1, QLocale::DataSizeSIFormat)));
+                tr("%1/s").arg(QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat)));
     }
 }
 

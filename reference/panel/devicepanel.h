@@ -2,9 +2,9 @@
 #pragma once
 
 #include "devices/exterdeviceinfo.h"
+#include "reference/client/transferspeeds.h"
 #include "reference/rules.h"
 
-#include <QElapsedTimer>
 #include <QHash>
 #include <QMap>
 #include <QTimer>
@@ -62,8 +62,7 @@ private:
     QMap<QString, ExterDeviceInfo> m_known; ///< by identifier
     QMap<QString, DeviceRow *> m_rows;
     QHash<QString, QString> m_refusals; ///< what the last try of a device ended with
-    QHash<QString, double> m_bytes; ///< of each device, when it was looked at last
-    QElapsedTimer m_sinceBytes;
+    TransferSpeeds m_speeds;
     QVBoxLayout *m_list;
     QLabel *m_empty;
     QLabel *m_free;

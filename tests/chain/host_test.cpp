@@ -254,6 +254,7 @@ TEST(HostUsage, wrong_usage_ends_with_2_and_one_line_on_standard_error)
         uri + QStringList{QStringLiteral("word")},
         {QStringLiteral("--uri")},
         {QStringLiteral("--share"), QStringLiteral("--list")},
+        uri + QStringList{QStringLiteral("--wait")},
         {QStringLiteral("--share"), Id},
         {QStringLiteral("--list"), QStringLiteral("--host"), QStringLiteral("localhost")},
         {QStringLiteral("--list"), QStringLiteral("--host"), QStringLiteral("localhost"), QStringLiteral("--port"),
@@ -311,7 +312,7 @@ TEST(Host, lists_the_devices_without_any_virtual_machine)
 {
     HostRun run(list());
     EXPECT_EQ(run.status(), 0);
-    EXPECT_TRUE(run.answers().contains("[local]  1-1:11 diskrdr ")) << run.answers().constData();
+    EXPECT_TRUE(run.answers().contains("local  1-1:11  diskrdr  ")) << run.answers().constData();
     EXPECT_FALSE(run.answers().contains("component:")) << "progress is no answer";
     EXPECT_TRUE(run.progress().contains("component: started"));
 }
@@ -409,7 +410,7 @@ TEST(Host, every_piped_request_is_answered_in_its_order)
             server.uri(),
             "list\nlist\nunshare\nshare nosuch\nshare 1-1:11\nunshare 1-1:11\nunshare 1-1:11\nunshare all\nlist");
         EXPECT_EQ(run.status(), 1);
-        EXPECT_EQ(run.answers().count("[local]  1-1:11 "), 3) << run.answers().constData();
+        EXPECT_EQ(run.answers().count("local  1-1:11 "), 3) << run.answers().constData();
         EXPECT_EQ(withoutLists(run.answers()), "shared: 1-1:11\nunshared: 1-1:11\nnothing to take back\n");
         EXPECT_TRUE(run.progress().contains("not understood: unshare "));
         EXPECT_TRUE(run.progress().contains("not shared: nosuch: no such device"));
@@ -423,7 +424,7 @@ TEST(Host, requests_after_one_that_finds_no_channel_are_answered)
     HostRun run(server.uri() + QStringList{QStringLiteral("--timeout"), QStringLiteral("1")}, "share 1-1:11\nlist\n");
     EXPECT_EQ(run.status(), 5);
     EXPECT_TRUE(run.progress().contains("not shared: 1-1:11: "));
-    EXPECT_TRUE(run.answers().contains("[local]  1-1:11"));
+    EXPECT_TRUE(run.answers().contains("local  1-1:11"));
 }
 
 TEST(Host, json_goes_to_the_same_streams)
@@ -591,9 +592,58 @@ TEST(Host, tells_how_shared_devices_do)
     ASSERT_TRUE(run.prints("(open)"));
     server.port().send(greeting());
     run.ask("share 1-1:11\nstats\n");
-    EXPECT_TRUE(run.prints("1-1:11 on org.devredir.usb.0 since ")) << run.answers().constData();
+    EXPECT_TRUE(run.prints("1-1:11  org.devredir.usb.0  ")) << run.answers().constData();
     run.ask("quit\n");
     EXPECT_EQ(run.status(), 0);
+}
+
+TEST(Host, shows_every_second_what_is_transferred_and_uses_colours_on_a_terminal_only)
+{
+    Server server({OurPort});
+    const QStringList arguments = server.uri() + QStringList{QStringLiteral("--share"), Id, QStringLiteral("--stats")};
+    HostRun piped(arguments);
+    ASSERT_TRUE(piped.prints("(open)"));
+    server.port().send(greeting());
+    EXPECT_TRUE(waitFor([&] { return piped.prints("ID") && piped.answers().count("MB/s FROM") >= 2; }));
+    EXPECT_FALSE(piped.answers().contains('\033')) << piped.answers().constData();
+    EXPECT_FALSE(piped.progress().contains('\033')) << piped.progress().constData();
+}
+
+TEST(Host, tells_a_terminal_what_it_waits_for_and_clears_that_away)
+{
+    Server server({OurPort});
+    HostRun run({QStringLiteral("-qec"), QStringLiteral(DEVREDIR_HOST " --uri ") + server.address(),
+                 QStringLiteral("/dev/null")},
+                {}, {}, QStringLiteral("script"));
+    run.ask("share --wait 1-9:NONE\n");
+    EXPECT_TRUE(run.prints("\r\033[Kwaiting to share … 1 s")) << run.answers().constData();
+    run.ask("share 1-1:11\n");
+    EXPECT_TRUE(run.prints("\r\033[K\033[32mshared: 1-1:11\033[m\r\n")) << run.answers().constData();
+}
+
+TEST(Host, waits_until_a_device_can_be_shared_if_it_is_told_to)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("TEXT"), 0, {}}};
+    chain.startVm();
+    chain.startHost(sticks);
+    const auto waitsBecause = [&] { return chain.event(QStringLiteral("waiting"), Id).value(QLatin1String("text")); };
+    chain.world(QStringLiteral("deny 1-1"));
+    chain.ask(QStringLiteral("share --wait ") + Id);
+    EXPECT_TRUE(waitsBecause().toString().contains(QLatin1String("What helps: a udev rule")));
+    chain.world(QStringLiteral("unplug 1-1"));
+    EXPECT_TRUE(waitsBecause().toString().endsWith(QLatin1String("it is not plugged in")));
+    chain.world(QStringLiteral("allow 1-1"));
+    chain.world(QStringLiteral("plug 1-1"));
+    EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    EXPECT_TRUE(chain.prints(QStringLiteral("TEXT")));
+
+    chain.ask(QStringLiteral("share --wait 1-9:NONE"));
+    ASSERT_FALSE(chain.event(QStringLiteral("waiting"), QStringLiteral("1-9:NONE")).isEmpty());
+    chain.ask(QStringLiteral("quit"));
+    EXPECT_EQ(chain.event(QStringLiteral("failed")).value(QLatin1String("text")).toString(),
+              QStringLiteral("not done: share --wait 1-9:NONE"));
+    EXPECT_EQ(chain.hostStatus(), 1);
 }
 
 // --- connecting again ---
@@ -726,7 +776,7 @@ TEST(HostRules, a_device_is_shared_by_itself_only_when_that_is_asked_for)
         ASSERT_TRUE(ruled.run->prints("(open)"));
         server.port().send(greeting());
         ruled.run->ask(isAsked ? "" : "list\n");
-        EXPECT_TRUE(ruled.run->prints(isAsked ? "shared: 1-1:11" : "[local]  1-1:11"));
+        EXPECT_TRUE(ruled.run->prints(isAsked ? "shared: 1-1:11" : "local  1-1:11"));
     }
 }
 
