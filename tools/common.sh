@@ -38,7 +38,7 @@ option() {
 declare -A package_groups=(
     [build]="build-essential ca-certificates cmake libsimdjson-dev libspice-client-glib-2.0-dev libsystemd-dev libudev-dev
         libusb-1.0-0-dev libusbredirhost-dev ninja-build pkg-config qtbase5-dev qttools5-dev"
-    [test]="git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
+    [test]="fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
         umockdev util-linux xauth xvfb"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"

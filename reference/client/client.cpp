@@ -84,7 +84,7 @@ QString Client::startComponent()
     Q_EMIT m_redirect->loadDevRedirComponentByThread(m_settings.vmId);
     if (!m_redirect->isComponentStarted())
         return QStringLiteral("the component does not start: is %1/Device Redirect/config.json there, and can it be "
-                              "read? The log above has the reason")
+                              "read? The log has the reason")
             .arg(QCoreApplication::applicationDirPath());
     return {};
 }

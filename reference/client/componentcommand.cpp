@@ -35,18 +35,11 @@ bool isPassed(const QJsonObject &gate)
     return gate.value(QLatin1String("passed")).toBool();
 }
 
-static QString cureIn(const QJsonObject &gate)
-{
-    return QStringLiteral(". What helps: ") + gate.value(QLatin1String("cure")).toString();
-}
-
-QString obstacleTo(const QString &deviceId)
+QJsonObject obstacleTo(const QString &deviceId)
 {
     for (const QJsonObject &gate : gatesOf(deviceId)) {
-        // Most programs that have a device open do not keep it from being shared.
-        const bool mayMatter = gate.value(QLatin1String("gate")) != QLatin1String("not in use");
-        if (!isPassed(gate) && mayMatter)
-            return gate.value(QLatin1String("text")).toString() + cureIn(gate);
+        if (!isPassed(gate) && gate.value(QLatin1String("gate")) != QLatin1String("not in use"))
+            return gate;
     }
     return {};
 }
@@ -55,7 +48,7 @@ QString cureFor(const QString &deviceId)
 {
     for (const QJsonObject &gate : gatesOf(deviceId)) {
         if (!isPassed(gate))
-            return cureIn(gate);
+            return QStringLiteral(". What helps: ") + gate.value(QLatin1String("cure")).toString();
     }
     return {};
 }

@@ -26,20 +26,6 @@ QString placeOf(const QByteArray &text, int offset)
         .arg(QString::fromUtf8(before.mid(before.lastIndexOf('\n') + 1)).size() + 1);
 }
 
-Findings entryPointsOf(QLibrary &library)
-{
-    QStringList missing;
-    for (const char *name : Names) {
-        if (!library.resolve(name))
-            missing.append(QString::fromUtf8(name));
-    }
-    if (missing.isEmpty())
-        return {good(EntryPoints, QStringLiteral("all seven are there"))};
-    return {bad(EntryPoints, QStringLiteral("missing: ") + missing.join(QStringLiteral(", ")),
-                QStringLiteral("install a component that was made for this library, or export these functions with C "
-                               "linkage"))};
-}
-
 } // namespace
 
 Findings checkComponent(const QString &folder)
@@ -53,7 +39,17 @@ Findings checkComponent(const QString &folder)
     if (!library.load())
         return {bad(Component, library.errorString(),
                     QStringLiteral("see with \"ldd %1\" what it lacks, and install that").arg(path))};
-    return Findings{good(Component, path)} + entryPointsOf(library);
+    QStringList missing;
+    for (const char *name : Names) {
+        if (!library.resolve(name))
+            missing.append(QString::fromUtf8(name));
+    }
+    return {good(Component, path),
+            missing.isEmpty()
+                ? good(EntryPoints, QStringLiteral("all seven are there"))
+                : bad(EntryPoints, QStringLiteral("missing: ") + missing.join(QStringLiteral(", ")),
+                      QStringLiteral("install a component that was made for this library, or export these functions "
+                                     "with C linkage"))};
 }
 
 Findings checkConfiguration(const QString &folder)
@@ -73,8 +69,7 @@ Findings checkConfiguration(const QString &folder)
     Config config;
     QString reason;
     if (!Config::parse(text, config, reason))
-        return {
-            bad(Configuration, path + QStringLiteral(": ") + reason,
-                QStringLiteral("another component may want it so; the reference component does not start with it"))};
+        return {bad(Configuration, path + QStringLiteral(": ") + reason,
+                    QStringLiteral("another component may want it; the reference one does not start with it"))};
     return {good(Configuration, path)};
 }

@@ -3,7 +3,7 @@
 
 #include <QFile>
 
-#include <iterator>
+#include <algorithm>
 
 namespace {
 
@@ -40,7 +40,6 @@ constexpr Cause Causes[] = {
     {"Log output too frequently", "something asks very often, and lines of this kind are debug lines from here on",
      "set QT_LOGGING_RULES=default.debug=true to see them"},
 };
-constexpr int None = int(std::size(Causes));
 
 } // namespace
 
@@ -48,28 +47,19 @@ Findings checkLog(const QString &path)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
-        return {
-            bad(Log, path + QStringLiteral(": ") + file.errorString(), QStringLiteral("name a log that can be read"))};
-    int firstLine[None] = {};
-    int count[None] = {};
-    for (int number = 1; !file.atEnd(); ++number) {
-        const QByteArray line = file.readLine();
-        for (int i = 0; i < None; ++i) {
-            if (!line.contains(Causes[i].line))
-                continue;
-            firstLine[i] = count[i]++ ? firstLine[i] : number;
-            break;
-        }
-    }
+        return {bad(Log, path + QStringLiteral(": ") + file.errorString(), QStringLiteral("name a readable log"))};
+    const QList<QByteArray> lines = file.readAll().split('\n');
     Findings findings;
-    for (int i = 0; i < None; ++i) {
-        if (count[i])
+    for (const Cause &cause : Causes) {
+        const auto shows = [&](const QByteArray &line) { return line.contains(cause.line); };
+        const auto first = std::find_if(lines.begin(), lines.end(), shows);
+        if (first != lines.end())
             findings.append(bad(Log,
                                 QStringLiteral("%1 (line %2, %3 times)")
-                                    .arg(QString::fromUtf8(Causes[i].meaning))
-                                    .arg(firstLine[i])
-                                    .arg(count[i]),
-                                QString::fromUtf8(Causes[i].cure)));
+                                    .arg(QString::fromUtf8(cause.meaning))
+                                    .arg(first - lines.begin() + 1)
+                                    .arg(std::count_if(first, lines.end(), shows)),
+                                QString::fromUtf8(cause.cure)));
     }
     if (findings.isEmpty())
         findings.append(good(Log, QStringLiteral("shows no known trouble")));

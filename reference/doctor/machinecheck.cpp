@@ -25,14 +25,12 @@ Findings checkDevices()
     Findings findings;
     for (const UsbDevice &device : UsbDevice::all()) {
         const QString name = device.id() + QLatin1Char(' ') + device.name;
-        bool isGood = true;
+        const int before = findings.size();
         for (const Gate &gate : {permissionGate(device), useGate(device)}) {
-            if (gate.outcome)
-                continue;
-            isGood = false;
-            findings.append(bad(name, gate.outcome.text, gate.cure));
+            if (!gate.outcome)
+                findings.append(bad(name, gate.outcome.text, gate.cure));
         }
-        if (isGood)
+        if (findings.size() == before)
             findings.append(good(name, QStringLiteral("may be opened, and nobody else has it open")));
     }
     if (findings.isEmpty())

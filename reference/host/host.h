@@ -98,7 +98,8 @@ private:
     Output m_output;
     std::unique_ptr<Client> m_client; ///< from start() on
     QStringList m_requests;
-    QMap<QString, QString> m_waiting; ///< devices to be shared as soon as they can be, and what was told to be in the way
+    QMap<QString, QString>
+        m_waiting; ///< devices to be shared as soon as they can be, and what was told to be in the way
     TransferSpeeds m_speeds;
     bool m_expectMore;
     bool m_hasListed = false;

@@ -86,7 +86,9 @@ QString megabytes(double bytes)
 
 QStringList rowFor(const TransferSpeed &speed)
 {
-    const auto text = [&](const char *key) { return speed.statistics.value(QLatin1String(key)).toVariant().toString(); };
+    const auto text = [&](const char *key) {
+        return speed.statistics.value(QLatin1String(key)).toVariant().toString();
+    };
     const auto total = [&](const char *direction) {
         return megabytes(speed.statistics.value(QLatin1String(direction))[QStringLiteral("bytes")].toDouble());
     };
@@ -200,8 +202,9 @@ void Output::statistics(const QList<TransferSpeed> &speeds, bool live)
     }
     if (speeds.isEmpty())
         return;
-    QList<QStringList> rows{QStringLiteral("ID,CHANNEL,MB FROM,MB TO,MB/s FROM,MB/s TO,ERRORS,DROPS,MEDIAN ms,99 % ms,SINCE")
-                                .split(QLatin1Char(','))};
+    QList<QStringList> rows{
+        QStringLiteral("ID,CHANNEL,MB FROM,MB TO,MB/s FROM,MB/s TO,ERRORS,DROPS,MEDIAN ms,99 % ms,SINCE")
+            .split(QLatin1Char(','))};
     for (const TransferSpeed &speed : speeds)
         rows.append(rowFor(speed));
     table(Event::Statistics, rows);

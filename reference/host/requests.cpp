@@ -9,14 +9,28 @@
 #include <utility>
 
 namespace {
+
 const QString All = QStringLiteral("all");
+
+QString whatKeeps(const QString &deviceId)
+{
+    const QJsonObject obstacle = obstacleTo(deviceId);
+    return obstacle.isEmpty()
+        ? QString()
+        : QStringLiteral("%1. What helps: %2")
+              .arg(obstacle.value(QLatin1String("text")).toString(), obstacle.value(QLatin1String("cure")).toString());
+}
+
 } // namespace
 
 const Host::Request Host::Requests[] = {
-    {"list", false, false, &Host::list},          {"explain", true, false, &Host::explain},
-    {"stats", false, false, &Host::statistics},   {"rules", true, false, &Host::testRules},
+    {"list", false, false, &Host::list},
+    {"explain", true, false, &Host::explain},
+    {"stats", false, false, &Host::statistics},
+    {"rules", true, false, &Host::testRules},
     {"share --wait", true, false, &Host::shareWhenPossible},
-    {"share", true, true, &Host::shareDevices},   {"unshare", true, false, &Host::unshareDevices},
+    {"share", true, true, &Host::shareDevices},
+    {"unshare", true, false, &Host::unshareDevices},
     {"quit", false, false, &Host::quitByRequest},
 };
 
@@ -53,7 +67,8 @@ void Host::runNext()
     if (hasOpenChannel)
         m_startLimit.stop();
     if (m_requests.isEmpty()) {
-        const bool isDone = m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting() && m_waiting.isEmpty();
+        const bool isDone =
+            m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting() && m_waiting.isEmpty();
         if (!m_expectMore && !m_options.watch && !m_options.autoShare && isDone)
             leave(ExitCode::Success);
         return;
@@ -66,11 +81,10 @@ void Host::runNext()
 
     const QString line = m_requests.takeFirst();
     if (!next)
-        requestFailed(
-            QStringLiteral(
-                "not understood: %1 (list, explain ID, stats, rules test ID, share [--wait] ID|all, unshare ID|all, quit)")
-                .arg(line),
-            QString());
+        requestFailed(QStringLiteral("not understood: %1 (list, explain ID, stats, rules test ID, share [--wait] "
+                                     "ID|all, unshare ID|all, quit)")
+                          .arg(line),
+                      QString());
     else if (needsChannel && !m_client->hasHadChannel())
         requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,
                       ExitCode::NoChannel);
@@ -118,8 +132,7 @@ void Host::shareWaiting()
     for (const QString &deviceId : m_waiting.keys()) {
         const auto device = std::find_if(devices.begin(), devices.end(),
                                          [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
-        const QString obstacle =
-            device == devices.end() ? QStringLiteral("it is not plugged in") : obstacleTo(deviceId);
+        const QString obstacle = device == devices.end() ? QStringLiteral("it is not plugged in") : whatKeeps(deviceId);
         if (obstacle.isEmpty()) {
             m_waiting.remove(deviceId);
             m_client->devices().share(*device);

@@ -130,13 +130,11 @@ void DevicePanel::showReason(const ExterDeviceInfo &device)
 {
     QString reason = m_refusals.value(device.deviceId);
     QString cure = tr("try again");
-    for (const QJsonObject &gate : device.status == 0 ? gatesOf(device.deviceId) : QList<QJsonObject>()) {
-        const bool isNoMachine = m_channels == 0 && gate.value(QLatin1String("gate")) == QLatin1String("free channel");
-        if (isPassed(gate) || isNoMachine)
-            continue;
-        reason = gate.value(QLatin1String("text")).toString();
-        cure = gate.value(QLatin1String("cure")).toString();
-        break;
+    const QJsonObject obstacle = device.status == 0 ? obstacleTo(device.deviceId) : QJsonObject();
+    const bool isNoMachine = m_channels == 0 && obstacle.value(QLatin1String("gate")) == QLatin1String("free channel");
+    if (!obstacle.isEmpty() && !isNoMachine) {
+        reason = obstacle.value(QLatin1String("text")).toString();
+        cure = obstacle.value(QLatin1String("cure")).toString();
     }
     m_rows.value(device.deviceId)->setReason(reason, cure);
 }

@@ -18,17 +18,30 @@
 #include <QTranslator>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include <glib-unix.h>
 
 namespace {
 
 constexpr const char Name[] = "devredir-panel";
+constexpr int NoScreen = 3;
 
 gboolean onInterrupt(gpointer window)
 {
     static_cast<PanelWindow *>(window)->leave();
     return G_SOURCE_CONTINUE;
+}
+
+// Qt ends the process if there is no screen, with advice for those who package it.
+void tellOfNoScreen(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type != QtFatalMsg) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(text));
+        return;
+    }
+    std::fprintf(stderr, "%s: there is no screen. What helps: start it in a desktop session\n", Name);
+    std::_Exit(NoScreen);
 }
 
 void addTray(PanelWindow &window)
@@ -63,7 +76,7 @@ int main(int argc, char **argv)
         "A window with a switch for each USB device: shares them with a virtual machine over SPICE. It takes them\n"
         "back when it is closed. What keeps a device from being shared stands in the window, with what helps.\n"
         "\n"
-        "Exit codes: 0 the window was closed, 2 wrong usage."));
+        "Exit codes: 0 the window was closed, 2 wrong usage, 3 there is no screen."));
     parser.addPositionalArgument(QStringLiteral("FILE.vv"),
                                  QStringLiteral("A connection file of a virtual machine, in place of its address."),
                                  QStringLiteral("[FILE.vv]"));
@@ -95,7 +108,9 @@ int main(int argc, char **argv)
     if (!error.isEmpty())
         return wrongUsage(Name, error);
 
+    qInstallMessageHandler(tellOfNoScreen);
     QApplication application(argc, argv);
+    qInstallMessageHandler(nullptr);
     QApplication::setQuitOnLastWindowClosed(false); // but when the devices are back
     QTranslator translator;
     if (translator.load(QLocale(), QStringLiteral("devredir-panel"), QStringLiteral("_"),

@@ -169,6 +169,48 @@ private:
     std::unique_ptr<TestServer> m_server;
 };
 
+/// In the place of the system's journal for what runs in a mount namespace of its own.
+class Journal
+{
+public:
+    Journal() : m_socket(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, qPrintable(path()), sizeof address.sun_path);
+        EXPECT_EQ(bind(m_socket, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+    ~Journal() { close(m_socket); }
+
+    QStringList wrapper() const
+    {
+        const QString place = QStringLiteral("mount -t tmpfs none /run && mkdir -p /run/systemd/journal && "
+                                             "touch /run/systemd/journal/socket && "
+                                             "mount --bind '%1' /run/systemd/journal/socket && exec \"$@\"")
+                                  .arg(path());
+        return {QStringLiteral("unshare"),
+                geteuid() == 0 ? QStringLiteral("-m") : QStringLiteral("-rm"),
+                QStringLiteral("sh"),
+                QStringLiteral("-c"),
+                place,
+                QStringLiteral("sh")};
+    }
+    /// The next entry.
+    QByteArray entry()
+    {
+        char bytes[4096];
+        ssize_t size = -1;
+        waitFor([&] { return (size = recv(m_socket, bytes, sizeof bytes, 0)) >= 0; });
+        return QByteArray(bytes, int(qMax(size, ssize_t(0))));
+    }
+
+private:
+    QString path() const { return m_directory.filePath(QStringLiteral("journal.sock")); }
+
+    QTemporaryDir m_directory;
+    int m_socket;
+};
+
 /// A server that takes connections and says nothing.
 class SilentServer
 {
@@ -217,7 +259,8 @@ std::string withoutLists(const QByteArray &answers)
 {
     std::string left;
     for (const QByteArray &line : answers.split('\n')) {
-        if (!line.isEmpty() && !line.startsWith('['))
+        const bool isOfList = line.startsWith("STATE ") || line.startsWith("local ") || line.startsWith("shared ");
+        if (!line.isEmpty() && !isOfList)
             left += line.toStdString() + '\n';
     }
     return left;
@@ -619,6 +662,33 @@ TEST(Host, tells_a_terminal_what_it_waits_for_and_clears_that_away)
     EXPECT_TRUE(run.prints("\r\033[Kwaiting to share … 1 s")) << run.answers().constData();
     run.ask("share 1-1:11\n");
     EXPECT_TRUE(run.prints("\r\033[K\033[32mshared: 1-1:11\033[m\r\n")) << run.answers().constData();
+}
+
+TEST(Host, tells_the_journal_who_shares_what_with_whom_and_why)
+{
+    Journal journal;
+    QStringList unshare = journal.wrapper();
+    if (QProcess::execute(unshare[0], {unshare[1], QStringLiteral("true")}) != 0)
+        GTEST_SKIP() << "private mount namespaces are not permitted here";
+    const QString rule = QStringLiteral("allow:08:*:*");
+    for (const bool byRule : {false, true}) {
+        Server server({OurPort});
+        const QStringList sharing =
+            byRule ? QStringList{QStringLiteral("--auto"), rule} : QStringList{QStringLiteral("--share"), Id};
+        HostRun run(unshare.mid(1) + QStringList{QStringLiteral(DEVREDIR_HOST)} + server.uri() + sharing, {}, {},
+                    unshare[0]);
+        const QByteArray entry = journal.entry();
+        const QByteArray machine = server.address().toUtf8();
+        const QByteArray why = byRule ? "by the rule " + rule.toUtf8() : QByteArrayLiteral("by hand");
+        EXPECT_TRUE(
+            entry.contains("MESSAGE=shared 1-1:11 \"Example Stick 1\" (1209:0001) with " + machine + " for user "))
+            << entry.constData();
+        EXPECT_TRUE(
+            entry.contains("\nPRIORITY=5\nDEVREDIR_DEVICE=1-1:11\nDEVREDIR_MACHINE=" + machine + "\nDEVREDIR_USER="))
+            << entry.constData();
+        EXPECT_TRUE(entry.contains("\nDEVREDIR_WHY=" + why + '\n')) << entry.constData();
+        EXPECT_TRUE(entry.contains("\nSYSLOG_IDENTIFIER=devredir-host\n")) << entry.constData();
+    }
 }
 
 TEST(Host, waits_until_a_device_can_be_shared_if_it_is_told_to)

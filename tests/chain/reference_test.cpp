@@ -25,8 +25,8 @@
 #include <cstring>
 
 #include <dlfcn.h>
-#include <libusb.h>
 #include <fcntl.h>
+#include <libusb.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

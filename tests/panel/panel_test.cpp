@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QLoggingCategory>
+#include <QProcess>
 #include <QPushButton>
 #include <QTranslator>
 #include <QtTest>
@@ -277,6 +278,34 @@ TEST(Panel, always_writes_a_rule_and_takes_it_out_again)
     EXPECT_TRUE(content().startsWith("# mine\n")) << content().constData();
     EXPECT_TRUE(content().contains("[cameras]\naction=deny\nclass=0e\n")) << content().constData();
     QFile::remove(path);
+}
+
+TEST(Panel, says_why_the_component_does_not_start_and_can_be_closed)
+{
+    const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect");
+    const QString aside = folder + QStringLiteral(" aside");
+    ASSERT_TRUE(QFile::rename(folder, aside));
+    {
+        Window window;
+        EXPECT_EQ(window.text("state"),
+                  QStringLiteral("the component does not start: is %1/config.json there, and can it be read? The log "
+                                 "has the reason")
+                      .arg(folder));
+    }
+    EXPECT_TRUE(QFile::rename(aside, folder));
+}
+
+TEST(Panel, without_a_screen_the_program_says_so_in_one_line)
+{
+    QProcess program;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.remove(QStringLiteral("DISPLAY"));
+    program.setProcessEnvironment(environment);
+    program.start(QStringLiteral(DEVREDIR_PANEL), QStringList());
+    ASSERT_TRUE(program.waitForFinished());
+    EXPECT_EQ(program.exitCode(), 3);
+    EXPECT_TRUE(program.readAllStandardError().endsWith("devredir-panel: there is no screen. What helps: start it in a "
+                                                        "desktop session\n"));
 }
 
 TEST(Panel, follows_the_colours_of_the_desktop)
