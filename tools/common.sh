@@ -38,12 +38,13 @@ option() {
 declare -A package_groups=(
     [build]="build-essential ca-certificates cmake libsimdjson-dev libspice-client-glib-2.0-dev libsystemd-dev libudev-dev
         libusb-1.0-0-dev libusbredirhost-dev ninja-build pkg-config qtbase5-dev qttools5-dev"
-    [test]="fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
-        umockdev util-linux xauth xvfb"
+    [test]="castxml fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
+        python3 umockdev util-linux xauth xvfb"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
     [bench]="libbenchmark-dev python3 valgrind"
     [plot]="gnuplot-nox"
+    [abi]="abigail-tools"
     [guest]="busybox-static cpio e2fsprogs"
     [fuzz]="clang libclang-rt-14-dev"
     [sources]="git"
@@ -57,6 +58,7 @@ declare -A package_reasons=(
     [coverage]="coverage report"
     [bench]="the benchmarks, and what counts instructions"
     [plot]="what draws the plots"
+    [abi]="what compares binary interfaces"
     [guest]="the guest system that uses redirected devices"
     [fuzz]="the fuzzer"
     [sources]="the list of sources"
