@@ -39,7 +39,12 @@ bool DeviceRules::set(const QJsonArray &rules)
             return false;
         const QString deviceClass = match.captured(2);
         read.append({match.captured(1).startsWith(QLatin1Char('a'), Qt::CaseInsensitive),
-                     deviceClass.isEmpty() ? Any : deviceClass, match.captured(3), match.captured(4), Any, Any, {},
+                     deviceClass.isEmpty() ? Any : deviceClass,
+                     match.captured(3),
+                     match.captured(4),
+                     Any,
+                     Any,
+                     {},
                      match.captured()});
     }
     m_rules = read;

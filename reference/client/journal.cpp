@@ -2,7 +2,7 @@
 #include "journal.h"
 
 #include "escaped.h"
-#include "reference/component/gates.h"
+#include "reference/username.h"
 
 #include <syslog.h>
 #include <systemd/sd-journal.h>

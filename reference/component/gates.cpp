@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "gates.h"
 
+#include "reference/username.h"
 #include "sharenote.h"
 
 #include <QDir>
@@ -11,7 +12,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,15 +41,6 @@ bool hasOpen(const QString &process, const std::set<FileId> &files)
 }
 
 } // namespace
-
-QString userName()
-{
-    passwd user{};
-    passwd *found = nullptr;
-    char texts[4096];
-    getpwuid_r(geteuid(), &user, texts, sizeof texts, &found);
-    return found ? QString::fromLocal8Bit(found->pw_name) : QString::number(geteuid());
-}
 
 QJsonObject Gate::toJson() const
 {

@@ -16,9 +16,6 @@ struct Gate
     QJsonObject toJson() const;
 };
 
-/// Whose process this is.
-QString userName();
-
 /// This user may open the node of \a device.
 Gate permissionGate(const UsbDevice &device);
 /// Nothing of it is mounted.

@@ -13,9 +13,9 @@ TEST(Configuration, as_shipped_can_be_read_and_describes_no_devices)
 
 TEST(Configuration, that_makes_no_sense_is_refused)
 {
-    for (const char *text : {R"({"isochronousAge": 0})", R"({"isochronousAge": "100"})",
-                             R"({"family": ["perhaps:*:*"]})", R"({"family": "deny:*:*"})", R"({"family": [1]})",
-                             R"({"openByDescriptor": 1})"}) {
+    for (const char *text :
+         {R"({"isochronousAge": 0})", R"({"isochronousAge": "100"})", R"({"family": ["perhaps:*:*"]})",
+          R"({"family": "deny:*:*"})", R"({"family": [1]})", R"({"openByDescriptor": 1})"}) {
         Config config;
         QString error;
         EXPECT_FALSE(Config::parse(text, config, error)) << text;
