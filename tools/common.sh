@@ -49,6 +49,8 @@ declare -A package_groups=(
     [guest]="busybox-static cpio e2fsprogs"
     [fuzz]="clang libclang-rt-14-dev"
     [sources]="git"
+    [package]="debhelper help2man pkg-kde-tools"
+    [packagecheck]="diffoscope-minimal faketime lintian mmdebstrap"
     [text]="codespell shellcheck"
     [lint]="clang-format clang-tidy clazy cppcheck"
 )
@@ -64,6 +66,8 @@ declare -A package_reasons=(
     [guest]="the guest system that uses redirected devices"
     [fuzz]="the fuzzer"
     [sources]="the list of sources"
+    [package]="Debian packages"
+    [packagecheck]="what checks Debian packages"
     [text]="spelling, shell scripts"
     [lint]="what reads the C++ sources without running them"
 )
