@@ -7,8 +7,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QLibrary>
-#include <QList>
 
 namespace {
 
@@ -20,14 +20,49 @@ const char *resolve(QLibrary &library, const char *symbol, std::atomic<Function 
     return entryPoint ? nullptr : symbol;
 }
 
-// A QLibrary is never deleted: a thread may still be asking it something when it is replaced. It is kept reachable,
-// so that a leak checker shows only what was lost by mistake.
-void keepForever(QLibrary *library)
+// A file that handlers load: one for all of them, which counts its loads. (Which loads of several QLibraries for a file
+// count depends on the version of Qt.) Never deleted, since a thread may still be asking it something.
+class ComponentFile : public QLibrary
 {
-    static QMutex *const mutex = new QMutex;
-    static QList<QLibrary *> *const kept = new QList<QLibrary *>;
-    const QMutexLocker lock(mutex);
-    kept->append(library);
+public:
+    using QLibrary::QLibrary;
+    int loads = 0; // those that were not taken back
+};
+
+// Guards what the files count. Held while the system loads one, which has a lock of its own for that.
+QMutex &filesMutex()
+{
+    static auto *const mutex = new QMutex;
+    return *mutex;
+}
+
+QLibrary *loadFile(const QString &path, bool &succeeded)
+{
+    static auto *const files = new QHash<QString, ComponentFile *>;
+    const QMutexLocker lock(&filesMutex());
+    ComponentFile *&file = (*files)[path];
+    if (!file)
+        file = new ComponentFile(path);
+    succeeded = file->load();
+    file->loads += succeeded;
+    return file;
+}
+
+// True if that has unloaded it.
+bool takeBackLoad(QLibrary *library)
+{
+    const QMutexLocker lock(&filesMutex());
+    auto *const file = static_cast<ComponentFile *>(library);
+    if (file->loads == 0 || --file->loads > 0)
+        return false;
+    return file->unload();
+}
+
+// In place of a file that could not be loaded, or whose load was taken back while others still have theirs.
+QLibrary *noFile()
+{
+    static auto *const none = new ComponentFile;
+    return none;
 }
 
 } // namespace
@@ -56,10 +91,10 @@ bool RedirectHandler::load(const QString &path)
     m_log->write([&path] { return QStringLiteral(" Load redirection library, DllPath = ") + path; });
 
     m_loaded = false;
-    auto *library = new QLibrary(path);
-    keepForever(library);
-    m_library = library;
-    if (!library->load()) {
+    bool isLoaded = false;
+    QLibrary *const library = loadFile(path, isLoaded);
+    m_library = isLoaded ? library : noFile();
+    if (!isLoaded) {
         Log::module(QtCriticalMsg, __func__, " Failed to load redirection library. DllPath=", path,
                     ", error: ", library->errorString());
         // Of a missing file the loader's text names another one: it has tried several endings.
@@ -116,7 +151,8 @@ bool RedirectHandler::unLoad()
     QLibrary *library = m_library;
     if (!library)
         return true;
-    if (!library->unload()) {
+    if (!takeBackLoad(library)) {
+        m_library = noFile();
         Log::module(QtWarningMsg, __func__, " Fail to unload redirection modules library");
         return false;
     }
