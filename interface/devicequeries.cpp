@@ -71,6 +71,6 @@ void DevRedirectInterface::notifyUsbInfo(const QString &strUsbInfos)
 void DevRedirectInterface::sendConfigerInforToCamera(const QList<QString> &configerInfos)
 {
     Log::module(QtInfoMsg, __func__,
-                "devRedirect interface send configer info to camera, configerInfos: ", configerInfos);
+                "devRedirect interface send configer info to camera, configerInfos: ", Log::Texts{configerInfos});
     m_devRedirectWorker->sendConfigerInforToCamera(configerInfos);
 }

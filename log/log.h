@@ -67,6 +67,24 @@ void write(QtMsgType level, const Pieces &...pieces)
         (stream(level) << ... << pieces);
 }
 
+/// A list of texts as a piece: ("a", "b"). Qt's own way of writing one depends on its version.
+struct Texts
+{
+    const QList<QString> &texts;
+};
+
+inline QDebug operator<<(QDebug stream, const Texts &piece)
+{
+    const QDebugStateSaver saver(stream);
+    stream.nospace() << '(';
+    const char *separator = "";
+    for (const QString &text : piece.texts) {
+        stream << separator << text;
+        separator = ", ";
+    }
+    return stream << ')';
+}
+
 /// Just the pieces. So short that the question stands where the line does.
 template<typename... Pieces>
 void plain(QtMsgType level, const Pieces &...pieces)

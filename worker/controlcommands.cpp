@@ -68,7 +68,7 @@ QString DevRedirectWorker::structUsbInfoCommand(const QString &deviceName, const
 
 QString DevRedirectWorker::structCameraConfigerInfoCommand(const QList<QString> &policies)
 {
-    Log::module(QtInfoMsg, __func__, "struct camera configer info command: ", policies);
+    Log::module(QtInfoMsg, __func__, "struct camera configer info command: ", Log::Texts{policies});
     QString text = compact({
         {QStringLiteral("rdrName"), CAMRDR},
         {QStringLiteral("command"), QStringLiteral("setpolicy")},

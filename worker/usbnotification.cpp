@@ -13,7 +13,7 @@ void DevRedirectWorker::notifyUsbInfo(const QString &strUsbInfos)
 {
     Log::trace(QtInfoMsg, __func__, " DevRedirectWorker:strUsbInfos: ", strUsbInfos);
     const QStringList entries = strUsbInfos.split(QLatin1Char(';'), Qt::SkipEmptyParts);
-    Log::trace(QtInfoMsg, __func__, " DevRedirectWorker:slUsbInfos: ", entries);
+    Log::trace(QtInfoMsg, __func__, " DevRedirectWorker:slUsbInfos: ", Log::Texts{entries});
 
     for (const QString &entry : entries) {
         const QStringList fields = entry.split(QLatin1Char(':'));
