@@ -49,7 +49,7 @@ QByteArray longestList()
 {
     const QByteArray list = listOf(DevicesInLongestList);
     if (list.size() > LongestList)
-        qFatal("%d devices take %d bytes", DevicesInLongestList, list.size());
+        qFatal("%d devices take %d bytes", DevicesInLongestList, int(list.size()));
     return list.leftJustified(LongestList, ' ');
 }
 

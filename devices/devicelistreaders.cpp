@@ -137,7 +137,7 @@ DeviceListReaders::Content readContent(const dom::element &document)
     DeviceListReaders::Content content;
     forEachEntry(document, [&content](const dom::element &element) {
         ++content.elements;
-        const int before = content.devices.size();
+        const auto before = content.devices.size();
         forEachMember(element, [&content, before](std::string_view key, const dom::element &devices) {
             if (key != "devices")
                 return;

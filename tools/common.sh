@@ -38,8 +38,9 @@ option() {
 declare -A package_groups=(
     [build]="build-essential ca-certificates cmake libsimdjson-dev libspice-client-glib-2.0-dev libsystemd-dev libudev-dev
         libusb-1.0-0-dev libusbredirhost-dev ninja-build pkg-config qtbase5-dev qttools5-dev"
-    [test]="castxml fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl qemu-system-x86 udev
-        python3 umockdev util-linux xauth xvfb"
+    [test]="castxml fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl python3
+        qemu-system-x86 udev umockdev util-linux xauth xvfb"
+    [qt6]="qt6-base-dev qt6-l10n-tools qt6-tools-dev"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
     [bench]="libbenchmark-dev python3 valgrind"
@@ -57,6 +58,7 @@ declare -A package_groups=(
 declare -A package_reasons=(
     [build]="compilers and the libraries that are linked"
     [test]="test framework, SPICE server, certificates, device emulation, virtual machine, screen, manual pages"
+    [qt6]="the next Qt"
     [tsan]="Qt's private headers, for the thread sanitizer"
     [coverage]="coverage report"
     [bench]="the benchmarks, and what counts instructions"

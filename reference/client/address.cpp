@@ -38,7 +38,7 @@ std::optional<SpiceAddress> SpiceAddress::parse(const QString &text)
                        "(?:(?<user>[^/]*)@)?"
                        "(?<place>(?:\\[(?<ip6>[^]/@]+)\\]|(?<host>[^]:/@[]+))(?::\\d+)?)/?$"
                        "|^(?<scheme2>spice\\+unix://)(?:(?<user2>[^/]*)@)?(?<path>[^@]+|/.+)$"));
-    const int queryAt = text.indexOf(QLatin1Char('?'));
+    const auto queryAt = text.indexOf(QLatin1Char('?'));
     const QRegularExpressionMatch match = form.match(text.left(queryAt));
     SpiceAddress address;
     QString query;

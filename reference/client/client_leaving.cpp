@@ -25,7 +25,7 @@ void Client::leave()
         beginFarewell();
         return;
     }
-    Q_EMIT takingBack(m_devices->shared().size());
+    Q_EMIT takingBack(int(m_devices->shared().size()));
     QTimer::singleShot(m_settings.timeoutSeconds * 1000, this, &Client::beginFarewell);
     m_redirect->unRedirectDeviceAll();
 }

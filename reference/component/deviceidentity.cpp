@@ -8,7 +8,7 @@
 // "1-1.4" is port 4 of hub 1-1, "1-2" is port 2 of the root hub usb1.
 QString DeviceIdentity::hub() const
 {
-    const int dot = portPath.lastIndexOf(QLatin1Char('.'));
+    const auto dot = portPath.lastIndexOf(QLatin1Char('.'));
     return dot < 0 ? QStringLiteral("usb") + portPath.left(portPath.indexOf(QLatin1Char('-'))) : portPath.left(dot);
 }
 

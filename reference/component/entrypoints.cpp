@@ -126,7 +126,7 @@ EXPORTED int redirCtrl(std::string command, char *buffer, int &length)
         return outcome && reply.startsWith('[') ? Refusal::BufferTooSmall : outcome.code;
     }
     std::memcpy(buffer, reply.constData(), std::size_t(reply.size()) + 1);
-    length = reply.size();
+    length = int(reply.size());
     return outcome.code;
 }
 

@@ -389,7 +389,7 @@ void Redirector::report(RedirEvent event, const QJsonObject &details)
         if (m_stopping)
             return 0;
         const QByteArray text = QJsonDocument(details).toJson(QJsonDocument::Compact);
-        m_notify(nullptr, event, text.constData(), text.size());
+        m_notify(nullptr, event, text.constData(), int(text.size()));
         return 0;
     };
     m_usb.call(0, tell); // a command's events are out before it returns

@@ -31,7 +31,7 @@ void readRequests(Host &host, QSocketNotifier &input)
     received.append(bytes, int(qMax(count, ssize_t(0))));
     if (count <= 0 && !received.isEmpty())
         received.append('\n'); // the last line may lack its end
-    for (int end = received.indexOf('\n'); end >= 0; end = received.indexOf('\n')) {
+    for (auto end = received.indexOf('\n'); end >= 0; end = received.indexOf('\n')) {
         const QString line = QString::fromUtf8(received.left(end)).trimmed();
         received.remove(0, end + 1);
         if (!line.isEmpty())

@@ -129,7 +129,7 @@ QStringList Chain::next(const QString &pattern, int milliseconds)
         milliseconds);
     if (!match.hasMatch())
         return {};
-    m_readOfPrinted = match.capturedEnd();
+    m_readOfPrinted = int(match.capturedEnd());
     return match.capturedTexts();
 }
 
@@ -186,7 +186,7 @@ void Chain::readEvents()
     if (!log.open(QIODevice::ReadOnly) || !log.seek(m_logRead))
         return;
     const QByteArray added = log.readAll();
-    const int whole = added.lastIndexOf('\n') + 1;
+    const auto whole = added.lastIndexOf('\n') + 1;
     for (const QByteArray &line : added.left(whole).split('\n')) {
         const QJsonObject event = QJsonDocument::fromJson(line).object();
         if (event.contains(QLatin1String("event")))

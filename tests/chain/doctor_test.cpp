@@ -152,7 +152,7 @@ TEST_F(Doctor, names_the_causes_that_a_log_shows_in_their_order)
           "[ a ] call redirHandler failed due to that m_funcRedirHandler is NULL\n");
     const Result result = run({QStringLiteral("--log"), path(QStringLiteral("log"))});
     EXPECT_EQ(result.status, 1);
-    const int first =
+    const auto first =
         result.answers.indexOf("the component is not there, or lacks a library of its own (line 2, 1 times)");
     EXPECT_GT(first, 0) << result.answers.constData();
     EXPECT_GT(result.answers.indexOf("(line 3, 2 times)"), first) << result.answers.constData();

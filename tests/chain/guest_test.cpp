@@ -131,7 +131,7 @@ TEST_F(Guest, finds_what_it_has_synced_on_a_stick_that_was_pulled)
     EXPECT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
     EXPECT_TRUE(says("GUEST GONE"));
 
-    const int synced = chain.printed().count("GUEST SYNCED");
+    const auto synced = chain.printed().count("GUEST SYNCED");
     EXPECT_GE(synced, 20);
     for (int file = 1; file <= synced; ++file) {
         QByteArray content;
@@ -162,7 +162,7 @@ TEST_F(Guest, takes_pictures_from_a_camera_that_is_unshared_in_mid_stream_and_wh
     ASSERT_TRUE(says("GUEST FRAMES [1-9]\\d+ wrong 0\r"));
 
     const qint64 before = hostKibibytes();
-    const int starts = chain.printed().count("STARTS THE STREAM AGAIN");
+    const auto starts = chain.printed().count("STARTS THE STREAM AGAIN");
     chain.monitor(QStringLiteral("stop"));
     qint64 most = 0;
     waitFor([&] { return (most = qMax(most, hostKibibytes() - before)) > 8192; }, 5000);

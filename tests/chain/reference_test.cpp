@@ -139,7 +139,7 @@ protected:
     {
         return waitFor([&] {
             const QMutexLocker lock(&mutex);
-            const int at = events.indexOf(event);
+            const auto at = events.indexOf(event);
             if (at < 0)
                 return false;
             events.removeAt(at);

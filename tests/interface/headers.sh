@@ -35,9 +35,10 @@ alone() {
     return $status
 }
 
+# Without the constants that Qt 6's own templates leave for a declared meta type when nothing is optimised.
 symbols() {
     "$cxx" "${flags[@]}" -c -x c++ - -o "$scratch/object.o"
-    nm --defined-only "$scratch/object.o" | sed 's/^[0-9a-f]* //' | sort
+    nm --defined-only "$scratch/object.o" | sed 's/^[0-9a-f]* //' | grep -v '^r _ZN9QtPrivate' | sort
 }
 
 nothing() {

@@ -94,7 +94,7 @@ TEST_F(Operations, each_logs_its_text_and_emits_its_request)
 
 TEST_F(Operations, the_text_is_logged_before_the_request_is_emitted)
 {
-    int linesBefore = -1;
+    qsizetype linesBefore = -1;
     QObject::connect(
         redirect.get(), &DevRedirectInterface::redirectDeviceByIdByThread, &listener,
         [&] { linesBefore = log.linesWith(QStringLiteral("[ infoLogOutput ]")).size(); }, Qt::DirectConnection);

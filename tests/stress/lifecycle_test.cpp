@@ -410,7 +410,7 @@ TEST_F(LifeCycle, two_threads_tell_of_usb_devices_while_the_worker_fetches_lists
         [&] {
             redirect->getDeviceListFromUniqueFrame();
             waitForWorker();
-            const int devices = redirect->getDeviceList().size();
+            const auto devices = redirect->getDeviceList().size();
             EXPECT_TRUE(devices == 0 || devices == 2 || devices == 6) << devices;
             return running == 0;
         },

@@ -25,16 +25,23 @@ class Dispatcher : public QAbstractEventDispatcher
 public:
     ~Dispatcher() override { isGone = true; }
     bool processEvents(QEventLoop::ProcessEventsFlags) override { return false; }
-    bool hasPendingEvents() override { return false; }
     void registerSocketNotifier(QSocketNotifier *) override { }
     void unregisterSocketNotifier(QSocketNotifier *) override { }
-    void registerTimer(int, int, Qt::TimerType, QObject *) override { }
     bool unregisterTimer(int) override { return true; }
     bool unregisterTimers(QObject *) override { return true; }
     QList<TimerInfo> registeredTimers(QObject *) const override { return {}; }
     int remainingTime(int) override { return -1; }
     void interrupt() override { }
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    bool hasPendingEvents() override
+    {
+        return false;
+    }
+    void registerTimer(int, int, Qt::TimerType, QObject *) override { }
     void flush() override { }
+#else
+    void registerTimer(int, qint64, Qt::TimerType, QObject *) override { }
+#endif
     void wakeUp() override
     {
         if (QThread::currentThread() == thread() || isBeingWoken.exchange(true))

@@ -197,8 +197,8 @@ TEST_F(Commands, the_latest_client_parameters_are_sent_and_the_port_stays_empty)
 
 TEST_F(Commands, the_addresses_are_read_under_the_process_wide_mutex)
 {
-    EXPECT_FALSE(s_mutext.isRecursive());
     s_mutext.lock();
+    EXPECT_FALSE(s_mutext.tryLock()) << "it is recursive";
     auto built = std::async(std::launch::async, [this] {
         return worker.structCtrlCommand(QString(), QString(), QStringLiteral("share"), ExterDeviceInfo());
     });

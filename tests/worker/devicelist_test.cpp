@@ -283,7 +283,7 @@ TEST_F(DeviceList, a_fetched_list_is_dumped_before_the_signal_comes)
         registry.setIsHandlerNotifyEvent(true);
         log.clear();
         refuseFirst(0, listOf({"a", "b"}));
-        int dumpedBefore = -1;
+        qsizetype dumpedBefore = -1;
         const auto look = [this, &dumpedBefore] {
             dumpedBefore = log.linesWith(QStringLiteral("[ printfDevList ] \"devices[")).size();
         };

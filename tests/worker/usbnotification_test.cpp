@@ -128,11 +128,11 @@ TEST_F(UsbNotification, the_refresh_runs_between_its_two_lines)
     script.ctrl = Component::listing("[]");
     sentFor("");
     const QStringList lines = log.lines();
-    const int before = lines.indexOf(module("dlx before get device list for devredirectworker!"));
-    const int enter = lines.indexOf(
+    const auto before = lines.indexOf(module("dlx before get device list for devredirectworker!"));
+    const auto enter = lines.indexOf(
         moduleLine("debug", "onNotifyEventHandler", QStringLiteral(" enter to notify redirect event process.")));
-    const int leave = lines.indexOf(moduleLine("debug", "onNotifyEventHandler", QStringLiteral(" leave.")));
-    const int after = lines.indexOf(module("dlx after get device list for devredirectworker!"));
+    const auto leave = lines.indexOf(moduleLine("debug", "onNotifyEventHandler", QStringLiteral(" leave.")));
+    const auto after = lines.indexOf(module("dlx after get device list for devredirectworker!"));
     EXPECT_GE(before, 0);
     EXPECT_GT(enter, before);
     EXPECT_GT(leave, enter);
