@@ -3,6 +3,8 @@
 # Sourced by the tools, in the root of the repository: their options, their packages, and how they build.
 
 tool=$(basename "$0")
+root=()   # how to become root
+[ "$(id -u)" = 0 ] || root=(sudo)
 install=1 # --no-install: say which packages are missing instead of installing them
 
 # The help of a tool is the comment at its top.
@@ -41,6 +43,11 @@ declare -A package_groups=(
     [test]="castxml fish git help2man libgtest-dev libspice-protocol-dev libspice-server-dev libumockdev-dev openssl python3
         qemu-system-x86 udev umockdev util-linux xauth xvfb"
     [qt6]="qt6-base-dev qt6-l10n-tools qt6-tools-dev"
+    [chroot]="mmdebstrap"
+    [aarch64]="cmake crossbuild-essential-arm64 ninja-build openssl perl pkg-config qemu-user qtbase5-dev-tools
+        qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64 libspice-client-glib-2.0-dev:arm64
+        libspice-protocol-dev libspice-server-dev:arm64 libudev-dev:arm64 libusb-1.0-0-dev:arm64
+        libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
     [bench]="libbenchmark-dev python3 valgrind"
@@ -59,6 +66,8 @@ declare -A package_reasons=(
     [build]="compilers and the libraries that are linked"
     [test]="test framework, SPICE server, certificates, device emulation, virtual machine, screen, manual pages"
     [qt6]="the next Qt"
+    [chroot]="what makes a Debian in a folder"
+    [aarch64]="cross compiler, libraries for AArch64, emulator"
     [tsan]="Qt's private headers, for the thread sanitizer"
     [coverage]="coverage report"
     [bench]="the benchmarks, and what counts instructions"
@@ -76,7 +85,7 @@ declare -A package_reasons=(
 
 # need GROUP...: sees to it that the Debian packages of these groups are there.
 need() {
-    local group package missing=() reasons=() root=()
+    local group package missing=() reasons=()
     for group in "$@"; do
         local before=${#missing[@]}
         for package in ${package_groups[$group]}; do
@@ -86,7 +95,6 @@ need() {
         [ "${#missing[@]}" = "$before" ] || reasons+=("${package_reasons[$group]}")
     done
     [ "${#missing[@]}" != 0 ] || return 0
-    [ "$(id -u)" = 0 ] || root=(sudo)
     if [ "$install" = 0 ]; then
         echo "$tool: missing packages; to install them: ${root[*]:+sudo }apt-get install ${missing[*]}" >&2
         return 1
