@@ -14,22 +14,25 @@
 class QLibrary;
 class RateLimitedLog;
 
+/// \file
+/// The way from this library into the component.
+
 /// Loads the redirection component and calls its seven entry points (component/entrypoints.h says what they do).
-///
-/// The process's one handler is DevRedirectWorker::m_redirectHandler, there from the moment in which the library has
-/// been loaded and never deleted. Any other handler unloads in its destructor.
 ///
 /// While an entry point is missing (nothing loaded yet, a component without it, or stopMappingFunction() called), and
 /// when the component throws, a call logs one critical line and gives its neutral result: false, 1 for a command,
 /// nothing otherwise. What the component returns comes back unchanged.
+///
+/// \ownership The process's one handler is DevRedirectWorker::m_redirectHandler, there from the moment in which the
+/// library has been loaded and never deleted.
 ///
 /// \thread any. Nobody may load or unload while another thread is inside a call. No lock is held while the component
 /// runs.
 class DEVREDIRECT_EXPORT RedirectHandler
 {
 public:
-    RedirectHandler();
-    ~RedirectHandler();
+    RedirectHandler(); ///< nothing is loaded yet
+    ~RedirectHandler(); ///< unloads, as unLoad() does
     RedirectHandler(const RedirectHandler &) = delete;
     RedirectHandler &operator=(const RedirectHandler &) = delete;
 
@@ -55,18 +58,25 @@ public:
     /// False if it could not be unloaded, or had not been loaded; true also when there is nothing to unload.
     bool unLoad();
 
-    /// Starts the component. Both callbacks may be empty, and are copied. An exception that leaves one is caught: one
-    /// critical line, and -1 in place of the send callback's result.
+    /// Starts the component. Both callbacks may be empty. An exception that leaves one is caught: one critical line,
+    /// and -1 in place of the send callback's result.
+    /// \ownership The component gets copies of the callbacks.
     bool loadRedirComponent(SendCallback send, EventCallback event, std::string vmId, std::string configPath);
 
+    /// Is the channel of this name the component's? \a context, which may not be null, receives the component's word
+    /// for it, and stays as it is if the component cannot be asked.
     bool checkRedirChannel(std::string channelName, void **context);
-    bool setupRedirContext(void *context, void *channel); ///< both pointers are passed on unread
-    void handlerRedirData(char *data, int length, void *context); ///< \a data is borrowed for the call
-    /// With a null \a context the event is only logged.
+    /// Joins a context to its channel. Both pointers are passed on unread.
+    bool setupRedirContext(void *context, void *channel);
+    /// Hands \a length bytes from a channel to the component.
+    /// \ownership \a data is borrowed for the call.
+    void handlerRedirData(char *data, int length, void *context);
+    /// Tells the component what happened to a channel. With a null \a context the event is only logged.
     void handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context);
 
-    /// Runs a JSON command. \a buffer (borrowed, may be null) is read for the log within the capacity; \a length is
-    /// that capacity, and then whatever the component has set, unchecked.
+    /// Runs a JSON command. \a buffer may be null; it is read for the log within the capacity. \a length is that
+    /// capacity in bytes, and then whatever the component has set, unchecked.
+    /// \ownership \a buffer is borrowed for the call.
     int handlerRedirCtrlCommand(const std::string &command, char *buffer, int &length);
 
     void redirDeinit(); ///< stops the component, which stays loaded

@@ -3,6 +3,10 @@
 
 #include <functional>
 
+/// \file
+/// What passes between the component and its surroundings: events of a channel, events for the host, and the two
+/// callbacks that carry messages and events.
+
 /// What happened to a port channel, as told to the component's "redirEventHandler". The numbers are those of the SPICE
 /// protocol's port events (SPICE_PORT_EVENT_*). Any other number that the SPICE port reports is passed on as it is.
 enum ChannelEvent : int {
@@ -23,12 +27,13 @@ enum RedirEvent : int {
     RedirEventChannelLost = 6, ///< the port channel of a redirected device is gone
 };
 
-/// Sends one message of the component to the virtual machine: the channel from "redirSetupContext", the bytes (borrowed
-/// for the call) and their number. Returns the number of bytes taken, or -1 when the application is exiting.
+/// Sends one message of the component to the virtual machine: the channel from "redirSetupContext", the bytes and their
+/// number. Returns the number of bytes taken, or -1 when the application is exiting.
+/// \ownership The bytes are borrowed for the call.
 /// \thread any; the component calls it from its own threads.
 using SendCallback = std::function<int(void *channel, char *message, int length)>;
 
-/// Tells the host of an event: the component's context pointer, the event, a text (borrowed for the call) and its
-/// length in bytes. \thread any; the component calls it from its own threads, from its start until "redirDeinit" has
-/// returned.
+/// Tells the host of an event: the component's context pointer, the event, a text and its length in bytes.
+/// \ownership The text is borrowed for the call.
+/// \thread any; the component calls it from its own threads, from its start until "redirDeinit" has returned.
 using EventCallback = std::function<void(void *context, RedirEvent event, const char *text, int length)>;

@@ -8,6 +8,9 @@
 #include <QMetaType>
 #include <QString>
 
+/// \file
+/// What the library knows of a device.
+
 /// A text that is empty and not null. \thread any
 inline QString emptyText()
 {

@@ -5,8 +5,9 @@
 
 #include <QString>
 
-// The component fixed these words; ExterDeviceInfo::rdrName and ExterDeviceInfo::transportMode hold one of them. They
-// are made while the library is being loaded and stay valid until the process has ended. \thread any
+/// \file
+/// The words of ExterDeviceInfo::rdrName and ExterDeviceInfo::transportMode, which the component fixed. They are made
+/// while the library is being loaded and stay valid until the process has ended. \thread any
 
 extern DEVREDIRECT_EXPORT const QString DISKRDR; ///< "diskrdr": a USB disk, handled by the disk redirector
 extern DEVREDIRECT_EXPORT const QString CAMRDR; ///< "camrdr": a camera, handled by the camera redirector

@@ -3,6 +3,9 @@
 
 #include <QString>
 
+/// \file
+/// The host's own parameters.
+
 /// What the host tells the library about its connection. A plain value; empty texts are allowed. \thread any
 struct DevparamfromClient
 {

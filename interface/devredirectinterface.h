@@ -22,6 +22,9 @@ class ProcessEnd;
 class RateLimitedLog;
 class WatchMountWorker;
 
+/// \file
+/// What a host includes.
+
 /// The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
 /// Create it on the host's main thread, one at a time, when there is a QCoreApplication with GLib's event loop. (A new
 /// one may be made just before the old one is destroyed, as std::unique_ptr::reset() does; the old one may then only be
@@ -53,7 +56,11 @@ class WatchMountWorker;
 /// the component is loaded every request ends as refused (a signal with false, or none where none is named). After
 /// setQuitFlag(true) messages of the component are dropped and everything else works as before.
 ///
-/// \thread host for every member, unless it says otherwise.
+/// \ownership The host owns the object, or its parent does. Callbacks are copied. Channels, contexts, buffers and
+/// texts are borrowed for the call, unless it says otherwise.
+///
+/// \thread host for every member, unless it says otherwise. That is the thread that made the object. "worker" and
+/// "mount" are the two that the object has of its own; "any" is each of these, and the component's, and others.
 class DEVREDIRECT_EXPORT DevRedirectInterface : public QObject
 {
     Q_OBJECT
@@ -63,7 +70,7 @@ public:
     /// returns from then on. \thread host
     using MapCallback = void (*)(QList<ExterDeviceInfo> &devices);
 
-    /// Starts the worker thread and the mount thread.
+    /// Starts the worker thread and the mount thread. \a parent may be null.
     explicit DevRedirectInterface(QObject *parent);
 
     /// Stops both threads and waits for them, without a limit: for the worker's current operation, so as long as the
@@ -112,15 +119,18 @@ public:
     void setQuitFlag(bool quit);
 
     /// Joins a component's context to its channel, for a host that binds channels itself. False: the component wants
-    /// to be told of an open channel by handlerRedirNoticeEvent(), or could not be asked. \a channel has to live until
-    /// the component has sent its first message on it; checkRedirChannelByThread() does not ask for that. \thread any
+    /// to be told of an open channel by handlerRedirNoticeEvent(), or could not be asked.
+    /// \ownership \a channel has to live until the component has sent its first message on it;
+    /// checkRedirChannelByThread() does not ask for that.
+    /// \thread any
     bool setupRedirContext(void *context, void *channel);
     /// Asks whether the channel of this name is the component's: 1 yes, 0 no. \a context receives its context.
+    /// \ownership The context is the component's, until it is stopped.
     /// \thread any
     int checkRedirChannel(std::string channelName, void **context);
-    /// Hands bytes from the channel to the component; borrowed for the call. \thread any
+    /// Hands \a length bytes from the channel to the component. \thread any
     void handlerRedirData(char *data, int length, void *context);
-    /// Hands a channel event to the component. \thread any
+    /// Hands a channel event to the component. With a null \a context it is only logged. \thread any
     void handlerRedirNoticeEvent(ChannelEvent event, char *text, int length, void *context);
 
     /// Fetches the device list now, and again when the mount table has changed and every USB disk is mounted. Queued;
@@ -129,11 +139,13 @@ public:
 
     // --- queries and notifications ---
 
-    /// What became of loadDynamicLib() and loadDevRedirComponentByThread(), which do their work before they return: is
-    /// the component loaded, with all its entry points; if not, why (one line for people); has it started, and not been
-    /// stopped since? \thread any
+    /// What became of loadDynamicLib(), which does its work before it returns: is the component loaded, with all its
+    /// entry points? \thread any
     bool isComponentLoaded() const;
+    /// If not, why: one line for people. Empty before the first loadDynamicLib() and if all is well. \thread any
     QString componentLoadError() const;
+    /// What became of loadDevRedirComponentByThread(), which does its work before it returns: has the component
+    /// started, and not been stopped since? \thread any
     bool isComponentStarted() const;
 
     /// The record of this identifier; a default record, and one warning line, if it is not in the list. \thread any
@@ -147,8 +159,10 @@ public:
     void sendMapCommandByDevModel(MapCallback callback);
     /// Tells the component of USB devices that were plugged in or pulled out, and fetches the list again: "product
     /// name:device name:attach state:file descriptor", several separated by ";". An entry of fewer fields is skipped
-    /// with a warning line, further fields are ignored, a descriptor that is no number counts as 0; descriptors stay
-    /// the caller's. Empty: only the list is fetched. Blocks for as long as the component takes. \thread any
+    /// with a warning line, further fields are ignored, a descriptor that is no number counts as 0. Empty: only the
+    /// list is fetched. Blocks for as long as the component takes.
+    /// \ownership Descriptors stay the caller's.
+    /// \thread any
     void notifyUsbInfo(const QString &strUsbInfos);
     /// Sends a camera policy to the component. Blocks for as long as the component takes. \thread any
     void sendConfigerInforToCamera(const QList<QString> &configerInfos);
@@ -165,7 +179,8 @@ Q_SIGNALS:
     /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink.
     void loadDevRedirComponentByThread(const QString &vmId);
     /// Request, for the host to emit: bind this port channel if it is the component's. Runs at once. Emit it once for
-    /// each channel: every time binds once more. \a channel is borrowed.
+    /// each channel: every time binds once more.
+    /// \ownership \a channel is borrowed; what is bound to it ends when it goes.
     void checkRedirChannelByThread(SpicePortChannel *channel, const QString &channelName, bool isOpened);
     /// Result of vmRebootReset(): the published list; \a status is false if it is empty.
     void deviceListResultByThread(const QList<ExterDeviceInfo> &devices, bool status);
@@ -188,11 +203,14 @@ Q_SIGNALS:
     void stopMappingFunctionByThread(); ///< request of stopMappingFunctionByDevRedirInter(); runs at once
     /// Result of redirectDeviceById() for every device except a "usbrdr" one.
     void shareDeviceResultByInterface(const ExterDeviceInfo &device, bool result);
-    /// Request, for the host to emit, and its result: fetch the list for the virtual application view, or the one for
-    /// the shared desktop view. Runs at once. \thread the one that emitted the request
+    /// Request, for the host to emit: fetch the list for the virtual application view. Runs at once. No result comes
+    /// if the component refuses.
     void getDevListByVirApp();
+    /// Result of getDevListByVirApp(): the list, which is not published. \thread the one that emitted the request
     void sendDevListInfoToVirAppByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
+    /// Request, for the host to emit: the same for the shared desktop view.
     void getDevListByShareDesk();
+    /// Result of getDevListByShareDesk(). \thread the one that emitted the request
     void sendDevListInfoToShareDeskByDevInter(const QList<ExterDeviceInfo> &deviceInfos);
 
 public Q_SLOTS:

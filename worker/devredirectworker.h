@@ -18,16 +18,20 @@
 class RedirectHandler;
 struct DevparamfromClient;
 
+/// \file
+/// What the interface asks the component for, one request after the other.
+
 /// Guards every worker's copy of the two client addresses, and nothing else. Not recursive. Never held while the
 /// component or the host is called. \thread any
 extern DEVREDIRECT_EXPORT QMutex s_mutext;
 
 /// Does the work that talks to the redirection component. There is one worker, made and handed out by
-/// DevRedirectManger; DevRedirectInterface moves it to the worker thread and deletes it when that thread ends. All
-/// component calls go through the one m_redirectHandler.
+/// DevRedirectManger. All component calls go through the one m_redirectHandler.
 ///
 /// Before the component is loaded every call to it fails with a critical line: commands count as refused, lists are
 /// not fetched. After setQuitFlag(true) what the component sends is dropped, everything else goes on as before.
+///
+/// \ownership DevRedirectInterface moves the worker to the worker thread and deletes it when that thread ends.
 ///
 /// \thread A slot runs where its connection puts it: sharing, unsharing, reset, event handling and the
 /// list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. Each member
@@ -37,8 +41,8 @@ class DEVREDIRECT_EXPORT DevRedirectWorker : public QObject
     Q_OBJECT
 
 public:
-    explicit DevRedirectWorker(QObject *parent);
-    ~DevRedirectWorker() override;
+    explicit DevRedirectWorker(QObject *parent); ///< on the thread that makes it, until it is moved
+    ~DevRedirectWorker() override; ///< neither stops nor unloads the component
 
     /// Keeps the two addresses that every device command carries. \thread any
     void setWorkerClientparam(const DevparamfromClient &param);
@@ -57,30 +61,41 @@ public:
     /// Starts the component for "virApp" or "shareDesk": without a way to send and without an event sink.
     void loadDevRedirComponentByVirApp(const QString &vmId);
 
-    /// Each runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
+    /// Runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
     bool excuteRedirectCmd(const QString &command);
+    /// The same, for a camera policy. \thread any
     bool excuteSendCameraConfigerInfo(const QString &command);
+    /// The same, for a USB device that comes or goes. \thread any
     bool excuteNotifyUsbInfoCmd(const QString &command);
 
     /// Builds a device command ("share", "unshare" or "unshareall"): compact JSON, keys in alphabetical order. Instead
     /// of \a deviceId a USBRDR device's spareTextA, if it is not empty, goes out in a "share". \thread any
     QString structCtrlCommand(const QString &ignored, const QString &deviceId, const QString &command,
                               const ExterDeviceInfo &device);
-    /// Builds a "devchange" command. \a fileDescriptor is an open descriptor of the device, not owned. \thread any
+    /// Builds a "devchange" command. \a fileDescriptor is an open descriptor of the device, or 0.
+    /// \ownership The descriptor stays the caller's.
+    /// \thread any
     QString structUsbInfoCommand(const QString &deviceName, const QString &devicePosition, const QString &deviceAttach,
                                  int fileDescriptor);
     /// Builds a "setpolicy" command for cameras; an empty list gives an empty policy. \thread any
     QString structCameraConfigerInfoCommand(const QList<QString> &policies);
 
-    /// These hand on to the RedirectHandler's functions of the same names. \thread any
+    /// RedirectHandler::checkRedirChannel() of the one handler. \thread any
     bool checkRedirChannel(std::string channelName, void **context);
+    /// RedirectHandler::setupRedirContext() of the one handler.
+    /// \ownership \a channel has to live until the component has sent its first message on it.
+    /// \thread any
     bool setupRedirContext(void *context, void *channel);
+    /// RedirectHandler::handlerRedirData() of the one handler. \thread any
     void handlerRedirData(char *data, int length, void *context);
+    /// RedirectHandler::handlerRedirNoticeEvent() of the one handler. \thread any
     void handlerRedirNoticeEvent(ChannelEvent event, char *data, int length, void *context);
 
-    /// Asks the component for its device list; true if it returned 0. \a buffer (borrowed) receives the document,
-    /// \a length is its capacity in bytes and then the document's length, always within 0 and the capacity: a component
-    /// that succeeds and claims another one gets one warning line. \thread any
+    /// Asks the component for its device list; true if it returned 0. \a buffer receives the document, \a length is
+    /// its capacity in bytes and then the document's length, always within 0 and the capacity: a component that
+    /// succeeds and claims another one gets one warning line.
+    /// \ownership \a buffer is borrowed for the call.
+    /// \thread any
     bool getDevList(char *buffer, int &length);
     /// Reads a device list (see parseExternalDeviceList()), stores it in the registry, also when it is empty, and
     /// emits sendMapCommandToVdiExterDevModel() unless the last one has not been handled yet. \thread any
@@ -90,23 +105,35 @@ public:
     /// Writes a list to the log, one line a device. \a devices is only read. \thread any
     void printfDevList(QList<ExterDeviceInfo> &devices);
 
-    /// What DevRedirectInterface says of its functions of these names. \thread any; they return when the component has
-    /// answered
+    /// Does what DevRedirectInterface::notifyUsbInfo() asks for.
+    /// \thread any. It returns when the component has answered.
     void notifyUsbInfo(const QString &strUsbInfos);
+    /// Does what DevRedirectInterface::sendConfigerInforToCamera() asks for.
+    /// \thread any. It returns when the component has answered.
     void sendConfigerInforToCamera(const QList<QString> &policies);
 
-    static RedirectHandler *m_redirectHandler; ///< the process's one handler; never null, never deleted
+    /// The process's one handler; never null.
+    /// \ownership The process's: it is never deleted.
+    static RedirectHandler *m_redirectHandler;
     static std::atomic<bool> m_bQuit; ///< the application is exiting
 
 Q_SIGNALS:
+    /// After a reset: the published list; \a status is false if it is empty.
     void deviceListResult(const QList<ExterDeviceInfo> &devices, bool status);
+    /// Never emitted. \sa shareDeviceResult()
     void redirectDeviceByIdResult(const ExterDeviceInfo &device, bool result);
+    /// Has the component given \a device back?
     void unRedirectDeviceByIdResult(const ExterDeviceInfo &device, bool status);
+    /// Has the component given all devices back?
     void unRedirectDeviceAllResult(bool status);
-    void sendMapCommandToVdiExterDevModel();
+    void sendMapCommandToVdiExterDevModel(); ///< there is a new list in the registry
+    /// Has the component taken a "diskrdr" device? \a devName is its devicePosition, \a operateType "Map".
     void diskMapResultInUsb(QString devName, QString operateType, bool status);
+    /// Has the component taken a device that is not a "usbrdr" one?
     void shareDeviceResult(const ExterDeviceInfo &device, bool result);
+    /// The list for the virtual application view.
     void sendDevListInfoToVirApp(const QList<ExterDeviceInfo> &deviceInfos);
+    /// The list for the shared desktop view.
     void sendDevListInfoToShareDesk(const QList<ExterDeviceInfo> &deviceInfos);
 
 public Q_SLOTS:
@@ -115,14 +142,16 @@ public Q_SLOTS:
     /// Starts the component for a virtual machine, under "DEBUG" if \a vmId is empty; see also
     /// loadDevRedirComponentByVirApp(). Needs an event callback and "config.json". Failure shows in the log only.
     void onLoadDevRedirComponentByWorker(const QString &vmId);
-    /// Binds a port channel (borrowed, alive) to the component if that knows its name. Each call binds once more; the
-    /// bindings end with the channel. \a isOpened: the port is open already.
+    /// Binds a port channel to the component if that knows its name. Each call binds once more. \a isOpened: the port
+    /// is open already.
+    /// \ownership \a channel is borrowed and alive; what is bound to it ends when it goes.
     void onCheckRedirChannelByWorker(SpicePortChannel *channel, const QString &channelName, bool isOpened);
-    /// A "usbrdr" device's outcome is reported by the component's events, any other's by shareDeviceResult(), a
-    /// "diskrdr" device's also by diskMapResultInUsb().
+    /// Shares a device. A "usbrdr" device's outcome is reported by the component's events, any other's by
+    /// shareDeviceResult(), a "diskrdr" device's also by diskMapResultInUsb().
     void onShareDeviceByWorker(const ExterDeviceInfo &device);
-    void onUnShareDeviceByWorker(const ExterDeviceInfo &device); ///< the outcome is unRedirectDeviceByIdResult()
-    void onUnShareAllByWorker(); ///< the outcome is unRedirectDeviceAllResult()
+    /// Takes a device back; the outcome is unRedirectDeviceByIdResult().
+    void onUnShareDeviceByWorker(const ExterDeviceInfo &device);
+    void onUnShareAllByWorker(); ///< takes all devices back; the outcome is unRedirectDeviceAllResult()
     void onResetParametersByThread(); ///< setParameters() with the list published
     void onReleaseDeviceResourceByWorker(); ///< stops the component
     void onNotifyEventHandler(); ///< something changed: fetches the list and maps it

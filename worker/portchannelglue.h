@@ -15,16 +15,20 @@
 /// All of them go through DevRedirectWorker::m_redirectHandler; without a component they log and do nothing. The "user
 /// data" of the three handlers is the context that the component gave for the channel. Nothing here owns a channel.
 
-/// Sends a message of the component, borrowed for the call, on \a channel. Returns \a length, whatever becomes of the
-/// message, or -1 if the quit flag is set and nothing is sent. Messages go out in the order of the calls; with the
-/// stock SPICE client library the default GLib main context, which the host's main loop must be running, writes them.
+/// Sends a message of the component on \a channel. Returns \a length, whatever becomes of the message, or -1 if the
+/// quit flag is set and nothing is sent. Messages go out in the order of the calls; with the stock SPICE client library
+/// the default GLib main context, which the host's main loop must be running, writes them.
+/// \ownership Both are borrowed for the call. With the stock SPICE client library a channel that was bound may have
+/// gone already: it gets nothing.
 /// \thread any
 DEVREDIRECT_EXPORT int sendDevRedirectMsgToSpice(void *channel, char *message, int length);
 
 /// For the component: see BytesWaiting.
 extern "C" DEVREDIRECT_EXPORT BytesWaiting devredirectBytesWaiting;
 
-/// Handler of "port-channel-msg": hands received bytes to the component. Returns 0. \thread the SPICE client's
+/// Handler of "port-channel-msg": hands received bytes to the component. Returns 0.
+/// \ownership \a data is borrowed for the call.
+/// \thread the SPICE client's
 DEVREDIRECT_EXPORT int onPortMsgProcess(void *channel, unsigned int type, void *data, unsigned int length,
                                         void *context);
 
