@@ -60,6 +60,7 @@ declare -A package_groups=(
     [package]="debhelper help2man pkg-kde-tools"
     [packagecheck]="diffoscope-minimal faketime lintian mmdebstrap"
     [text]="codespell shellcheck"
+    [docs]="doxygen linkchecker qttools5-dev-tools"
     [lint]="clang-format clang-tidy clazy cppcheck"
 )
 declare -A package_reasons=(
@@ -80,6 +81,7 @@ declare -A package_reasons=(
     [package]="Debian packages"
     [packagecheck]="what checks Debian packages"
     [text]="spelling, shell scripts"
+    [docs]="what makes the documentation and checks its links"
     [lint]="what reads the C++ sources without running them"
 )
 
