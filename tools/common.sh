@@ -61,6 +61,7 @@ declare -A package_groups=(
     [packagecheck]="diffoscope-minimal faketime lintian mmdebstrap"
     [text]="codespell shellcheck"
     [docs]="doxygen linkchecker qttools5-dev-tools"
+    [draw]="fonts-dejavu-core graphviz plantuml"
     [lint]="clang-format clang-tidy clazy cppcheck"
 )
 declare -A package_reasons=(
@@ -82,6 +83,7 @@ declare -A package_reasons=(
     [packagecheck]="what checks Debian packages"
     [text]="spelling, shell scripts"
     [docs]="what makes the documentation and checks its links"
+    [draw]="what draws the pictures of the documentation"
     [lint]="what reads the C++ sources without running them"
 )
 
