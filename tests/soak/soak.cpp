@@ -44,9 +44,8 @@ void tidyEmulation()
 struct Usage
 {
     int threads = int(QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot).size());
-    int descriptors = int(QDir(QStringLiteral("/proc/self/fd"))
-                              .entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System)
-                              .size());
+    int descriptors = int(
+        QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System).size());
     qint64 residentKib = 0;
 
     Usage()
