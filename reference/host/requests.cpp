@@ -129,17 +129,20 @@ void Host::shareWaiting()
     if (m_waiting.isEmpty() || !m_client->isReady())
         return;
     const QList<ExterDeviceInfo> devices = m_client->devices().list().value_or(QList<ExterDeviceInfo>());
-    for (const QString &deviceId : m_waiting.keys()) {
+    for (auto waiting = m_waiting.begin(); waiting != m_waiting.end();) {
+        const QString &deviceId = waiting.key();
         const auto device = std::find_if(devices.begin(), devices.end(),
                                          [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
         const QString obstacle = device == devices.end() ? QStringLiteral("it is not plugged in") : whatKeeps(deviceId);
         if (obstacle.isEmpty()) {
-            m_waiting.remove(deviceId);
             m_client->devices().share(*device);
-        } else if (std::exchange(m_waiting[deviceId], obstacle) != obstacle) {
+            waiting = m_waiting.erase(waiting);
+            continue;
+        }
+        if (std::exchange(*waiting, obstacle) != obstacle)
             m_output.tell(Event::Waiting, QStringLiteral("waiting to share %1: %2").arg(deviceId, obstacle),
                           {{QStringLiteral("deviceId"), deviceId}});
-        }
+        ++waiting;
     }
 }
 

@@ -147,8 +147,9 @@ void Host::leave(int exitCode)
     m_isLeaving = true;
     noteExitCode(exitCode);
     m_startLimit.stop();
-    for (const QString &deviceId : std::exchange(m_waiting, {}).keys())
-        m_requests.append(QStringLiteral("share --wait ") + deviceId);
+    for (auto waiting = m_waiting.keyBegin(); waiting != m_waiting.keyEnd(); ++waiting)
+        m_requests.append(QStringLiteral("share --wait ") + *waiting);
+    m_waiting.clear();
     for (const QString &line : std::exchange(m_requests, {}))
         requestFailed(QStringLiteral("not done: ") + line, QString());
     if (m_client)

@@ -6,6 +6,7 @@
 #include "reference/client/devicesharing.h"
 #include "reference/client/escaped.h"
 #include "reference/client/rulesfile.h"
+#include "reference/client/translatedtext.h"
 
 #include <QAccessible>
 #include <QLabel>
@@ -54,7 +55,7 @@ DevicePanel::DevicePanel(DeviceSharing &devices, const QString &rulesFile, QWidg
             [this](const QString &id, const QString &reason) { changed(id, QString(), reason); });
     connect(&m_devices, &DeviceSharing::deviceTakenBack, this, [this](const QString &id, const QJsonObject &details) {
         const QString reason = details.value(QLatin1String("text")).toString();
-        changed(id, reason.isEmpty() ? QString() : tr("%1 was taken back: %2").arg(nameOf(id), reason));
+        changed(id, reason.isEmpty() ? QString() : tr("%1 was taken back: %2").arg(nameOf(id), translatedText(reason)));
     });
     connect(&m_devices, &DeviceSharing::deviceNotTakenBack, this, &DevicePanel::refresh);
     connect(&m_devices, &DeviceSharing::deviceArrived, this, &DevicePanel::refresh);

@@ -2,6 +2,7 @@
 #include "devicerow.h"
 
 #include "reference/client/escaped.h"
+#include "reference/client/translatedtext.h"
 
 #include <QCheckBox>
 #include <QCoreApplication>
@@ -89,7 +90,10 @@ void DeviceRow::show(const ExterDeviceInfo &device, State state, bool always)
 
 void DeviceRow::setReason(const QString &reason, const QString &cure)
 {
-    m_reason->setText(reason.isEmpty() ? QString() : tr("%1\nWhat helps: %2").arg(escaped(reason), escaped(cure)));
+    m_reason->setText(
+        reason.isEmpty()
+            ? QString()
+            : tr("%1\nWhat helps: %2").arg(escaped(translatedText(reason)), escaped(translatedText(cure))));
     m_reason->setVisible(!reason.isEmpty());
 }
 

@@ -4,6 +4,7 @@
 #include "devicepanel.h"
 #include "reference/client/escaped.h"
 #include "reference/client/rulesfile.h"
+#include "reference/client/translatedtext.h"
 
 #include <QCloseEvent>
 #include <QHBoxLayout>
@@ -44,7 +45,7 @@ PanelWindow::PanelWindow(const Client::Settings &settings, QWidget *parent)
     connect(&m_client, &Client::connected, this, [this] { tell(tr("Connected to %1").arg(place())); });
     connect(&m_client, &Client::notConnected, this, &PanelWindow::notConnected);
     connect(&m_client, &Client::connectionLost, this, [this](const QString &reason, int pauseSeconds) {
-        tell(tr("The connection is lost: %1. Trying again in %2 s.").arg(reason).arg(pauseSeconds));
+        tell(tr("The connection is lost: %1. Trying again in %2 s.").arg(translatedText(reason)).arg(pauseSeconds));
     });
     connect(&m_client, &Client::left, this, &PanelWindow::left);
 }
@@ -56,7 +57,7 @@ void PanelWindow::start()
     if (m_client.start(error))
         addPanel();
     else
-        tell(error);
+        tell(translatedText(error));
 }
 
 void PanelWindow::addPanel()
@@ -74,10 +75,10 @@ void PanelWindow::addPanel()
 void PanelWindow::notConnected(SpicePortSession::End end, const QString &reason)
 {
     const bool isForPassword = end == SpicePortSession::End::Password;
-    m_state->setText(
-        tr("No connection to %1: %2\n%3")
-            .arg(place(), escaped(reason),
-                 isForPassword ? tr("Type the password here.") : QString::fromLatin1(SpicePortSession::cureOf(end))));
+    m_state->setText(tr("No connection to %1: %2\n%3")
+                         .arg(place(), escaped(translatedText(reason)),
+                              isForPassword ? tr("Type the password here.")
+                                            : translatedText(QString::fromLatin1(SpicePortSession::cureOf(end)))));
     m_again->show();
     m_password->setVisible(isForPassword);
     if (isForPassword)

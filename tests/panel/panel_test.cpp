@@ -23,6 +23,8 @@
 #include <QTranslator>
 #include <QtTest>
 
+#include <array>
+
 // Nothing is unmapped, so that the leak detector can name what Qt's plugins leave behind.
 extern "C" Q_DECL_EXPORT int dlclose(void *)
 {
@@ -328,13 +330,19 @@ TEST(Panel, follows_the_colours_of_the_desktop)
 
 TEST(Panel, speaks_german_and_chinese)
 {
-    for (const auto &[language, word] : {std::pair("de", "Freigeben"), std::pair("zh_CN", "共享")}) {
+    const std::array<const char *, 4> cases[] = {
+        {"de", "Freigeben", "nur lesbar: in der virtuellen Maschine wäre es beschreibbar", "Was hilft: sein Schalter"},
+        {"zh_CN", "共享", "只读", "拨动它的开关"},
+    };
+    for (const auto &[language, word, reason, cure] : cases) {
         QTranslator translator;
         ASSERT_TRUE(translator.load(QStringLiteral(":/translations/devredir-panel_") + QLatin1String(language)));
         QApplication::installTranslator(&translator);
         const Window window;
         EXPECT_TRUE(waitFor([&] { return window.row(Stick); }));
         EXPECT_TRUE(window.box(Stick, word)) << language;
+        EXPECT_TRUE(window.rowSays(Locked, QString::fromUtf8(reason))) << language;
+        EXPECT_TRUE(window.rowSays(Locked, QString::fromUtf8(cure))) << language;
         QApplication::removeTranslator(&translator);
     }
 }

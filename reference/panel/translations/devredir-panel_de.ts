@@ -170,4 +170,111 @@ Was hilft: %2</translation>
         <translation>Geben Sie hier das Passwort ein.</translation>
     </message>
 </context>
+<context>
+    <name>Texts</name>
+    <message>
+        <source>user %1 may not open %2; this udev rule helps: %3</source>
+        <translation>Benutzer %1 darf %2 nicht öffnen; diese udev-Regel hilft: %3</translation>
+    </message>
+    <message>
+        <source>a udev rule: %1</source>
+        <translation>eine udev-Regel: %1</translation>
+    </message>
+    <message>
+        <source>the camera policy denies it</source>
+        <translation>die Kamera-Richtlinie verbietet es</translation>
+    </message>
+    <message>
+        <source>another policy, from whoever sets it</source>
+        <translation>eine andere Richtlinie, von dem, der sie vorgibt</translation>
+    </message>
+    <message>
+        <source>read-only: it would be writable in the virtual machine</source>
+        <translation>nur lesbar: in der virtuellen Maschine wäre es beschreibbar</translation>
+    </message>
+    <message>
+        <source>its switch, or &quot;readOnly&quot; in config.json</source>
+        <translation>sein Schalter, oder „readOnly“ in config.json</translation>
+    </message>
+    <message>
+        <source>mounted at %1; unmount it first</source>
+        <translation>eingehängt in %1; erst aushängen</translation>
+    </message>
+    <message>
+        <source>no free channel</source>
+        <translation>kein freier Kanal</translation>
+    </message>
+    <message>
+        <source>one more USB port of the virtual machine</source>
+        <translation>ein weiterer USB-Anschluss der virtuellen Maschine</translation>
+    </message>
+    <message>
+        <source>already shared</source>
+        <translation>schon freigegeben</translation>
+    </message>
+    <message>
+        <source>cannot open %1: %2</source>
+        <translation>%1 lässt sich nicht öffnen: %2</translation>
+    </message>
+    <message>
+        <source>it was pulled out</source>
+        <translation>es wurde abgezogen</translation>
+    </message>
+    <message>
+        <source>no outcome within %1 seconds</source>
+        <translation>kein Ergebnis nach %1 Sekunden</translation>
+    </message>
+    <message>
+        <source>no such device</source>
+        <translation>kein solches Gerät</translation>
+    </message>
+    <message>
+        <source>the component refused</source>
+        <translation>die Komponente lehnt es ab</translation>
+    </message>
+    <message>
+        <source>the virtual machine refuses it</source>
+        <translation>die virtuelle Maschine lehnt es ab</translation>
+    </message>
+    <message>
+        <source>Is the virtual machine running, and is this its SPICE address?</source>
+        <translation>Läuft die virtuelle Maschine, und ist das ihre SPICE-Adresse?</translation>
+    </message>
+    <message>
+        <source>Does the virtual machine let more than one client in?</source>
+        <translation>Lässt die virtuelle Maschine mehr als einen Client zu?</translation>
+    </message>
+    <message>
+        <source>no answer within %1 seconds</source>
+        <translation>keine Antwort nach %1 Sekunden</translation>
+    </message>
+    <message>
+        <source>nothing answers there</source>
+        <translation>dort antwortet nichts</translation>
+    </message>
+    <message>
+        <source>the password is wrong or missing</source>
+        <translation>das Passwort ist falsch oder fehlt</translation>
+    </message>
+    <message>
+        <source>the server closed the connection</source>
+        <translation>der Server hat die Verbindung geschlossen</translation>
+    </message>
+    <message>
+        <source>the server&apos;s certificate is not trusted</source>
+        <translation>dem Zertifikat des Servers wird nicht vertraut</translation>
+    </message>
+    <message>
+        <source>what answers is no SPICE server, or refuses</source>
+        <translation>was dort antwortet, ist kein SPICE-Server oder lehnt ab</translation>
+    </message>
+    <message>
+        <source>the component is not loaded: %1</source>
+        <translation>die Komponente ist nicht geladen: %1</translation>
+    </message>
+    <message>
+        <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
+        <translation>die Komponente startet nicht: gibt es %1, und ist es lesbar? Der Grund steht im Protokoll</translation>
+    </message>
+</context>
 </TS>

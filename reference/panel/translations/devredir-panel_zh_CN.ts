@@ -170,4 +170,111 @@ What helps: %2</source>
         <translation>请在此输入密码。</translation>
     </message>
 </context>
+<context>
+    <name>Texts</name>
+    <message>
+        <source>user %1 may not open %2; this udev rule helps: %3</source>
+        <translation>用户 %1 无权打开 %2；此 udev 规则可以解决：%3</translation>
+    </message>
+    <message>
+        <source>a udev rule: %1</source>
+        <translation>一条 udev 规则：%1</translation>
+    </message>
+    <message>
+        <source>the camera policy denies it</source>
+        <translation>摄像头策略禁止共享</translation>
+    </message>
+    <message>
+        <source>another policy, from whoever sets it</source>
+        <translation>请策略的制定者更改策略</translation>
+    </message>
+    <message>
+        <source>read-only: it would be writable in the virtual machine</source>
+        <translation>只读：在虚拟机中它会变为可写</translation>
+    </message>
+    <message>
+        <source>its switch, or &quot;readOnly&quot; in config.json</source>
+        <translation>拨动它的开关，或修改 config.json 中的“readOnly”</translation>
+    </message>
+    <message>
+        <source>mounted at %1; unmount it first</source>
+        <translation>已挂载在 %1；请先卸载</translation>
+    </message>
+    <message>
+        <source>no free channel</source>
+        <translation>没有空闲通道</translation>
+    </message>
+    <message>
+        <source>one more USB port of the virtual machine</source>
+        <translation>为虚拟机增加一个 USB 端口</translation>
+    </message>
+    <message>
+        <source>already shared</source>
+        <translation>已经共享</translation>
+    </message>
+    <message>
+        <source>cannot open %1: %2</source>
+        <translation>无法打开 %1：%2</translation>
+    </message>
+    <message>
+        <source>it was pulled out</source>
+        <translation>它已被拔出</translation>
+    </message>
+    <message>
+        <source>no outcome within %1 seconds</source>
+        <translation>%1 秒内没有结果</translation>
+    </message>
+    <message>
+        <source>no such device</source>
+        <translation>没有这个设备</translation>
+    </message>
+    <message>
+        <source>the component refused</source>
+        <translation>组件拒绝了</translation>
+    </message>
+    <message>
+        <source>the virtual machine refuses it</source>
+        <translation>虚拟机拒绝了它</translation>
+    </message>
+    <message>
+        <source>Is the virtual machine running, and is this its SPICE address?</source>
+        <translation>虚拟机是否正在运行？这是它的 SPICE 地址吗？</translation>
+    </message>
+    <message>
+        <source>Does the virtual machine let more than one client in?</source>
+        <translation>虚拟机是否允许多个客户端连接？</translation>
+    </message>
+    <message>
+        <source>no answer within %1 seconds</source>
+        <translation>%1 秒内没有应答</translation>
+    </message>
+    <message>
+        <source>nothing answers there</source>
+        <translation>那里没有应答</translation>
+    </message>
+    <message>
+        <source>the password is wrong or missing</source>
+        <translation>密码错误或缺失</translation>
+    </message>
+    <message>
+        <source>the server closed the connection</source>
+        <translation>服务器关闭了连接</translation>
+    </message>
+    <message>
+        <source>the server&apos;s certificate is not trusted</source>
+        <translation>服务器的证书不受信任</translation>
+    </message>
+    <message>
+        <source>what answers is no SPICE server, or refuses</source>
+        <translation>应答的不是 SPICE 服务器，或它拒绝了连接</translation>
+    </message>
+    <message>
+        <source>the component is not loaded: %1</source>
+        <translation>组件未加载：%1</translation>
+    </message>
+    <message>
+        <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
+        <translation>组件无法启动：%1 是否存在且可读？原因见日志</translation>
+    </message>
+</context>
 </TS>

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+#include "translatedtext.h"
+
+#include <QCoreApplication>
+#include <QRegularExpression>
+
+namespace {
+
+constexpr const char Context[] = "Texts";
+
+constexpr const char *Texts[] = {
+    // what keeps a device from being shared, and what helps
+    QT_TRANSLATE_NOOP("Texts", "user %1 may not open %2; this udev rule helps: %3"),
+    QT_TRANSLATE_NOOP("Texts", "a udev rule: %1"),
+    QT_TRANSLATE_NOOP("Texts", "the camera policy denies it"),
+    QT_TRANSLATE_NOOP("Texts", "another policy, from whoever sets it"),
+    QT_TRANSLATE_NOOP("Texts", "read-only: it would be writable in the virtual machine"),
+    QT_TRANSLATE_NOOP("Texts", "its switch, or \"readOnly\" in config.json"),
+    QT_TRANSLATE_NOOP("Texts", "mounted at %1; unmount it first"),
+    QT_TRANSLATE_NOOP("Texts", "no free channel"),
+    QT_TRANSLATE_NOOP("Texts", "one more USB port of the virtual machine"),
+    // what became of a share
+    QT_TRANSLATE_NOOP("Texts", "already shared"),
+    QT_TRANSLATE_NOOP("Texts", "cannot open %1: %2"),
+    QT_TRANSLATE_NOOP("Texts", "it was pulled out"),
+    QT_TRANSLATE_NOOP("Texts", "no outcome within %1 seconds"),
+    QT_TRANSLATE_NOOP("Texts", "no such device"),
+    QT_TRANSLATE_NOOP("Texts", "the component refused"),
+    QT_TRANSLATE_NOOP("Texts", "the virtual machine refuses it"),
+    // the connection
+    QT_TRANSLATE_NOOP("Texts", "Is the virtual machine running, and is this its SPICE address?"),
+    QT_TRANSLATE_NOOP("Texts", "Does the virtual machine let more than one client in?"),
+    QT_TRANSLATE_NOOP("Texts", "no answer within %1 seconds"),
+    QT_TRANSLATE_NOOP("Texts", "nothing answers there"),
+    QT_TRANSLATE_NOOP("Texts", "the password is wrong or missing"),
+    QT_TRANSLATE_NOOP("Texts", "the server closed the connection"),
+    QT_TRANSLATE_NOOP("Texts", "the server's certificate is not trusted"),
+    QT_TRANSLATE_NOOP("Texts", "what answers is no SPICE server, or refuses"),
+    // the component
+    QT_TRANSLATE_NOOP("Texts", "the component is not loaded: %1"),
+    QT_TRANSLATE_NOOP("Texts", "the component does not start: is %1 there, and can it be read? The log has the reason"),
+};
+
+} // namespace
+
+QString translatedText(const QString &text)
+{
+    static const QRegularExpression placeMark(QStringLiteral("\\\\%\\d"));
+    for (const char *const known : Texts) {
+        QString pattern = QRegularExpression::escape(QString::fromUtf8(known));
+        pattern.replace(placeMark, QStringLiteral("(.*)"));
+        const QRegularExpressionMatch match =
+            QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text);
+        if (!match.hasMatch())
+            continue;
+        QString translated = QCoreApplication::translate(Context, known);
+        for (int i = 1; i <= match.lastCapturedIndex(); ++i)
+            translated.replace(QLatin1Char('%') + QString::number(i), match.captured(i));
+        return translated;
+    }
+    return text;
+}
