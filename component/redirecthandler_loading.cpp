@@ -7,8 +7,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-#include <QHash>
 #include <QLibrary>
+#include <QList>
 
 namespace {
 
@@ -20,49 +20,26 @@ const char *resolve(QLibrary &library, const char *symbol, std::atomic<Function 
     return entryPoint ? nullptr : symbol;
 }
 
-// A file that handlers load: one for all of them, which counts its loads. (Which loads of several QLibraries for a file
-// count depends on the version of Qt.) Never deleted, since a thread may still be asking it something.
-class ComponentFile : public QLibrary
+// Qt 6 does not count the load of a QLibrary that is made after its file has been loaded, so that others would take the
+// file away from it. It does so under another name of the file.
+QLibrary *newLibrary(const QString &path)
 {
-public:
-    using QLibrary::QLibrary;
-    int loads = 0; // those that were not taken back
-};
-
-// Guards what the files count. Held while the system loads one, which has a lock of its own for that.
-QMutex &filesMutex()
-{
-    static auto *const mutex = new QMutex;
-    return *mutex;
+    auto *library = new QLibrary(path);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    while (library->isLoaded())
+        library->setFileName(QLatin1String(QDir::isAbsolutePath(path) ? "/" : "./") + library->fileName());
+#endif
+    return library;
 }
 
-QLibrary *loadFile(const QString &path, bool &succeeded)
+// A QLibrary is never deleted: a thread may still be asking it something when it is replaced. It is kept reachable,
+// so that a leak checker shows only what was lost by mistake.
+void keepForever(QLibrary *library)
 {
-    static auto *const files = new QHash<QString, ComponentFile *>;
-    const QMutexLocker lock(&filesMutex());
-    ComponentFile *&file = (*files)[path];
-    if (!file)
-        file = new ComponentFile(path);
-    succeeded = file->load();
-    file->loads += succeeded;
-    return file;
-}
-
-// True if that has unloaded it.
-bool takeBackLoad(QLibrary *library)
-{
-    const QMutexLocker lock(&filesMutex());
-    auto *const file = static_cast<ComponentFile *>(library);
-    if (file->loads == 0 || --file->loads > 0)
-        return false;
-    return file->unload();
-}
-
-// In place of a file that could not be loaded, or whose load was taken back while others still have theirs.
-QLibrary *noFile()
-{
-    static auto *const none = new ComponentFile;
-    return none;
+    static QMutex *const mutex = new QMutex;
+    static QList<QLibrary *> *const kept = new QList<QLibrary *>;
+    const QMutexLocker lock(mutex);
+    kept->append(library);
 }
 
 } // namespace
@@ -91,10 +68,10 @@ bool RedirectHandler::load(const QString &path)
     m_log->write([&path] { return QStringLiteral(" Load redirection library, DllPath = ") + path; });
 
     m_loaded = false;
-    bool isLoaded = false;
-    QLibrary *const library = loadFile(path, isLoaded);
-    m_library = isLoaded ? library : noFile();
-    if (!isLoaded) {
+    QLibrary *library = newLibrary(path);
+    keepForever(library);
+    m_library = library;
+    if (!library->load()) {
         Log::module(QtCriticalMsg, __func__, " Failed to load redirection library. DllPath=", path,
                     ", error: ", library->errorString());
         // Of a missing file the loader's text names another one: it has tried several endings.
@@ -151,8 +128,7 @@ bool RedirectHandler::unLoad()
     QLibrary *library = m_library;
     if (!library)
         return true;
-    if (!takeBackLoad(library)) {
-        m_library = noFile();
+    if (!library->unload()) {
         Log::module(QtWarningMsg, __func__, " Fail to unload redirection modules library");
         return false;
     }
