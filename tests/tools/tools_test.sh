@@ -37,7 +37,7 @@ refuses() {
 }
 
 # Words that a tool wants besides its options.
-declare -A wanted=([fuzz]=1 [soak]=2)
+declare -A wanted=([fuzz]=1 [release]=1.0.0 [soak]=2)
 
 values=0
 for tool in tools/*; do
