@@ -25,7 +25,7 @@ Findings checkDevices()
     Findings findings;
     for (const UsbDevice &device : UsbDevice::all()) {
         const QString name = device.id() + QLatin1Char(' ') + device.name;
-        const int before = findings.size();
+        const auto before = findings.size();
         for (const Gate &gate : {permissionGate(device), useGate(device)}) {
             if (!gate.outcome)
                 findings.append(bad(name, gate.outcome.text, gate.cure));

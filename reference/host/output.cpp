@@ -156,7 +156,7 @@ void Output::table(Event event, const QList<QStringList> &rows)
         for (int i = 0; i < row.size(); ++i) {
             if (i == widths.size())
                 widths.append(0);
-            widths[i] = qMax(widths[i], escaped(row[i]).size());
+            widths[i] = qMax(widths[i], int(escaped(row[i]).size()));
         }
     }
     for (const QStringList &row : rows) {
