@@ -116,6 +116,13 @@ need() {
     rm -f "$log"
 }
 
+# files PATTERN...: those that are committed, or would be.
+files() {
+    git ls-files --cached --others --exclude-standard -- "$@" | sort -u | while read -r file; do
+        [ ! -f "$file" ] || echo "$file"
+    done
+}
+
 # build PRESET [TARGET...]: configures and builds. On a terminal it shows how far it is; elsewhere nothing is printed but
 # the end of what went wrong.
 build() {

@@ -91,11 +91,8 @@ QString Client::startComponent()
 
 void Client::deviceShared(const QString &deviceId, const QString &why)
 {
-    for (const ExterDeviceInfo &device : m_devices->list().value_or(QList<ExterDeviceInfo>())) {
-        if (device.deviceId == deviceId)
-            tellJournal(device, m_settings.address ? m_settings.address->uri : m_settings.vmId,
-                        why.isEmpty() ? QStringLiteral("come back to its channel") : why);
-    }
+    tellJournal(m_redirect->getDeviceInfo(deviceId), m_settings.address ? m_settings.address->uri : m_settings.vmId,
+                why.isEmpty() ? QStringLiteral("come back to its channel") : why);
 }
 
 void Client::onDeviceList(QList<ExterDeviceInfo> &devices)

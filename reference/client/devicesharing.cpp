@@ -38,31 +38,33 @@ std::optional<QList<ExterDeviceInfo>> DeviceSharing::list()
 
 void DeviceSharing::share(const ExterDeviceInfo &device, const QString &why)
 {
-    m_why.insert(device.deviceId, why);
-    begin(device.deviceId, device.rdrName == USBRDR ? Wait::ShareByEvent : Wait::Share);
+    begin(device.deviceId, {device.rdrName == USBRDR ? Wait::ShareByEvent : Wait::Share, why});
     m_redirect.redirectDeviceById(device);
 }
 
 void DeviceSharing::takeBack(const ExterDeviceInfo &device)
 {
-    m_why.remove(device.deviceId);
-    begin(device.deviceId, Wait::TakingBack);
+    begin(device.deviceId, {Wait::TakingBack});
     m_redirect.unRedirectDeviceById(device);
 }
 
-void DeviceSharing::begin(const QString &deviceId, Wait wait)
+void DeviceSharing::begin(const QString &deviceId, const Pending &pending)
 {
-    m_pending.insert(deviceId, wait);
+    m_pending.insert(deviceId, pending);
     m_limit.start();
 }
 
-// False if nobody waited for it.
-bool DeviceSharing::end(const QString &deviceId)
+// Nothing if nobody waited for it.
+std::optional<DeviceSharing::Pending> DeviceSharing::end(const QString &deviceId)
 {
-    const bool wasPending = m_pending.remove(deviceId) > 0;
+    const auto found = m_pending.constFind(deviceId);
+    if (found == m_pending.constEnd())
+        return std::nullopt;
+    const Pending ended = *found;
+    m_pending.erase(found);
     if (m_pending.isEmpty())
         m_limit.stop();
-    return wasPending;
+    return ended;
 }
 
 void DeviceSharing::settleIfDone()
@@ -74,10 +76,9 @@ void DeviceSharing::settleIfDone()
 void DeviceSharing::waitedTooLong()
 {
     const QString reason = QStringLiteral("no outcome within %1 seconds").arg(m_limit.interval() / 1000);
-    const QHash<QString, Wait> waiting = std::exchange(m_pending, {});
-    m_why.clear();
+    const QHash<QString, Pending> waiting = std::exchange(m_pending, {});
     for (auto one = waiting.begin(); one != waiting.end(); ++one) {
-        if (*one == Wait::TakingBack)
+        if (one->wait == Wait::TakingBack)
             Q_EMIT deviceNotTakenBack(one.key(), reason);
         else
             Q_EMIT deviceNotShared(one.key(), reason);
@@ -88,12 +89,11 @@ void DeviceSharing::waitedTooLong()
 // Also for what somebody else has asked the library for.
 void DeviceSharing::shareEnded(const QString &deviceId, bool success)
 {
-    const bool asked = end(deviceId);
+    const std::optional<Pending> asked = end(deviceId);
     const QString failure = m_failures.take(deviceId);
-    const QString why = m_why.take(deviceId);
     if (success && (asked || !m_shared.contains(deviceId))) {
         m_shared.insert(deviceId);
-        Q_EMIT deviceShared(deviceId, why);
+        Q_EMIT deviceShared(deviceId, asked.value_or(Pending()).why);
     } else if (!success && asked) {
         Q_EMIT deviceNotShared(deviceId, failure.isEmpty() ? QStringLiteral("the component refused") : failure);
     }
@@ -102,7 +102,7 @@ void DeviceSharing::shareEnded(const QString &deviceId, bool success)
 
 void DeviceSharing::takingBackEnded(const QString &deviceId, bool success)
 {
-    const bool asked = end(deviceId);
+    const bool asked = end(deviceId).has_value();
     const bool wasShared = m_shared.contains(deviceId);
     if (success && (asked || wasShared)) {
         m_shared.remove(deviceId);
@@ -117,7 +117,7 @@ void DeviceSharing::takingBackEnded(const QString &deviceId, bool success)
 void DeviceSharing::happened(RedirEvent event, const QJsonObject &details)
 {
     const QString deviceId = details.value(QLatin1String("deviceId")).toString();
-    const bool isOutcome = m_pending.value(deviceId, Wait::Share) == Wait::ShareByEvent;
+    const bool isOutcome = m_pending.value(deviceId).wait == Wait::ShareByEvent;
     switch (event) {
     case RedirEventDeviceArrived:
         Q_EMIT deviceArrived(deviceId, details);

@@ -61,18 +61,22 @@ Q_SIGNALS:
 
 private:
     enum class Wait { Share, ShareByEvent, TakingBack };
+    struct Pending
+    {
+        Wait wait = Wait::Share;
+        QString why{}; ///< of a share
+    };
 
     void happened(RedirEvent event, const QJsonObject &details);
     void shareEnded(const QString &deviceId, bool success);
     void takingBackEnded(const QString &deviceId, bool success);
-    void begin(const QString &deviceId, Wait wait);
-    bool end(const QString &deviceId);
+    void begin(const QString &deviceId, const Pending &pending);
+    std::optional<Pending> end(const QString &deviceId);
     void settleIfDone();
     void waitedTooLong();
 
     DevRedirectInterface &m_redirect;
-    QHash<QString, Wait> m_pending; ///< devices whose outcome is waited for
-    QHash<QString, QString> m_why; ///< of the shares among them
+    QHash<QString, Pending> m_pending; ///< devices whose outcome is waited for
     QSet<QString> m_shared;
     QHash<QString, QString> m_failures; ///< by device, what was said before its outcome
     std::optional<QList<ExterDeviceInfo>> m_fresh; ///< what list() was given

@@ -15,8 +15,7 @@ std::optional<QList<TransferSpeed>> TransferSpeeds::look()
     const auto answer = askComponent(QStringLiteral("stats"));
     if (!answer)
         return std::nullopt;
-    const double seconds = qMax(0.001, double(m_sinceLast.isValid() ? m_sinceLast.restart() : 0) / 1000);
-    m_sinceLast.start();
+    const double seconds = qMax(0.001, double(m_sinceLast.restart()) / 1000);
     const QHash<QString, Bytes> before = std::exchange(m_last, {});
     QList<TransferSpeed> speeds;
     for (const QJsonValue one : *answer) {

@@ -20,6 +20,8 @@ struct TransferSpeed
 class TransferSpeeds
 {
 public:
+    TransferSpeeds() { m_sinceLast.start(); }
+
     /// Nothing if the component does not count.
     std::optional<QList<TransferSpeed>> look();
 

@@ -53,10 +53,17 @@ QString translatedText(const QString &text)
             QRegularExpression(QRegularExpression::anchoredPattern(pattern)).match(text);
         if (!match.hasMatch())
             continue;
-        QString translated = QCoreApplication::translate(Context, known);
-        for (int i = 1; i <= match.lastCapturedIndex(); ++i)
-            translated.replace(QLatin1Char('%') + QString::number(i), match.captured(i));
-        return translated;
+        const QString translated = QCoreApplication::translate(Context, known);
+        switch (match.lastCapturedIndex()) { // all at once: what is put in may hold a mark itself
+        case 1:
+            return translated.arg(match.captured(1));
+        case 2:
+            return translated.arg(match.captured(1), match.captured(2));
+        case 3:
+            return translated.arg(match.captured(1), match.captured(2), match.captured(3));
+        default:
+            return translated;
+        }
     }
     return text;
 }

@@ -267,10 +267,9 @@ Outcome Component::deviceChanged(const QJsonObject &command)
             continue;
         if (!attached)
             m_redirector.unshare(device.id());
-        if (m_config.openByDescriptor) {
-            const int descriptor = command.value(QLatin1String("fd")).toInt();
+        const int descriptor = command.value(QLatin1String("fd")).toInt(); // 0 is none
+        if (m_config.openByDescriptor)
             m_redirector.setDescriptor(device, attached && descriptor > 0 ? descriptor : -1);
-        }
         if (attached)
             m_redirector.report(RedirEventDeviceArrived,
                                 {{DeviceId, device.id()}, {QStringLiteral("name"), device.name}});

@@ -223,12 +223,13 @@ QJsonArray Redirector::statistics()
 
 void Redirector::setDescriptor(const UsbDevice &device, int descriptor)
 {
+    Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     m_usb.call(0, [&] {
-        if (isShared(device.id())) // by the one that there is
-            return 0;
-        m_descriptors.erase(device.portPath);
-        if (descriptor >= 0)
-            m_descriptors.emplace(device.portPath, fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
+        if (!isShared(device.id())) { // by the one that there is
+            m_descriptors.erase(device.portPath);
+            if (copy)
+                m_descriptors.emplace(device.portPath, std::move(copy));
+        }
         return 0;
     });
 }

@@ -55,7 +55,8 @@ public:
     Outcome unshare(const QString &deviceId, const Outcome &reason = {});
     void unshareAll();
 
-    /// Opens the device by a copy of this descriptor, which somebody else has opened, until it leaves; -1: no more.
+    /// Opens the device by a copy of this descriptor, which somebody else has opened, until it leaves; -1, or one that
+    /// is not open: no more.
     void setDescriptor(const UsbDevice &device, int descriptor);
     bool hasDescriptor(const UsbDevice &device);
 

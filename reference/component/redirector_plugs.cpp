@@ -64,6 +64,7 @@ void Redirector::watchArrivals()
 
 void Redirector::deviceLeft(const QString &portPath)
 {
+    const auto descriptor = m_descriptors.extract(portPath); // closed when the device has been given back
     m_arriving.remove(portPath);
     const auto kept = m_kept.find(portPath);
     if (kept != m_kept.end())
@@ -77,7 +78,6 @@ void Redirector::deviceLeft(const QString &portPath)
         keepChannel(number, portPath, true);
         release(*channel);
     }
-    m_descriptors.erase(portPath);
     noteFailure(deviceId, {}); // no list will show it any more
     report(RedirEventDeviceLeft, {{QStringLiteral("deviceId"), deviceId}});
 }

@@ -7,6 +7,7 @@
 #include "reference/client/rulesfile.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -43,7 +44,7 @@ void Host::showStatistics(bool live)
 {
     if (const auto speeds = m_speeds.look())
         m_output.statistics(*speeds, live);
-    else
+    else if (!live || std::exchange(m_showsSpeeds, false))
         requestFailed(QStringLiteral("no statistics: this component does not count"), QString());
 }
 

@@ -102,6 +102,7 @@ private:
         m_waiting; ///< devices to be shared as soon as they can be, and what was told to be in the way
     TransferSpeeds m_speeds;
     bool m_expectMore;
+    bool m_showsSpeeds; ///< every second
     bool m_hasListed = false;
     bool m_hasAsked = false; ///< for the password
     bool m_isLeaving = false;

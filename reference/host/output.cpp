@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -152,20 +153,19 @@ void Output::tellJson(Event event, QJsonObject object)
 void Output::table(Event event, const QList<QStringList> &rows)
 {
     QList<int> widths;
-    for (const QStringList &row : rows) {
-        for (int i = 0; i < row.size(); ++i) {
-            if (i == widths.size())
-                widths.append(0);
-            widths[i] = qMax(widths[i], int(escaped(row[i]).size()));
-        }
+    for (int i = 0; i < rows.first().size(); ++i) {
+        const auto widest = std::max_element(rows.begin(), rows.end(), [i](const QStringList &a, const QStringList &b) {
+            return escaped(a[i]).size() < escaped(b[i]).size();
+        });
+        widths.append(int(escaped((*widest)[i]).size()));
     }
+    const char *emphasis = m_hasColours ? Bold : "";
     for (const QStringList &row : rows) {
         QString line;
         for (int i = 0; i < row.size(); ++i)
             line += escaped(row[i]).leftJustified(widths[i] + 2);
-        line = line.trimmed();
-        const bool isHeading = &row == &rows.first();
-        print(event, isHeading && m_hasColours ? QLatin1String(Bold) + line + QLatin1String(Plain) : line);
+        print(event, QLatin1String(emphasis) + line.trimmed() + QLatin1String(*emphasis ? Plain : ""));
+        emphasis = "";
     }
 }
 

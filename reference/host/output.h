@@ -52,7 +52,7 @@ private:
     void print(Event event, const QString &line);
 
     const bool m_json;
-    const bool m_hasTerminal; ///< both streams are one
+    const bool m_hasTerminal; ///< both streams go to one
     const bool m_hasColours;
     bool m_hasProgress = false; ///< on the last line
 };

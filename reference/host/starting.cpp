@@ -32,7 +32,7 @@ int exitCodeOf(SpicePortSession::End end)
 
 Host::Host(Options options)
     : m_options(std::move(options)), m_output(m_options.json), m_requests(m_options.requests),
-      m_expectMore(m_options.interactive)
+      m_expectMore(m_options.interactive), m_showsSpeeds(m_options.liveStatistics)
 {
     connect(&m_second, &QTimer::timeout, this, &Host::eachSecond);
     m_startLimit.setSingleShot(true);

@@ -20,7 +20,7 @@ void Host::eachSecond()
 {
     if (!m_isLeaving)
         shareWaiting();
-    if (m_options.liveStatistics && !m_isLeaving && m_client->isReady())
+    if (m_showsSpeeds && !m_isLeaving && m_client->isReady())
         showStatistics(true);
     const QString waitsFor = this->waitsFor();
     if (std::exchange(m_waitsFor, waitsFor) != waitsFor)

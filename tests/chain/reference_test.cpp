@@ -40,7 +40,7 @@ const QString Id = QStringLiteral("1-1:11");
 const QString DescribedId = QStringLiteral("described"); // in config.json
 
 std::atomic<bool> usbWorks{true};
-std::atomic<int> broughtDescriptor{-1}; // what the host has opened, as test of what the component opens
+std::atomic<int> broughtDescriptor{-1}; // the host's, of the device 1-1
 
 void ignoreList(QList<ExterDeviceInfo> &) { }
 
@@ -271,8 +271,11 @@ TEST_F(Reference, shares_a_device_that_it_may_not_open_by_the_descriptor_that_th
     world("deny 1-1");
     EXPECT_EQ(run("share", Id), Refusal::NoPermission);
 
-    EXPECT_EQ(tell("1", 0), 0); // is none
-    EXPECT_EQ(run("share", Id), Refusal::NoPermission);
+    for (const int none : {0, 99999}) {
+        EXPECT_EQ(tell("1", none), 0);
+        EXPECT_FALSE(closes("permission", Id).isNull()) << none;
+        EXPECT_EQ(run("share", Id), Refusal::NoPermission) << none;
+    }
     EXPECT_EQ(tell("1", broughtDescriptor), 0);
     EXPECT_TRUE(closes("permission", Id).isNull());
     EXPECT_EQ(run("share", Id), 0);
@@ -285,6 +288,14 @@ TEST_F(Reference, shares_a_device_that_it_may_not_open_by_the_descriptor_that_th
     EXPECT_EQ(tell("0", 0), 0);
     EXPECT_TRUE(getsDriver("usb-storage"));
     EXPECT_EQ(run("share", Id), Refusal::NoPermission);
+
+    EXPECT_EQ(tell("1", broughtDescriptor), 0);
+    EXPECT_EQ(run("share", Id), 0);
+    world("unplug 1-1");
+    EXPECT_TRUE(reported(RedirEventDeviceLeft));
+    world("plug 1-1"); // another node, and perhaps another device
+    ASSERT_TRUE(waitFor([] { return !listed(Id).isEmpty(); }));
+    EXPECT_FALSE(closes("permission", Id).isNull());
     world("allow 1-1");
     close(broughtDescriptor.exchange(-1));
 }
