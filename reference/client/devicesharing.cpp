@@ -60,7 +60,7 @@ std::optional<DeviceSharing::Pending> DeviceSharing::end(const QString &deviceId
     const auto found = m_pending.constFind(deviceId);
     if (found == m_pending.constEnd())
         return std::nullopt;
-    const Pending ended = *found;
+    std::optional<Pending> ended = *found;
     m_pending.erase(found);
     if (m_pending.isEmpty())
         m_limit.stop();
