@@ -44,10 +44,12 @@ declare -A package_groups=(
         qemu-system-x86 udev umockdev util-linux xauth xvfb"
     [qt6]="qt6-base-dev qt6-l10n-tools qt6-tools-dev"
     [chroot]="mmdebstrap"
-    [aarch64]="cmake crossbuild-essential-arm64 ninja-build openssl perl pkg-config qemu-user qtbase5-dev-tools
-        qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64 libspice-client-glib-2.0-dev:arm64
-        libspice-protocol-dev libspice-server-dev:arm64 libudev-dev:arm64 libusb-1.0-0-dev:arm64
-        libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
+    [aarch64]="cmake crossbuild-essential-arm64 debhelper help2man ninja-build openssl perl pkg-config pkg-kde-tools qemu-user
+        qtbase5-dev-tools qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64 libspice-client-glib-2.0-dev:arm64
+        libspice-protocol-dev libspice-server-dev:arm64 libsystemd-dev:arm64 libudev-dev:arm64
+        libusb-1.0-0-dev:arm64 libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
+    [compat]="build-essential clang cmake git libgtest-dev libsimdjson-dev libspice-client-glib-2.0-dev libspice-protocol-dev
+        libspice-server-dev lld llvm ninja-build openssl pkg-config python3 qtbase5-dev"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
     [bench]="libbenchmark-dev python3 valgrind"
@@ -121,6 +123,41 @@ files() {
     git ls-files --cached --others --exclude-standard -- "$@" | sort -u | while read -r file; do
         [ ! -f "$file" ] || echo "$file"
     done
+}
+
+# in_debian NAME SUITE ARCHITECTURES PACKAGES COMMAND...: runs COMMAND in a Debian with these packages, where they disturb
+# nobody, and where this folder has the same name. The first call makes it in build/NAME, as root; the command is run by
+# the user who called.
+in_debian() {
+    local debian=$PWD/build/$1 suite=$2 architectures=$3 packages=$4
+    shift 4
+    if [ "$(cat "$debian.packages" 2>/dev/null)" != "$packages" ]; then
+        echo "== making $debian"
+        "${root[@]}" rm -rf --one-file-system "$debian" "$debian.packages"
+        mkdir -p build
+        "${root[@]}" mmdebstrap --quiet --variant=minbase --architectures="$architectures" --include="$packages" "$suite" "$debian" ||
+            return
+        echo "$packages" >"$debian.packages"
+    fi
+    # shellcheck disable=SC2016
+    "${root[@]}" unshare --mount bash -c '
+        set -e
+        debian=$1 user=$2 jobs=$3
+        shift 3
+        mkdir -p "$debian$PWD"
+        mount --bind "$PWD" "$debian$PWD"
+        mount --rbind /dev "$debian/dev"
+        mount --rbind /proc "$debian/proc"
+        exec env --ignore-environment HOME=/tmp PATH=/usr/bin:/usr/sbin LANG=C.UTF-8 CMAKE_BUILD_PARALLEL_LEVEL="$jobs" \
+            chroot --userspec="$user" "$debian" env --chdir="$PWD" "$@"' "$tool" \
+        "$debian" "$(id -u):$(id -g)" "${CMAKE_BUILD_PARALLEL_LEVEL:-}" "$@"
+}
+
+# ...in one that cross-builds for AArch64, of this machine's release.
+in_aarch64_debian() {
+    local suite
+    suite=$(. /etc/os-release; echo "$VERSION_CODENAME")
+    in_debian aarch64-debian "$suite" amd64,arm64 "${package_groups[aarch64]}" "$@"
 }
 
 # build PRESET [TARGET...]: configures and builds. On a terminal it shows how far it is; elsewhere nothing is printed but

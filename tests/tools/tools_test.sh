@@ -66,6 +66,7 @@ for tool in tools/*; do
 done
 [ $values -ge 5 ] || fail "only $values options with a value were found"
 
+refuses tools/package --check --aarch64
 refuses tools/test --preset nosuch
 refuses tools/test --repeat many
 refuses tools/test nosuch
@@ -75,6 +76,7 @@ refuses tools/bench --plot --filter devices
 refuses tools/bench nosuch
 refuses tools/fuzz
 refuses tools/fuzz 1 nosuch
+refuses tools/compat nosuch
 refuses tools/soak
 refuses tools/soak 1
 refuses tools/lint nosuch
