@@ -25,8 +25,8 @@ void Host::eachSecond()
     const QString waitsFor = this->waitsFor();
     if (std::exchange(m_waitsFor, waitsFor) != waitsFor)
         m_waitsSince.start();
-    m_output.progress(
-        waitsFor.isEmpty() ? waitsFor : QStringLiteral("%1 … %2 s").arg(waitsFor).arg(m_waitsSince.elapsed() / 1000));
+    const int seconds = qRound(static_cast<double>(m_waitsSince.elapsed()) / 1000);
+    m_output.progress(waitsFor.isEmpty() ? waitsFor : QStringLiteral("%1 … %2 s").arg(waitsFor).arg(seconds));
 }
 
 QString Host::waitsFor() const
