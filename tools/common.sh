@@ -44,10 +44,10 @@ declare -A package_groups=(
         qemu-system-x86 udev umockdev util-linux xauth xvfb"
     [qt6]="qt6-base-dev qt6-l10n-tools qt6-tools-dev"
     [chroot]="mmdebstrap"
-    [aarch64]="cmake crossbuild-essential-arm64 debhelper help2man ninja-build openssl perl pkg-config pkg-kde-tools qemu-user
-        qtbase5-dev-tools qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64 libspice-client-glib-2.0-dev:arm64
-        libspice-protocol-dev libspice-server-dev:arm64 libsystemd-dev:arm64 libudev-dev:arm64
-        libusb-1.0-0-dev:arm64 libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
+    [aarch64]="build-essential cmake crossbuild-essential-arm64 debhelper help2man ninja-build openssl perl pkg-config
+        pkg-kde-tools qemu-user qtbase5-dev-tools qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64
+        libspice-client-glib-2.0-dev:arm64 libspice-protocol-dev libspice-server-dev:arm64 libsystemd-dev:arm64
+        libudev-dev:arm64 libusb-1.0-0-dev:arm64 libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
     [compat]="build-essential clang cmake git libgtest-dev libsimdjson-dev libspice-client-glib-2.0-dev libspice-protocol-dev
         libspice-server-dev lld llvm ninja-build openssl pkg-config python3 qtbase5-dev"
     [tsan]="qtbase5-private-dev"
