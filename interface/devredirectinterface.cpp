@@ -24,7 +24,7 @@ static constexpr unsigned long LongestGoodbyeMilliseconds =
     100; // for each thread when the process ends before this object
 
 /// Watches what is queued for a receiver, goes with it to its thread, and drops and counts it at the end: a thread that
-/// is asked to quit would first do all that had been asked of it before.
+/// is asked to quit would first do what it has already taken out of its queue.
 class DevRedirectInterface::CallFilter : public QObject
 {
 public:
@@ -33,12 +33,8 @@ public:
         receiver->installEventFilter(this);
     }
 
-    bool eventFilter(QObject *receiver, QEvent *event) override
+    bool eventFilter(QObject *, QEvent *event) override
     {
-        if (event->type() == QEvent::Quit) { // posted behind all calls
-            receiver->thread()->quit();
-            return true;
-        }
         if (event->type() != QEvent::MetaCall || !m_interface.m_isDropping)
             return false;
         ++m_interface.m_dropped;
@@ -77,16 +73,23 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
     m_log->start();
 }
 
+// What is still queued then is delivered, and so counted. Nothing may be posted to the thread from here on: Qt wakes it
+// after that, when it may have ended.
 static void endThread(QThread &thread, QObject *receiver)
 {
     if (receiver) // otherwise it has gone with the thread's event loop
-        QCoreApplication::postEvent(receiver, new QEvent(QEvent::Quit));
+        QObject::connect(
+            &thread, &QThread::finished, receiver,
+            [receiver] { QCoreApplication::sendPostedEvents(receiver, QEvent::MetaCall); }, Qt::DirectConnection);
+    thread.quit();
     thread.wait(std::numeric_limits<unsigned long>::max());
 }
 
 DevRedirectInterface::~DevRedirectInterface()
 {
     m_isDropping = true;
+    if (m_watchMountWorker && m_devRedirectWorker)
+        disconnect(m_watchMountWorker, nullptr, m_devRedirectWorker, nullptr);
     endThread(m_workerThread, m_devRedirectWorker);
     endThread(m_mountThread, m_watchMountWorker);
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them

@@ -9,7 +9,23 @@
 
 #include <QPointer>
 
+#include <dlfcn.h>
 #include <spice-client.h>
+
+namespace {
+
+thread_local unsigned long wakeUpMicroseconds = 0; ///< how long this thread is held up before it wakes another
+
+}
+
+extern "C" __attribute__((visibility("default"))) void g_main_context_wakeup(GMainContext *context)
+{
+    static const auto realWakeUp =
+        reinterpret_cast<void (*)(GMainContext *)>(dlsym(RTLD_NEXT, "g_main_context_wakeup"));
+    if (wakeUpMicroseconds > 0)
+        QThread::usleep(wakeUpMicroseconds);
+    realWakeUp(context);
+}
 
 namespace {
 
@@ -164,6 +180,24 @@ TEST_F(LifeCycle, destroyed_while_the_worker_is_busy)
         queueWork();
         ASSERT_TRUE(waitFor([this] { return !script.commands().empty(); }));
         redirect.reset();
+        makeInterface();
+    }
+}
+
+TEST_F(LifeCycle, destroyed_while_a_thread_ends_before_it_is_woken_for_that)
+{
+    script.ctrl = [](const std::string &, char *, int &) {
+        QThread::usleep(2000);
+        return 0;
+    };
+    g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL); // so GLib takes it when what is woken has gone
+    for (int round = 0; round < 20; ++round) {
+        script.forgetCalls();
+        queueWork();
+        ASSERT_TRUE(waitFor([this] { return !script.commands().empty(); }));
+        wakeUpMicroseconds = 10000;
+        redirect.reset();
+        wakeUpMicroseconds = 0;
         makeInterface();
     }
 }
