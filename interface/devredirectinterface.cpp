@@ -45,6 +45,15 @@ private:
     DevRedirectInterface &m_interface;
 };
 
+// What is still queued when the thread ends is delivered then, to be dropped and counted.
+static void startThread(QThread &thread, QObject *receiver)
+{
+    QObject::connect(&thread, &QThread::finished, receiver,
+                     [receiver] { QCoreApplication::sendPostedEvents(receiver, QEvent::MetaCall); });
+    receiver->moveToThread(&thread);
+    thread.start();
+}
+
 DevRedirectInterface::DevRedirectInterface(QObject *parent)
     : QObject(parent), m_log(std::make_unique<RateLimitedLog>("infoLogOutput"))
 {
@@ -66,21 +75,14 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
 
     for (QObject *const receiver : std::initializer_list<QObject *>{this, m_devRedirectWorker, m_watchMountWorker})
         new CallFilter(receiver, *this);
-    m_devRedirectWorker->moveToThread(&m_workerThread);
-    m_watchMountWorker->moveToThread(&m_mountThread);
-    m_workerThread.start();
-    m_mountThread.start();
+    startThread(m_workerThread, m_devRedirectWorker);
+    startThread(m_mountThread, m_watchMountWorker);
     m_log->start();
 }
 
-// What is still queued then is delivered, and so counted. Nothing may be posted to the thread from here on: Qt wakes it
-// after that, when it may have ended.
-static void endThread(QThread &thread, QObject *receiver)
+// Nothing may be posted to the thread from here on: Qt wakes it after that, when it may have ended.
+static void endThread(QThread &thread)
 {
-    if (receiver) // otherwise it has gone with the thread's event loop
-        QObject::connect(
-            &thread, &QThread::finished, receiver,
-            [receiver] { QCoreApplication::sendPostedEvents(receiver, QEvent::MetaCall); }, Qt::DirectConnection);
     thread.quit();
     thread.wait(std::numeric_limits<unsigned long>::max());
 }
@@ -90,8 +92,8 @@ DevRedirectInterface::~DevRedirectInterface()
     m_isDropping = true;
     if (m_watchMountWorker && m_devRedirectWorker)
         disconnect(m_watchMountWorker, nullptr, m_devRedirectWorker, nullptr);
-    endThread(m_workerThread, m_devRedirectWorker);
-    endThread(m_mountThread, m_watchMountWorker);
+    endThread(m_workerThread);
+    endThread(m_mountThread);
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
     if (m_dropped > 0)
         Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_dropped.load());

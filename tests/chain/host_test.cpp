@@ -70,6 +70,14 @@ public:
         });
     }
 
+    bool answers(const QRegularExpression &pattern)
+    {
+        return waitFor([&] {
+            read();
+            return QString::fromUtf8(m_answers).contains(pattern);
+        });
+    }
+
     int status()
     {
         m_process.closeWriteChannel();
@@ -660,8 +668,7 @@ TEST(Host, tells_a_terminal_what_it_waits_for_and_clears_that_away)
                 {}, {}, QStringLiteral("script"));
     run.ask("share --wait 1-9:NONE\n");
     const QRegularExpression waiting(QStringLiteral("\r\033\\[Kwaiting to share … [1-9]"));
-    EXPECT_TRUE(waitFor([&] { return QString::fromUtf8(run.answers()).contains(waiting); }))
-        << run.answers().constData();
+    EXPECT_TRUE(run.answers(waiting)) << run.answers().constData();
     run.ask("share 1-1:11\n");
     EXPECT_TRUE(run.prints("\r\033[K\033[32mshared: 1-1:11\033[m\r\n")) << run.answers().constData();
 }
