@@ -14,6 +14,8 @@
 #include <QScrollArea>
 #include <QVBoxLayout>
 
+#include <iterator>
+
 namespace {
 constexpr int SpeedMilliseconds = 1000;
 constexpr int NoticeMilliseconds = 10000;
@@ -31,6 +33,7 @@ DevicePanel::DevicePanel(DeviceSharing &devices, const QString &rulesFile, QWidg
     auto *area = new QScrollArea;
     area->setWidgetResizable(true);
     area->setFrameShape(QFrame::NoFrame);
+    area->setFocusPolicy(Qt::NoFocus); // it follows the switch that has the focus
     area->setWidget(rows);
     m_notice->setWordWrap(true);
     m_notice->setTextFormat(Qt::PlainText);
@@ -45,7 +48,6 @@ DevicePanel::DevicePanel(DeviceSharing &devices, const QString &rulesFile, QWidg
     layout->addWidget(m_notice);
 
     m_noticeTimer.setSingleShot(true);
-    m_noticeTimer.setInterval(NoticeMilliseconds);
     connect(&m_noticeTimer, &QTimer::timeout, m_notice, &QLabel::clear);
     connect(&m_speedTimer, &QTimer::timeout, this, &DevicePanel::showSpeeds);
     m_speedTimer.start(SpeedMilliseconds);
@@ -114,7 +116,7 @@ void DevicePanel::showRow(const ExterDeviceInfo &device)
     DeviceRow *&row = m_rows[deviceId];
     if (!row) {
         row = new DeviceRow;
-        m_list->addWidget(row);
+        m_list->insertWidget(int(std::distance(m_rows.begin(), m_rows.find(deviceId))), row);
         connect(row, &DeviceRow::shareAsked, this, [this, deviceId](bool asked) { share(deviceId, asked); });
         connect(row, &DeviceRow::alwaysAsked, this, [this, deviceId](bool asked) { always(deviceId, asked); });
     }
@@ -200,7 +202,7 @@ void DevicePanel::readRules()
 void DevicePanel::notice(const QString &text)
 {
     m_notice->setText(escaped(text));
-    m_noticeTimer.start();
+    m_noticeTimer.start(NoticeMilliseconds);
     QAccessibleEvent event(m_notice, QAccessible::Alert);
     QAccessible::updateAccessibility(&event);
 }

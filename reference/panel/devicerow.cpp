@@ -80,7 +80,10 @@ void DeviceRow::show(const ExterDeviceInfo &device, State state, bool always)
     m_name->setText(name);
     m_place->setText(tr("%1 at port %2, %3").arg(kindOf(device), escaped(device.devicePosition), states[int(state)]));
     m_share->setChecked(state == State::Shared);
+    const bool isFocused = m_share->hasFocus() || hasFocus(); // kept meanwhile, or Qt hands it to what stands next
     m_share->setEnabled(state != State::OnItsWay);
+    if (isFocused)
+        (m_share->isEnabled() ? m_share : static_cast<QWidget *>(this))->setFocus();
     m_share->setAccessibleName(tr("Share %1").arg(name));
     m_share->setAccessibleDescription(m_place->text());
     m_always->setChecked(always);
@@ -95,9 +98,4 @@ void DeviceRow::setReason(const QString &reason, const QString &cure)
             ? QString()
             : tr("%1\nWhat helps: %2").arg(escaped(translatedText(reason)), escaped(translatedText(cure))));
     m_reason->setVisible(!reason.isEmpty());
-}
-
-void DeviceRow::setSpeed(const QString &speed)
-{
-    m_speed->setText(speed);
 }

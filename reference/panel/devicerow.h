@@ -3,10 +3,10 @@
 
 #include "devices/exterdeviceinfo.h"
 
+#include <QLabel>
 #include <QWidget>
 
 class QCheckBox;
-class QLabel;
 
 /// One device in the panel: what and where it is, its switches, and what keeps it from being shared.
 class DeviceRow : public QWidget
@@ -22,7 +22,7 @@ public:
     /// Why it cannot be shared, and what helps; empty: nothing is known against it.
     void setReason(const QString &reason, const QString &cure);
     /// Empty: not shown.
-    void setSpeed(const QString &speed);
+    void setSpeed(const QString &speed) { m_speed->setText(speed); }
 
 Q_SIGNALS:
     void shareAsked(bool share);

@@ -157,6 +157,10 @@ TEST(Panel, everything_can_be_done_with_the_keyboard)
     QTest::keyClick(share, Qt::Key_Space);
     EXPECT_TRUE(window.rowSays(Stick, QStringLiteral("in the virtual machine")));
     EXPECT_EQ(share->accessibleName(), QStringLiteral("Share Example Stick 1"));
+    ASSERT_EQ(QApplication::focusWidget(), share) << "also while it was on its way";
+    QTest::keyClick(share, Qt::Key_Space);
+    EXPECT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
+    EXPECT_FALSE(window.box(Stick, "Always")->isChecked());
 }
 
 TEST(Panel, what_keeps_a_device_here_stands_in_its_row_with_what_helps)
@@ -187,6 +191,10 @@ TEST(Panel, a_stick_that_is_pulled_out_goes_with_a_quiet_notice_and_comes_back)
     EXPECT_TRUE(world("plug 1-2").startsWith("ok"));
     EXPECT_TRUE(world("plug 1-1").startsWith("ok"));
     EXPECT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
+    EXPECT_TRUE(waitFor([&] {
+        QApplication::processEvents();
+        return window.row(Stick)->y() < window.row(Locked)->y();
+    })) << "where it was before";
 }
 
 TEST(Panel, a_lost_machine_is_told_and_what_was_shared_comes_back_with_it)
