@@ -15,10 +15,10 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the camera policy denies it"),
     QT_TRANSLATE_NOOP("Texts", "another policy, from whoever sets it"),
     QT_TRANSLATE_NOOP("Texts", "read-only: it would be writable in the virtual machine"),
-    QT_TRANSLATE_NOOP("Texts", "its switch, or \"readOnly\" in config.json"),
+    QT_TRANSLATE_NOOP("Texts", "the write-protect switch on it, or \"readOnly\" in config.json"),
     QT_TRANSLATE_NOOP("Texts", "mounted at %1; unmount it first"),
     QT_TRANSLATE_NOOP("Texts", "no free channel"),
-    QT_TRANSLATE_NOOP("Texts", "one more USB port of the virtual machine"),
+    QT_TRANSLATE_NOOP("Texts", "a virtual machine that is connected, with one more USB port"),
     // what became of a share
     QT_TRANSLATE_NOOP("Texts", "already shared"),
     QT_TRANSLATE_NOOP("Texts", "cannot open %1: %2"),

@@ -225,7 +225,9 @@ QList<Gate> Component::rules(const UsbDevice &device, bool keepUnwritten)
     Gate policy{QStringLiteral("camera policy"), {}, QStringLiteral("another policy, from whoever sets it")};
     if (isDenied(device))
         policy.outcome = Denied;
-    Gate writable{QStringLiteral("writable"), {}, QStringLiteral("its switch, or \"readOnly\" in config.json")};
+    Gate writable{QStringLiteral("writable"),
+                  {},
+                  QStringLiteral("the write-protect switch on it, or \"readOnly\" in config.json")};
     if (isReadOnly(device) || keepUnwritten)
         writable.outcome = ReadOnly;
     return {policy, writable, mountGate(device)};
@@ -302,11 +304,18 @@ Outcome Component::explain(const QJsonObject &command, QByteArray &reply)
     Gate permission = permissionGate(*device);
     if (m_redirector.hasDescriptor(*device))
         permission.outcome = {};
-    Gate channel{QStringLiteral("free channel"), {}, QStringLiteral("one more USB port of the virtual machine")};
-    if (!m_redirector.isShared(deviceId) && !m_redirector.hasFreeChannel())
+    Gate channel{QStringLiteral("free channel"),
+                 {},
+                 QStringLiteral("a virtual machine that is connected, with one more USB port")};
+    const bool isShared = m_redirector.isShared(deviceId);
+    if (!isShared && !m_redirector.hasFreeChannel())
         channel.outcome = {Refusal::NoFreeChannel, QStringLiteral("no free channel")};
+    Gate use = useGate(*device);
+    if (isShared) // which says more than who has it open for that
+        use = {
+            use.name, {Refusal::AlreadyShared, QStringLiteral("already shared")}, QStringLiteral("take it back first")};
     QJsonArray gates;
-    for (const Gate &gate : QList<Gate>{permission} + rules(*device) + QList<Gate>{channel, useGate(*device)})
+    for (const Gate &gate : QList<Gate>{permission} + rules(*device) + QList<Gate>{channel, use})
         gates.append(gate.toJson());
     reply = QJsonDocument(QJsonArray{QJsonObject{{DeviceId, deviceId}, {QStringLiteral("gates"), gates}}})
                 .toJson(QJsonDocument::Compact);

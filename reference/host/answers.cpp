@@ -56,7 +56,8 @@ void Host::testRules(const QString &which)
     const auto device = std::find_if(devices.begin(), devices.end(),
                                      [&](const ExterDeviceInfo &one) { return one.deviceId == deviceId; });
     if (!which.startsWith(QLatin1String("test ")) || device == devices.end()) {
-        requestFailed(QStringLiteral("no rule tested: %1: no such device; \"list\" shows what there is").arg(which),
+        requestFailed(QStringLiteral("no rule tested: %1: no such device; \"list\" shows what there is")
+                          .arg(deviceId.isEmpty() ? which : deviceId),
                       deviceId);
         return;
     }

@@ -53,8 +53,9 @@ constexpr OptionText OptionTexts[] = {
     {"explain", "Say what has to be so before a device can be shared, and what helps.", "ID"},
     {"watch", "Stay and tell of plugs.", nullptr},
     {"reconnect",
-     "When the connection is lost, try again until it is back, and share again what was shared; also after the virtual "
-     "machine has been reset.",
+     "Stay until interrupted. When the connection is lost, try again until it is back, and share again what was "
+     "shared; "
+     "also after the virtual machine has been reset.",
      nullptr},
     {"no-restore", "With --reconnect, share nothing again.", nullptr},
     {"timeout", "Longest wait for the virtual machine and for the outcome of a request; 15 without this.", "SECONDS"},

@@ -69,14 +69,15 @@ void Host::runNext()
     if (m_requests.isEmpty()) {
         const bool isDone =
             m_client->devices().shared().isEmpty() && !m_client->autoShare().isWaiting() && m_waiting.isEmpty();
-        if (!m_expectMore && !m_options.watch && !m_options.autoShare && isDone)
+        if (!m_expectMore && !m_options.watch && !m_options.autoShare && !m_options.reconnect && isDone)
             leave(ExitCode::Success);
         return;
     }
     QString which;
     const Request *const next = understand(m_requests.first(), which);
     const bool needsChannel = next && next->needsChannel;
-    if (needsChannel && !hasOpenChannel && m_startLimit.isActive())
+    const bool tellsOfChannels = next && next->run == &Host::explain && m_client->settings().address;
+    if ((needsChannel || tellsOfChannels) && !hasOpenChannel && m_startLimit.isActive())
         return; // one may still come
 
     const QString line = m_requests.takeFirst();

@@ -9,6 +9,7 @@
 #include "reference/client/rulesfile.h"
 
 #include <QCoreApplication>
+#include <QFile>
 
 #include <utility>
 
@@ -51,7 +52,7 @@ void Host::start()
     if (!m_options.address.isEmpty())
         settings.address = placeOf(m_options.address, m_options.passwordFile, error);
     if (!error.isEmpty()) {
-        fail(Event::Disconnected, error, ExitCode::NoConnection);
+        fail(Event::Disconnected, error, ExitCode::Usage);
         return;
     }
     DeviceRules rules = m_options.autoRules;
@@ -76,7 +77,10 @@ void Host::start()
 bool Host::readRules(DeviceRules &rules)
 {
     QString error;
-    const auto read = RulesFile::read(RulesFile::path(), error);
+    const QString file = RulesFile::path();
+    if (!QFile::exists(file))
+        m_output.tell(Event::Loading, QStringLiteral("no rules: there is no ") + file);
+    const auto read = RulesFile::read(file, error);
     rules = read.value_or(DeviceRules());
     if (!read)
         requestFailed(error, QString(), ExitCode::Usage);

@@ -60,7 +60,7 @@ DevicePanel::DevicePanel(DeviceSharing &devices, const QString &rulesFile, QWidg
         changed(id, reason.isEmpty() ? QString() : tr("%1 was taken back: %2").arg(nameOf(id), translatedText(reason)));
     });
     connect(&m_devices, &DeviceSharing::deviceNotTakenBack, this, &DevicePanel::refresh);
-    connect(&m_devices, &DeviceSharing::deviceArrived, this, &DevicePanel::refresh);
+    connect(&m_devices, &DeviceSharing::deviceArrived, this, [this](const QString &id) { changed(id); });
     connect(&m_devices, &DeviceSharing::deviceLeft, this,
             [this](const QString &id) { changed(id, tr("%1 was pulled out.").arg(nameOf(id))); });
     connect(&m_devices, &DeviceSharing::channelLost, this,
@@ -96,13 +96,10 @@ void DevicePanel::refresh()
     m_known.clear();
     for (const ExterDeviceInfo &device : m_devices.list().value_or(QList<ExterDeviceInfo>()))
         m_known.insert(device.deviceId, device);
-    for (auto row = m_rows.begin(); row != m_rows.end();) {
-        if (m_known.contains(row.key())) {
-            ++row;
-        } else {
-            (*row)->deleteLater();
-            row = m_rows.erase(row);
-        }
+    const QStringList before = m_rows.keys();
+    for (const QString &deviceId : before) {
+        if (!m_known.contains(deviceId))
+            m_rows.take(deviceId)->deleteLater();
     }
     for (const ExterDeviceInfo &device : qAsConst(m_known))
         showRow(device);
@@ -158,9 +155,8 @@ void DevicePanel::showSpeeds()
     for (const TransferSpeed &speed : m_speeds.look().value_or(QList<TransferSpeed>())) {
         const QString deviceId = speed.statistics.value(QLatin1String("deviceId")).toString();
         const auto bytes = qint64(speed.fromDevice + speed.toDevice);
-        if (m_rows.contains(deviceId))
-            m_rows.value(deviceId)->setSpeed(
-                tr("%1/s").arg(QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat)));
+        if (DeviceRow *const row = m_rows.value(deviceId))
+            row->setSpeed(tr("%1/s").arg(QLocale().formattedDataSize(bytes, 1, QLocale::DataSizeSIFormat)));
     }
 }
 

@@ -35,6 +35,9 @@ public:
 
     /// How many channels the virtual machine offers now; each takes one device.
     void setChannels(int channels);
+    /// Tells the user something in a line that goes by itself.
+    void notice(const QString &text);
+    QString nameOf(const QString &deviceId) const;
     /// The user's rules, as they were read last.
     const DeviceRules &rules() const { return m_rules; }
 
@@ -52,8 +55,6 @@ private:
     void share(const QString &deviceId, bool share);
     void always(const QString &deviceId, bool always);
     void readRules();
-    void notice(const QString &text);
-    QString nameOf(const QString &deviceId) const;
 
     DeviceSharing &m_devices;
     const QString m_rulesFile;

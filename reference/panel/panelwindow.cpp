@@ -69,6 +69,10 @@ void PanelWindow::addPanel()
     connect(&m_client, &Client::channelChanged, m_panel, showChannels);
     connect(&m_client, &Client::channelGone, m_panel, showChannels);
     connect(m_panel, &DevicePanel::rulesChanged, &m_client.autoShare(), &AutoShare::setRules);
+    const auto tellStopped = [this](const QString &id) { // later, when the panel has its name again
+        m_panel->notice(tr("%1 comes and goes, and is shared only if you ask for it.").arg(m_panel->nameOf(id)));
+    };
+    connect(&m_client.autoShare(), &AutoShare::stopped, m_panel, tellStopped, Qt::QueuedConnection);
     m_client.autoShare().setRules(m_panel->rules());
 }
 

@@ -169,7 +169,7 @@ TEST(Panel, what_keeps_a_device_here_stands_in_its_row_with_what_helps)
     chain.startVm();
     Window window(addressOf(chain));
     EXPECT_TRUE(window.rowSays(Locked, QStringLiteral("read-only")));
-    EXPECT_TRUE(window.rowSays(Locked, QStringLiteral("What helps: its switch")));
+    EXPECT_TRUE(window.rowSays(Locked, QStringLiteral("What helps: the write-protect switch on it")));
     window.picture("refused");
     ASSERT_TRUE(window.says("channels", QStringLiteral("1 of 1")));
     window.click(Locked, "Share");
@@ -195,6 +195,21 @@ TEST(Panel, a_stick_that_is_pulled_out_goes_with_a_quiet_notice_and_comes_back)
         QApplication::processEvents();
         return window.row(Stick)->y() < window.row(Locked)->y();
     })) << "where it was before";
+}
+
+TEST(Panel, a_stick_that_comes_and_goes_is_told_of_and_is_not_shared_by_itself)
+{
+    Window window;
+    for (int round = 0; round < 4; ++round) {
+        ASSERT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
+        EXPECT_EQ(world("unplug 1-1"), "ok");
+        ASSERT_TRUE(waitFor([&] {
+            QApplication::processEvents();
+            return !window.row(Stick);
+        }));
+        EXPECT_TRUE(world("plug 1-1").startsWith("ok"));
+    }
+    EXPECT_TRUE(window.says("notice", QStringLiteral("Example Stick 1 comes and goes")));
 }
 
 TEST(Panel, a_lost_machine_is_told_and_what_was_shared_comes_back_with_it)
@@ -339,7 +354,7 @@ TEST(Panel, follows_the_colours_of_the_desktop)
 TEST(Panel, speaks_german_and_chinese)
 {
     const std::array<const char *, 4> cases[] = {
-        {"de", "Freigeben", "nur lesbar: in der virtuellen Maschine wäre es beschreibbar", "Was hilft: sein Schalter"},
+        {"de", "Freigeben", "nur lesbar: in der virtuellen Maschine wäre es beschreibbar", "Was hilft: der Schreibschutzschalter daran"},
         {"zh_CN", "共享", "只读", "拨动它的开关"},
     };
     for (const auto &[language, word, reason, cure] : cases) {

@@ -169,6 +169,10 @@ Was hilft: %2</translation>
         <source>Type the password here.</source>
         <translation>Geben Sie hier das Passwort ein.</translation>
     </message>
+    <message>
+        <source>%1 comes and goes, and is shared only if you ask for it.</source>
+        <translation>%1 kommt und geht, und wird nur freigegeben, wenn Sie es verlangen.</translation>
+    </message>
 </context>
 <context>
     <name>Texts</name>
@@ -193,8 +197,8 @@ Was hilft: %2</translation>
         <translation>nur lesbar: in der virtuellen Maschine wäre es beschreibbar</translation>
     </message>
     <message>
-        <source>its switch, or &quot;readOnly&quot; in config.json</source>
-        <translation>sein Schalter, oder „readOnly“ in config.json</translation>
+        <source>the write-protect switch on it, or &quot;readOnly&quot; in config.json</source>
+        <translation>der Schreibschutzschalter daran, oder „readOnly“ in config.json</translation>
     </message>
     <message>
         <source>mounted at %1; unmount it first</source>
@@ -205,8 +209,8 @@ Was hilft: %2</translation>
         <translation>kein freier Kanal</translation>
     </message>
     <message>
-        <source>one more USB port of the virtual machine</source>
-        <translation>ein weiterer USB-Anschluss der virtuellen Maschine</translation>
+        <source>a virtual machine that is connected, with one more USB port</source>
+        <translation>eine verbundene virtuelle Maschine mit einem weiteren USB-Anschluss</translation>
     </message>
     <message>
         <source>already shared</source>

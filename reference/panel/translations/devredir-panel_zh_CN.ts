@@ -169,6 +169,10 @@ What helps: %2</source>
         <source>Type the password here.</source>
         <translation>请在此输入密码。</translation>
     </message>
+    <message>
+        <source>%1 comes and goes, and is shared only if you ask for it.</source>
+        <translation>%1 反复插拔，仅在您要求时才会共享。</translation>
+    </message>
 </context>
 <context>
     <name>Texts</name>
@@ -193,7 +197,7 @@ What helps: %2</source>
         <translation>只读：在虚拟机中它会变为可写</translation>
     </message>
     <message>
-        <source>its switch, or &quot;readOnly&quot; in config.json</source>
+        <source>the write-protect switch on it, or &quot;readOnly&quot; in config.json</source>
         <translation>拨动它的开关，或修改 config.json 中的“readOnly”</translation>
     </message>
     <message>
@@ -205,8 +209,8 @@ What helps: %2</source>
         <translation>没有空闲通道</translation>
     </message>
     <message>
-        <source>one more USB port of the virtual machine</source>
-        <translation>为虚拟机增加一个 USB 端口</translation>
+        <source>a virtual machine that is connected, with one more USB port</source>
+        <translation>连接到虚拟机，并为其增加一个 USB 端口</translation>
     </message>
     <message>
         <source>already shared</source>
