@@ -80,7 +80,9 @@ QString Client::startComponent()
         });
     Q_EMIT m_redirect->loadDynamicLib();
     if (!m_redirect->isComponentLoaded())
-        return QStringLiteral("the component is not loaded: ") + m_redirect->componentLoadError();
+        return QStringLiteral("the component is not loaded: %1. What helps: install package devredir-component-usb, or "
+                              "ask devredir-doctor")
+            .arg(m_redirect->componentLoadError());
     Q_EMIT m_redirect->loadDevRedirComponentByThread(m_settings.vmId);
     if (!m_redirect->isComponentStarted())
         return QStringLiteral("the component does not start: is %1/Device Redirect/config.json there, and can it be "

@@ -58,7 +58,8 @@ std::optional<SpiceAddress> readFile(const QString &path, QString &error)
     ConnectionFile file;
     const QString failure = file.load(path);
     if (!failure.isEmpty()) {
-        error = QStringLiteral("%1 cannot be read: %2. Fetch it again from where it came").arg(path, failure);
+        error = QStringLiteral("%1 cannot be read: %2. Is that its name? If so, fetch it again from where it came")
+                    .arg(path, failure);
         return {};
     }
     std::optional<SpiceAddress> address = SpiceAddress::parse(uriIn(file));

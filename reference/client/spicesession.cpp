@@ -102,7 +102,7 @@ const char *SpicePortSession::cureOf(End end)
     case End::Lost:
         return "Does the virtual machine let more than one client in?";
     }
-    return "Is the virtual machine running, and is this its SPICE address?";
+    return "Is the virtual machine running, is this its SPICE address, and may you connect to it?";
 }
 
 SpicePortSession::SpicePortSession(QObject *parent) : QObject(parent), m_session(spice_session_new())

@@ -11,7 +11,9 @@ constexpr const char Context[] = "Texts";
 constexpr const char *Texts[] = {
     // what keeps a device from being shared, and what helps
     QT_TRANSLATE_NOOP("Texts", "user %1 may not open %2; this udev rule helps: %3"),
-    QT_TRANSLATE_NOOP("Texts", "a udev rule: %1"),
+    QT_TRANSLATE_NOOP("Texts",
+                      "that rule in a file in /etc/udev/rules.d (for disks and cameras, package "
+                      "devredir-component-usb-rules has one); then plug it in again"),
     QT_TRANSLATE_NOOP("Texts", "the camera policy denies it"),
     QT_TRANSLATE_NOOP("Texts", "another policy, from whoever sets it"),
     QT_TRANSLATE_NOOP("Texts", "read-only: it would be writable in the virtual machine"),
@@ -28,7 +30,7 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the component refused"),
     QT_TRANSLATE_NOOP("Texts", "the virtual machine refuses it"),
     // the connection
-    QT_TRANSLATE_NOOP("Texts", "Is the virtual machine running, and is this its SPICE address?"),
+    QT_TRANSLATE_NOOP("Texts", "Is the virtual machine running, is this its SPICE address, and may you connect to it?"),
     QT_TRANSLATE_NOOP("Texts", "Does the virtual machine let more than one client in?"),
     QT_TRANSLATE_NOOP("Texts", "no answer within %1 seconds"),
     QT_TRANSLATE_NOOP("Texts", "nothing answers there"),
@@ -37,7 +39,9 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the server's certificate is not trusted"),
     QT_TRANSLATE_NOOP("Texts", "what answers is no SPICE server, or refuses"),
     // the component
-    QT_TRANSLATE_NOOP("Texts", "the component is not loaded: %1"),
+    QT_TRANSLATE_NOOP(
+        "Texts",
+        "the component is not loaded: %1. What helps: install package devredir-component-usb, or ask devredir-doctor"),
     QT_TRANSLATE_NOOP("Texts", "the component does not start: is %1 there, and can it be read? The log has the reason"),
 };
 

@@ -62,7 +62,10 @@ Outcome noPermission(const UsbDevice &device)
 
 Gate permissionGate(const UsbDevice &device)
 {
-    Gate gate{QStringLiteral("permission"), {}, QStringLiteral("a udev rule: ") + helpfulRule(device)};
+    Gate gate{QStringLiteral("permission"),
+              {},
+              QStringLiteral("that rule in a file in /etc/udev/rules.d (for disks and cameras, package "
+                             "devredir-component-usb-rules has one); then plug it in again")};
     if (!Descriptor(open(QFile::encodeName(device.node).constData(), O_RDWR | O_CLOEXEC)))
         gate.outcome = noPermission(device);
     return gate;

@@ -40,22 +40,23 @@ constexpr OptionText OptionTexts[] = {
     {"password-file", "Read the password from the first line of this file.", "FILE"},
     {"vm-id", "Identifier of the virtual machine; vm without this.", "ID"},
     {"list", "List the devices.", nullptr},
-    {"share", "Share a device, or all.", "ID"},
+    {"share", "Share a device by what --list calls it, such as 1-1:SERIAL, or all.", "ID"},
     {"wait", "With --share, wait until the device is plugged in and nothing keeps it from being shared.", nullptr},
     {"unshare", "Take a device back, or all.", "ID"},
     {"stats", "Show every second what the shared devices transfer.", nullptr},
     {"auto",
      "Share what is plugged in by rules, separated by commas: allow[:CLASS]:VENDOR:PRODUCT or deny...; * is any, the "
-     "first "
-     "that fits decides.",
+     "first that fits decides.",
      "RULES"},
-    {"by-rules", "Share what is plugged in by the rules of ~/.config/devredir/rules.conf.", nullptr},
+    {"by-rules",
+     "Share what is plugged in by the rules of ~/.config/devredir/rules.conf: sections with action=allow or deny and "
+     "any of class, vendor, product, serial, port and interfaces; the first that fits decides.",
+     nullptr},
     {"explain", "Say what has to be so before a device can be shared, and what helps.", "ID"},
     {"watch", "Stay and tell of plugs.", nullptr},
     {"reconnect",
      "Stay until interrupted. When the connection is lost, try again until it is back, and share again what was "
-     "shared; "
-     "also after the virtual machine has been reset.",
+     "shared; also after the virtual machine has been reset.",
      nullptr},
     {"no-restore", "With --reconnect, share nothing again.", nullptr},
     {"timeout", "Longest wait for the virtual machine and for the outcome of a request; 15 without this.", "SECONDS"},

@@ -181,8 +181,8 @@ Was hilft: %2</translation>
         <translation>Benutzer %1 darf %2 nicht öffnen; diese udev-Regel hilft: %3</translation>
     </message>
     <message>
-        <source>a udev rule: %1</source>
-        <translation>eine udev-Regel: %1</translation>
+        <source>that rule in a file in /etc/udev/rules.d (for disks and cameras, package devredir-component-usb-rules has one); then plug it in again</source>
+        <translation>diese Regel in einer Datei in /etc/udev/rules.d (für Laufwerke und Kameras hat das Paket devredir-component-usb-rules eine); dann neu einstecken</translation>
     </message>
     <message>
         <source>the camera policy denies it</source>
@@ -241,8 +241,8 @@ Was hilft: %2</translation>
         <translation>die virtuelle Maschine lehnt es ab</translation>
     </message>
     <message>
-        <source>Is the virtual machine running, and is this its SPICE address?</source>
-        <translation>Läuft die virtuelle Maschine, und ist das ihre SPICE-Adresse?</translation>
+        <source>Is the virtual machine running, is this its SPICE address, and may you connect to it?</source>
+        <translation>Läuft die virtuelle Maschine, ist das ihre SPICE-Adresse, und dürfen Sie sich mit ihr verbinden?</translation>
     </message>
     <message>
         <source>Does the virtual machine let more than one client in?</source>
@@ -273,8 +273,8 @@ Was hilft: %2</translation>
         <translation>was dort antwortet, ist kein SPICE-Server oder lehnt ab</translation>
     </message>
     <message>
-        <source>the component is not loaded: %1</source>
-        <translation>die Komponente ist nicht geladen: %1</translation>
+        <source>the component is not loaded: %1. What helps: install package devredir-component-usb, or ask devredir-doctor</source>
+        <translation>die Komponente ist nicht geladen: %1. Was hilft: das Paket devredir-component-usb installieren, oder devredir-doctor fragen</translation>
     </message>
     <message>
         <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
