@@ -46,6 +46,7 @@ PanelWindow::PanelWindow(const Client::Settings &settings, QWidget *parent)
     connect(&m_client, &Client::notConnected, this, &PanelWindow::notConnected);
     connect(&m_client, &Client::connectionLost, this, [this](const QString &reason, int pauseSeconds) {
         tell(tr("The connection is lost: %1. Trying again in %2 s.").arg(translatedText(reason)).arg(pauseSeconds));
+        m_panel->setChannels(0);
     });
     connect(&m_client, &Client::left, this, &PanelWindow::left);
 }
@@ -65,7 +66,6 @@ void PanelWindow::addPanel()
     m_panel = new DevicePanel(m_client.devices(), RulesFile::path());
     layout()->addWidget(m_panel);
     const auto showChannels = [this] { m_panel->setChannels(m_client.openChannels()); };
-    showChannels();
     connect(&m_client, &Client::channelChanged, m_panel, showChannels);
     connect(&m_client, &Client::channelGone, m_panel, showChannels);
     connect(m_panel, &DevicePanel::rulesChanged, &m_client.autoShare(), &AutoShare::setRules);

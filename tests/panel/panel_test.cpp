@@ -222,6 +222,7 @@ TEST(Panel, a_lost_machine_is_told_and_what_was_shared_comes_back_with_it)
     ASSERT_TRUE(window.rowSays(Stick, QStringLiteral("in the virtual machine")));
     chain.killVm();
     EXPECT_TRUE(window.says("state", QStringLiteral("The connection is lost: ")));
+    EXPECT_EQ(window.text("channels"), QString());
     window.picture("lost");
     EXPECT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
     chain.startVm();
