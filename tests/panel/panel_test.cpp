@@ -104,6 +104,7 @@ public:
         const QString folder = QString::fromLocal8Bit(qgetenv("SCREENSHOTS"));
         if (folder.isEmpty())
             return;
+        QTest::qWait(100); // until everything stands where it belongs
         EXPECT_TRUE(m_window.grab().save(folder + QStringLiteral("/panel-%1.png").arg(QLatin1String(name))));
     }
 
