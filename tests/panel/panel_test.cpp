@@ -356,7 +356,8 @@ TEST(Panel, follows_the_colours_of_the_desktop)
 TEST(Panel, speaks_german_and_chinese)
 {
     const std::array<const char *, 4> cases[] = {
-        {"de", "Freigeben", "nur lesbar: in der virtuellen Maschine wäre es beschreibbar", "Was hilft: der Schreibschutzschalter daran"},
+        {"de", "Freigeben", "nur lesbar: in der virtuellen Maschine wäre es beschreibbar",
+         "Was hilft: der Schreibschutzschalter daran"},
         {"zh_CN", "共享", "只读", "拨动它的开关"},
     };
     for (const auto &[language, word, reason, cure] : cases) {
