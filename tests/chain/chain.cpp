@@ -239,7 +239,9 @@ qint64 Chain::hostPid() const
 
 void Chain::interruptHost()
 {
-    kill(pid_t(hostPid()), SIGINT);
+    const auto pid = pid_t(hostPid());
+    if (pid > 0) // it may have ended; 0 would be this program and whoever started it
+        kill(pid, SIGINT);
 }
 
 void Chain::closeRequests()

@@ -1063,7 +1063,8 @@ TEST(Host, qemu_survives_a_host_that_leaves_in_the_middle_of_a_transfer)
         chain.startHost(sticks);
         chain.ask(QStringLiteral("share ") + Id);
         ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
-        EXPECT_TRUE(waitFor([&] { return requestsOf(chain) > 100 * (i + 1); })) << requestsOf(chain);
+        EXPECT_TRUE(waitFor([&] { return requestsOf(chain) > 100 * (i + 1); }))
+            << requestsOf(chain) << chain.hostLog().right(2000).constData();
         chain.interruptHost();
         EXPECT_EQ(chain.hostStatus(), 0);
         ASSERT_TRUE(chain.monitor(QStringLiteral("info status")).contains("running")) << "try " << i;
