@@ -80,8 +80,7 @@ QString Client::startComponent()
         });
     Q_EMIT m_redirect->loadDynamicLib();
     if (!m_redirect->isComponentLoaded())
-        return QStringLiteral("the component is not loaded: %1. What helps: install package devredir-component-usb, or "
-                              "ask devredir-doctor")
+        return QStringLiteral("the component is not loaded: %1. What helps: install devredir-component-usb")
             .arg(m_redirect->componentLoadError());
     Q_EMIT m_redirect->loadDevRedirComponentByThread(m_settings.vmId);
     if (!m_redirect->isComponentStarted())

@@ -11,9 +11,7 @@ constexpr const char Context[] = "Texts";
 constexpr const char *Texts[] = {
     // what keeps a device from being shared, and what helps
     QT_TRANSLATE_NOOP("Texts", "user %1 may not open %2; this udev rule helps: %3"),
-    QT_TRANSLATE_NOOP("Texts",
-                      "that rule in a file in /etc/udev/rules.d (for disks and cameras, package "
-                      "devredir-component-usb-rules has one); then plug it in again"),
+    QT_TRANSLATE_NOOP("Texts", "that rule in /etc/udev/rules.d, or the package devredir-component-usb-rules"),
     QT_TRANSLATE_NOOP("Texts", "the camera policy denies it"),
     QT_TRANSLATE_NOOP("Texts", "another policy, from whoever sets it"),
     QT_TRANSLATE_NOOP("Texts", "read-only: it would be writable in the virtual machine"),
@@ -39,9 +37,7 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the server's certificate is not trusted"),
     QT_TRANSLATE_NOOP("Texts", "what answers is no SPICE server, or refuses"),
     // the component
-    QT_TRANSLATE_NOOP(
-        "Texts",
-        "the component is not loaded: %1. What helps: install package devredir-component-usb, or ask devredir-doctor"),
+    QT_TRANSLATE_NOOP("Texts", "the component is not loaded: %1. What helps: install devredir-component-usb"),
     QT_TRANSLATE_NOOP("Texts", "the component does not start: is %1 there, and can it be read? The log has the reason"),
 };
 

@@ -64,8 +64,7 @@ Gate permissionGate(const UsbDevice &device)
 {
     Gate gate{QStringLiteral("permission"),
               {},
-              QStringLiteral("that rule in a file in /etc/udev/rules.d (for disks and cameras, package "
-                             "devredir-component-usb-rules has one); then plug it in again")};
+              QStringLiteral("that rule in /etc/udev/rules.d, or the package devredir-component-usb-rules")};
     if (!Descriptor(open(QFile::encodeName(device.node).constData(), O_RDWR | O_CLOEXEC)))
         gate.outcome = noPermission(device);
     return gate;

@@ -716,8 +716,7 @@ TEST(Host, waits_until_a_device_can_be_shared_if_it_is_told_to)
     const auto waitsBecause = [&] { return chain.event(QStringLiteral("waiting"), Id).value(QLatin1String("text")); };
     chain.world(QStringLiteral("deny 1-1"));
     chain.ask(QStringLiteral("share --wait ") + Id);
-    EXPECT_TRUE(
-        waitsBecause().toString().contains(QLatin1String("What helps: that rule in a file in /etc/udev/rules.d")));
+    EXPECT_TRUE(waitsBecause().toString().contains(QLatin1String("What helps: that rule in /etc/udev/rules.d")));
     chain.world(QStringLiteral("unplug 1-1"));
     EXPECT_TRUE(waitsBecause().toString().endsWith(QLatin1String("it is not plugged in")));
     chain.world(QStringLiteral("allow 1-1"));

@@ -589,7 +589,7 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
     EXPECT_EQ(permission.value(QLatin1String("code")).toInt(), Refusal::NoPermission);
     EXPECT_TRUE(permission.value(QLatin1String("cure"))
                     .toString()
-                    .startsWith(QStringLiteral("that rule in a file in /etc/udev/rules.d")));
+                    .startsWith(QStringLiteral("that rule in /etc/udev/rules.d")));
     world("allow 1-1");
     EXPECT_TRUE(closes("permission", Id).isNull());
 

@@ -181,8 +181,8 @@ Was hilft: %2</translation>
         <translation>Benutzer %1 darf %2 nicht öffnen; diese udev-Regel hilft: %3</translation>
     </message>
     <message>
-        <source>that rule in a file in /etc/udev/rules.d (for disks and cameras, package devredir-component-usb-rules has one); then plug it in again</source>
-        <translation>diese Regel in einer Datei in /etc/udev/rules.d (für Laufwerke und Kameras hat das Paket devredir-component-usb-rules eine); dann neu einstecken</translation>
+        <source>that rule in /etc/udev/rules.d, or the package devredir-component-usb-rules</source>
+        <translation>diese Regel in /etc/udev/rules.d, oder das Paket devredir-component-usb-rules</translation>
     </message>
     <message>
         <source>the camera policy denies it</source>
@@ -273,8 +273,8 @@ Was hilft: %2</translation>
         <translation>was dort antwortet, ist kein SPICE-Server oder lehnt ab</translation>
     </message>
     <message>
-        <source>the component is not loaded: %1. What helps: install package devredir-component-usb, or ask devredir-doctor</source>
-        <translation>die Komponente ist nicht geladen: %1. Was hilft: das Paket devredir-component-usb installieren, oder devredir-doctor fragen</translation>
+        <source>the component is not loaded: %1. What helps: install devredir-component-usb</source>
+        <translation>die Komponente ist nicht geladen: %1. Was hilft: devredir-component-usb installieren</translation>
     </message>
     <message>
         <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>

@@ -181,8 +181,8 @@ What helps: %2</source>
         <translation>用户 %1 无权打开 %2；此 udev 规则可以解决：%3</translation>
     </message>
     <message>
-        <source>that rule in a file in /etc/udev/rules.d (for disks and cameras, package devredir-component-usb-rules has one); then plug it in again</source>
-        <translation>将该规则写入 /etc/udev/rules.d 中的文件（磁盘和摄像头的规则在软件包 devredir-component-usb-rules 中），然后重新插入设备</translation>
+        <source>that rule in /etc/udev/rules.d, or the package devredir-component-usb-rules</source>
+        <translation>将该规则写入 /etc/udev/rules.d，或安装软件包 devredir-component-usb-rules</translation>
     </message>
     <message>
         <source>the camera policy denies it</source>
@@ -273,8 +273,8 @@ What helps: %2</source>
         <translation>应答的不是 SPICE 服务器，或它拒绝了连接</translation>
     </message>
     <message>
-        <source>the component is not loaded: %1. What helps: install package devredir-component-usb, or ask devredir-doctor</source>
-        <translation>组件未加载：%1。解决方法：安装软件包 devredir-component-usb，或运行 devredir-doctor</translation>
+        <source>the component is not loaded: %1. What helps: install devredir-component-usb</source>
+        <translation>组件未加载：%1。解决方法：安装 devredir-component-usb</translation>
     </message>
     <message>
         <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
