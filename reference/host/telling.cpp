@@ -25,8 +25,9 @@ void Host::eachSecond()
     const QString waitsFor = this->waitsFor();
     if (std::exchange(m_waitsFor, waitsFor) != waitsFor)
         m_waitsSince.start();
-    const int seconds = qRound(static_cast<double>(m_waitsSince.elapsed()) / 1000);
-    m_output.progress(waitsFor.isEmpty() ? waitsFor : QStringLiteral("%1 … %2 s").arg(waitsFor).arg(seconds));
+    m_output.progress(waitsFor.isEmpty()
+                          ? waitsFor
+                          : QStringLiteral("%1 … %2 s").arg(waitsFor).arg((m_waitsSince.elapsed() + 500) / 1000));
 }
 
 QString Host::waitsFor() const
