@@ -311,7 +311,9 @@ TEST(Panel, says_why_the_component_does_not_start_and_can_be_closed)
 {
     const QString folder = QCoreApplication::applicationDirPath() + QStringLiteral("/Device Redirect");
     const QString aside = folder + QStringLiteral(" aside");
+    const QString component = QStringLiteral("/libdevredir.so");
     ASSERT_TRUE(QFile::rename(folder, aside));
+    ASSERT_TRUE(QDir().mkdir(folder) && QFile::link(aside + component, folder + component));
     {
         Window window;
         EXPECT_EQ(window.text("state"),
@@ -319,6 +321,7 @@ TEST(Panel, says_why_the_component_does_not_start_and_can_be_closed)
                                  "has the reason")
                       .arg(folder));
     }
+    EXPECT_TRUE(QDir(folder).removeRecursively());
     EXPECT_TRUE(QFile::rename(aside, folder));
 }
 
