@@ -442,12 +442,12 @@ TEST(WorkerMetaObject, has_nine_signals_and_then_thirteen_slots)
     const QMetaObject &meta = DevRedirectWorker::staticMetaObject;
     int index = meta.methodOffset();
     for (const auto &row : table) {
-        const QMetaMethod method = meta.method(index++);
-        EXPECT_EQ(method.methodSignature(), row.signature);
-        EXPECT_EQ(method.methodType(), row.type) << row.signature;
-        EXPECT_EQ(method.parameterNames(), row.names) << row.signature;
-        EXPECT_EQ(method.returnType(), int(QMetaType::Void)) << row.signature;
-        EXPECT_EQ(method.access(), QMetaMethod::Public) << row.signature;
+        const QMetaMethod declared = meta.method(index++);
+        EXPECT_EQ(declared.methodSignature(), row.signature);
+        EXPECT_EQ(declared.methodType(), row.type) << row.signature;
+        EXPECT_EQ(declared.parameterNames(), row.names) << row.signature;
+        EXPECT_EQ(declared.returnType(), int(QMetaType::Void)) << row.signature;
+        EXPECT_EQ(declared.access(), QMetaMethod::Public) << row.signature;
     }
     EXPECT_EQ(meta.methodCount(), index);
     EXPECT_EQ(meta.propertyCount(), QObject::staticMetaObject.propertyCount());
