@@ -102,7 +102,7 @@ protected:
     bool waitForPolls(int count)
     {
         const int enough = SystemCalls::polls() + count;
-        return waitFor([=] { return SystemCalls::polls() >= enough || returned; }) && !returned;
+        return waitFor([this, enough] { return SystemCalls::polls() >= enough || returned; }) && !returned;
     }
     bool waitForEnd()
     {
