@@ -9,8 +9,8 @@ what=$1 cxx=$2 standard=$3 headers=${4//;/ }
 shift 4
 flags=(-std="c++$standard" -fPIC -Wall -Wextra -Wpedantic -Wshadow -Werror -I"$1" -I"$2")
 shift 2
-for directory in "$@"; do
-    flags+=(-isystem "$directory")
+for directory in "$@"; do # the compiler's own place stays behind those of its language
+    [ "$directory" = /usr/include ] || flags+=(-isystem "$directory")
 done
 
 scratch=$(mktemp -d)
