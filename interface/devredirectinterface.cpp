@@ -80,7 +80,8 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
     m_log->start();
 }
 
-// Nothing may be posted to the thread from here on: Qt wakes it after that, when it may have ended.
+// No event may be posted to the thread from here on: Qt wakes it after that, when it may have ended. A signal may,
+// since the receiver waits with its end for whoever emits it.
 static void endThread(QThread &thread)
 {
     thread.quit();
@@ -90,8 +91,6 @@ static void endThread(QThread &thread)
 DevRedirectInterface::~DevRedirectInterface()
 {
     m_isDropping = true;
-    if (m_watchMountWorker && m_devRedirectWorker)
-        disconnect(m_watchMountWorker, nullptr, m_devRedirectWorker, nullptr);
     endThread(m_workerThread);
     endThread(m_mountThread);
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them

@@ -50,11 +50,12 @@ public:
     void leave(int exitCode);
 
 private:
+    enum class Channel { Any, Awaited, Needed }; ///< awaited: answered without, too, when none has come in time
     struct Request
     {
         const char *word;
         bool takesDevice;
-        bool needsChannel;
+        Channel channel;
         void (Host::*run)(const QString &which);
     };
     static const Request Requests[];

@@ -24,14 +24,14 @@ QString whatKeeps(const QString &deviceId)
 } // namespace
 
 const Host::Request Host::Requests[] = {
-    {"list", false, false, &Host::list},
-    {"explain", true, false, &Host::explain},
-    {"stats", false, false, &Host::statistics},
-    {"rules", true, false, &Host::testRules},
-    {"share --wait", true, false, &Host::shareWhenPossible},
-    {"share", true, true, &Host::shareDevices},
-    {"unshare", true, false, &Host::unshareDevices},
-    {"quit", false, false, &Host::quitByRequest},
+    {"list", false, Channel::Any, &Host::list},
+    {"explain", true, Channel::Awaited, &Host::explain},
+    {"stats", false, Channel::Any, &Host::statistics},
+    {"rules", true, Channel::Any, &Host::testRules},
+    {"share --wait", true, Channel::Any, &Host::shareWhenPossible},
+    {"share", true, Channel::Needed, &Host::shareDevices},
+    {"unshare", true, Channel::Any, &Host::unshareDevices},
+    {"quit", false, Channel::Any, &Host::quitByRequest},
 };
 
 // Null if it cannot be understood.
@@ -75,9 +75,8 @@ void Host::runNext()
     }
     QString which;
     const Request *const next = understand(m_requests.first(), which);
-    const bool needsChannel = next && next->needsChannel;
-    const bool tellsOfChannels = next && next->run == &Host::explain && m_client->settings().address;
-    if ((needsChannel || tellsOfChannels) && !hasOpenChannel && m_startLimit.isActive())
+    const Channel channel = next ? next->channel : Channel::Any;
+    if (channel != Channel::Any && !hasOpenChannel && m_startLimit.isActive())
         return; // one may still come
 
     const QString line = m_requests.takeFirst();
@@ -86,7 +85,7 @@ void Host::runNext()
                                      "ID|all, unshare ID|all, quit)")
                           .arg(line),
                       QString());
-    else if (needsChannel && !m_client->hasHadChannel())
+    else if (channel == Channel::Needed && !m_client->hasHadChannel())
         requestFailed(QStringLiteral("not shared: %1: %2").arg(which, QLatin1String(NoChannelText)), which,
                       ExitCode::NoChannel);
     else

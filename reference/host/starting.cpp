@@ -52,7 +52,7 @@ void Host::start()
     if (!m_options.address.isEmpty())
         settings.address = placeOf(m_options.address, m_options.passwordFile, error);
     if (!error.isEmpty()) {
-        fail(Event::Disconnected, error, ExitCode::Usage);
+        fail(Event::Error, error, ExitCode::Usage);
         return;
     }
     DeviceRules rules = m_options.autoRules;

@@ -50,8 +50,11 @@ void Host::tellOfClient()
     connect(m_client.get(), &Client::connectionLost, this, &Host::connectionLost);
     connect(m_client.get(), &Client::left, this, &Host::quit);
     connect(m_client.get(), &Client::listed, this, [this](const QList<ExterDeviceInfo> &devices) {
-        if (!std::exchange(m_hasListed, true))
+        if (!std::exchange(m_hasListed, true)) {
+            if (!m_client->settings().address)
+                m_startLimit.stop(); // no channel will come
             m_output.tell(Event::Started, QStringLiteral("component: started, %1 devices").arg(devices.size()));
+        }
         runSoon();
     });
     connect(m_client.get(), &Client::channelChanged, this, [this](const QString &name, bool isOpened) {

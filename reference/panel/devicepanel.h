@@ -35,7 +35,7 @@ public:
 
     /// How many channels the virtual machine offers now; each takes one device.
     void setChannels(int channels);
-    /// Tells the user something in a line that goes by itself.
+    /// Tells the user \a text in a line that goes by itself; nameOf() is what a device is called in it.
     void notice(const QString &text);
     QString nameOf(const QString &deviceId) const;
     /// The user's rules, as they were read last.

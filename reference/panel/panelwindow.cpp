@@ -46,7 +46,6 @@ PanelWindow::PanelWindow(const Client::Settings &settings, QWidget *parent)
     connect(&m_client, &Client::notConnected, this, &PanelWindow::notConnected);
     connect(&m_client, &Client::connectionLost, this, [this](const QString &reason, int pauseSeconds) {
         tell(tr("The connection is lost: %1. Trying again in %2 s.").arg(translatedText(reason)).arg(pauseSeconds));
-        m_panel->setChannels(0);
     });
     connect(&m_client, &Client::left, this, &PanelWindow::left);
 }
@@ -68,6 +67,7 @@ void PanelWindow::addPanel()
     const auto showChannels = [this] { m_panel->setChannels(m_client.openChannels()); };
     connect(&m_client, &Client::channelChanged, m_panel, showChannels);
     connect(&m_client, &Client::channelGone, m_panel, showChannels);
+    connect(&m_client, &Client::connectionLost, m_panel, [this] { m_panel->setChannels(0); });
     connect(m_panel, &DevicePanel::rulesChanged, &m_client.autoShare(), &AutoShare::setRules);
     const auto tellStopped = [this](const QString &id) { // later, when the panel has its name again
         m_panel->notice(tr("%1 comes and goes, and is shared only if you ask for it.").arg(m_panel->nameOf(id)));

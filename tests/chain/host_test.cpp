@@ -13,6 +13,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QTemporaryDir>
 #include <QTimer>
 
 #include <array>
@@ -71,7 +72,7 @@ public:
         });
     }
 
-    bool answers(const QRegularExpression &pattern)
+    bool answersLike(const QRegularExpression &pattern)
     {
         return waitFor([&] {
             read();
@@ -336,6 +337,14 @@ TEST(HostUsage, wrong_usage_ends_with_2_and_one_line_on_standard_error)
         EXPECT_EQ(run.answers(), "") << shown;
         EXPECT_EQ(run.progress().count('\n'), 1) << shown << ": " << run.progress().constData();
     }
+}
+
+TEST(HostUsage, an_address_that_makes_no_sense_ends_with_2)
+{
+    HostRun run({QStringLiteral("--list"), QStringLiteral("--uri"), QStringLiteral("nonsense")});
+    EXPECT_EQ(run.status(), 2);
+    EXPECT_TRUE(run.progress().startsWith("this is no address of a virtual machine; ")) << run.progress().constData();
+    EXPECT_EQ(run.answers(), "");
 }
 
 TEST(HostUsage, version_and_help_are_answers)
@@ -635,6 +644,9 @@ TEST(Host, explains_what_keeps_a_device_here_and_says_with_a_refusal_what_helps)
     EXPECT_TRUE(unknown.progress().contains("not explained: nosuch: no such device"));
 
     const Server server({OurPort});
+    HostRun connected(server.uri() + QStringList{QStringLiteral("--explain"), Id});
+    EXPECT_EQ(connected.status(), 0);
+    EXPECT_TRUE(connected.answers().contains("ok   free channel\n")) << connected.answers().constData();
     HostRun refused(server.uri() + QStringList{QStringLiteral("--share"), Id}, {}, QStringLiteral(",ro"));
     EXPECT_EQ(refused.status(), 1);
     EXPECT_TRUE(refused.progress().contains("in the virtual machine. What helps: the write-protect switch on it"))
@@ -675,7 +687,7 @@ TEST(Host, tells_a_terminal_what_it_waits_for_and_clears_that_away)
                 {}, {}, QStringLiteral("script"));
     run.ask("share --wait 1-9:NONE\n");
     const QRegularExpression waiting(QStringLiteral("\r\033\\[Kwaiting to share … [1-9]"));
-    EXPECT_TRUE(run.answers(waiting)) << run.answers().constData();
+    EXPECT_TRUE(run.answersLike(waiting)) << run.answers().constData();
     run.ask("share 1-1:11\n");
     EXPECT_TRUE(run.prints("\r\033[K\033[32mshared: 1-1:11\033[m\r\n")) << run.answers().constData();
 }
@@ -778,6 +790,22 @@ TEST(HostConnection, a_port_that_opens_again_gets_its_device_back_unless_that_is
     }
 }
 
+TEST(HostConnection, a_host_that_connects_again_stays_when_its_only_device_is_pulled)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks{{QStringLiteral("1-1"), QStringLiteral("TEXT"), 0, {}}};
+    chain.startVm();
+    chain.startHost(sticks, {}, {}, {QStringLiteral("--reconnect"), QStringLiteral("--share"), Id});
+    chain.closeRequests();
+    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    ASSERT_EQ(chain.world(QStringLiteral("unplug 1-1")), "ok");
+    ASSERT_FALSE(chain.event(QStringLiteral("left"), Id).isEmpty());
+    ASSERT_TRUE(chain.world(QStringLiteral("plug 1-1")).startsWith("ok"));
+    EXPECT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+    chain.interruptHost();
+    EXPECT_EQ(chain.hostStatus(), 0);
+}
+
 // --- rules ---
 
 namespace {
@@ -834,6 +862,15 @@ TEST(HostRules, the_first_rule_of_the_file_that_fits_decides)
     EXPECT_TRUE(composite.run->answers().contains("no rule fits")) << "a disk with a serial port is no disk";
     const RuledRun unknown("", {test[0], test[1], QStringLiteral("nosuch")});
     EXPECT_EQ(unknown.run->status(), 1);
+    EXPECT_TRUE(unknown.run->progress().contains("no rule tested: nosuch: no such device"));
+    EXPECT_FALSE(unknown.run->progress().contains("no rules: there is no "));
+    const QTemporaryDir empty;
+    HostRun without(QStringList{QStringLiteral("XDG_CONFIG_HOME=") + empty.path(), QStringLiteral(DEVREDIR_HOST)}
+                        + test,
+                    {}, {}, QStringLiteral("env"));
+    EXPECT_EQ(without.status(), 0);
+    EXPECT_TRUE(without.progress().contains("no rules: there is no " + empty.path().toUtf8()))
+        << without.progress().constData();
 }
 
 TEST(HostRules, a_file_that_makes_no_sense_is_told_with_the_place_and_nothing_is_shared)

@@ -593,6 +593,12 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
     world("allow 1-1");
     EXPECT_TRUE(closes("permission", Id).isNull());
 
+    EXPECT_EQ(run("share", Id), 0);
+    const QJsonObject use = closes("not in use", Id).toObject();
+    EXPECT_EQ(use.value(QLatin1String("code")).toInt(), Refusal::AlreadyShared);
+    EXPECT_EQ(use.value(QLatin1String("cure")).toString(), QStringLiteral("take it back first"));
+    EXPECT_EQ(run("unshare", Id), 0);
+
     const QByteArray node = listed(Id).value(QLatin1String("context")).toString().toLatin1();
     const std::pair<QString, QByteArray> opened[] = {{Id, node}, {QStringLiteral("1-2:CAMERA0001"), "/dev/video0"}};
     for (const auto &[deviceId, path] : opened) {

@@ -61,6 +61,7 @@ protected:
     {
         MountTable::change(100); // whatever still watches ends
         redirect.reset();
+        MountTable::change(-MountTable::unseenChanges());
     }
 
     DevRedirectWorker &worker() const { return *registry.getRedirectWorkerInstance(); }

@@ -192,22 +192,16 @@ TEST(Panel, a_stick_that_is_pulled_out_goes_with_a_quiet_notice_and_comes_back)
     EXPECT_TRUE(world("plug 1-2").startsWith("ok"));
     EXPECT_TRUE(world("plug 1-1").startsWith("ok"));
     EXPECT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
-    EXPECT_TRUE(waitFor([&] {
-        QApplication::processEvents();
-        return window.row(Stick)->y() < window.row(Locked)->y();
-    })) << "where it was before";
+    EXPECT_TRUE(waitFor([&] { return window.row(Stick)->y() < window.row(Locked)->y(); })) << "where it was before";
 }
 
-TEST(Panel, a_stick_that_comes_and_goes_is_told_of_and_is_not_shared_by_itself)
+TEST(Panel, a_stick_that_comes_and_goes_is_told_of)
 {
     Window window;
     for (int round = 0; round < 4; ++round) {
         ASSERT_TRUE(window.rowSays(Stick, QStringLiteral("on this computer")));
         EXPECT_EQ(world("unplug 1-1"), "ok");
-        ASSERT_TRUE(waitFor([&] {
-            QApplication::processEvents();
-            return !window.row(Stick);
-        }));
+        ASSERT_TRUE(waitFor([&] { return !window.row(Stick); }));
         EXPECT_TRUE(world("plug 1-1").startsWith("ok"));
     }
     EXPECT_TRUE(window.says("notice", QStringLiteral("Example Stick 1 comes and goes")));

@@ -15,15 +15,18 @@
 namespace {
 
 thread_local unsigned long wakeUpMicroseconds = 0; ///< how long this thread is held up before it wakes another
+std::atomic<int> heldUp{0}; ///< how often one has been
 
-}
+} // namespace
 
 extern "C" __attribute__((visibility("default"))) void g_main_context_wakeup(GMainContext *context)
 {
     static const auto realWakeUp =
         reinterpret_cast<void (*)(GMainContext *)>(dlsym(RTLD_NEXT, "g_main_context_wakeup"));
-    if (wakeUpMicroseconds > 0)
+    if (wakeUpMicroseconds > 0) {
+        ++heldUp;
         QThread::usleep(wakeUpMicroseconds);
+    }
     realWakeUp(context);
 }
 
@@ -200,6 +203,24 @@ TEST_F(LifeCycle, destroyed_while_a_thread_ends_before_it_is_woken_for_that)
         wakeUpMicroseconds = 0;
         makeInterface();
     }
+}
+
+TEST_F(LifeCycle, destroyed_while_the_watch_is_about_to_wake_the_worker)
+{
+    redirect->notifyEvent();
+    MountTable::change();
+    ASSERT_TRUE(waitFor([] { return MountTable::unseenChanges() == 0; }));
+    QObject inWatch; // runs when that watch has ended
+    inWatch.moveToThread(MountTable::watchingThread());
+    QMetaObject::invokeMethod(
+        &inWatch, [] { wakeUpMicroseconds = 200000; }, Qt::BlockingQueuedConnection);
+
+    g_log_set_always_fatal(G_LOG_LEVEL_CRITICAL);
+    heldUp = 0;
+    redirect->notifyEvent();
+    MountTable::change();
+    ASSERT_TRUE(waitFor([] { return heldUp > 0; }));
+    redirect.reset();
 }
 
 TEST_F(LifeCycle, destroyed_with_requests_that_have_not_begun_drops_them)

@@ -113,6 +113,7 @@ protected:
     {
         MountTable::change(1000000); // whatever still watches ends
         redirect.reset();
+        MountTable::change(-MountTable::unseenChanges());
         const auto asBefore = [this] { return Resources::now() == m_before; };
         EXPECT_TRUE(waitFor(asBefore, 10000)) << Resources::now() << ", before: " << m_before;
         script.reset();
