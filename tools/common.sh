@@ -145,6 +145,7 @@ in_debian() {
         debian=$1 user=$2 jobs=$3
         shift 3
         mkdir -p "$debian$PWD"
+        mount --bind "$debian" "$debian" # so that it is a mount, as a root has to be for who makes mounts of its own
         mount --bind "$PWD" "$debian$PWD"
         mount --rbind /dev "$debian/dev"
         mount --rbind /proc "$debian/proc"
