@@ -48,7 +48,7 @@ declare -A package_groups=(
         pkg-kde-tools qemu-user qtbase5-dev-tools qttools5-dev-tools libgtest-dev:arm64 libsimdjson-dev:arm64
         libspice-client-glib-2.0-dev:arm64 libspice-protocol-dev libspice-server-dev:arm64 libsystemd-dev:arm64
         libudev-dev:arm64 libusb-1.0-0-dev:arm64 libusbredirhost-dev:arm64 qtbase5-dev:arm64 qttools5-dev:arm64"
-    [compat]="build-essential clang cmake git libgtest-dev libsimdjson-dev libspice-client-glib-2.0-dev libspice-protocol-dev
+    [compat]="build-essential castxml clang cmake libgtest-dev libsimdjson-dev libspice-client-glib-2.0-dev libspice-protocol-dev
         libspice-server-dev lld llvm ninja-build openssl pkg-config python3 qtbase5-dev"
     [tsan]="qtbase5-private-dev"
     [coverage]="gcovr"
@@ -125,18 +125,27 @@ files() {
     done
 }
 
-# in_debian NAME SUITE ARCHITECTURES PACKAGES COMMAND...: runs COMMAND in a Debian with these packages, where they disturb
-# nobody, and where this folder has the same name. The first call makes it in build/NAME, as root; the command is run by
-# the user who called.
+own_release() { (. /etc/os-release && echo "$VERSION_CODENAME"); }
+# sources_of RELEASE: the files that say where this machine gets it from; none if it gets another.
+sources_of() {
+    grep -ls debian /etc/apt/sources.list /etc/apt/sources.list.d/*.{list,sources} | xargs -r grep -lw "$1"
+}
+
+public_headers() { sed -n '/^set(DEVREDIRECT_PUBLIC_HEADERS/,/^)/p' CMakeLists.txt | grep -oE '[a-z]+/[a-z]+\.h'; }
+
+# in_debian KIND RELEASE ARCHITECTURES PACKAGES COMMAND...: runs COMMAND in a Debian with these packages, where they disturb
+# nobody, and where this folder has the same name. The first call makes it in build/KIND-RELEASE, as root; the command is
+# run by the user who called.
 in_debian() {
-    local debian=$PWD/build/$1 suite=$2 architectures=$3 packages=$4
+    local debian=$PWD/build/$1-$2 release=$2 architectures=$3 packages=$4 sources
     shift 4
     if [ "$(cat "$debian.packages" 2>/dev/null)" != "$packages" ]; then
         echo "== making $debian"
         "${root[@]}" rm -rf --one-file-system "$debian" "$debian.packages"
         mkdir -p build
-        "${root[@]}" mmdebstrap --quiet --variant=minbase --architectures="$architectures" --include="$packages" "$suite" "$debian" ||
-            return
+        mapfile -t sources < <(sources_of "$release")
+        "${root[@]}" mmdebstrap --quiet --variant=minbase --architectures="$architectures" --include="$packages" \
+            "$release" "$debian" "${sources[@]}" || return
         echo "$packages" >"$debian.packages"
     fi
     # shellcheck disable=SC2016
@@ -155,11 +164,7 @@ in_debian() {
 }
 
 # ...in one that cross-builds for AArch64, of this machine's release.
-in_aarch64_debian() {
-    local suite
-    suite=$(. /etc/os-release; echo "$VERSION_CODENAME")
-    in_debian aarch64-debian "$suite" amd64,arm64 "${package_groups[aarch64]}" "$@"
-}
+in_aarch64_debian() { in_debian aarch64 "$(own_release)" amd64,arm64 "${package_groups[aarch64]}" "$@"; }
 
 # build PRESET [TARGET...]: configures and builds. On a terminal it shows how far it is; elsewhere nothing is printed but
 # the end of what went wrong.

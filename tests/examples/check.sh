@@ -9,7 +9,7 @@ build=$1 scratch=$2 cxx=$3 flags=$4 server=$5
 examples=$(cd "$(dirname "$0")/../../examples" && pwd)
 rm -rf "$scratch"
 cmake --install "$build" --prefix "$scratch/usr" >/dev/null
-lib=$(dirname "$(find "$scratch/usr" -name 'libdevredirecthandler.so.1')")
+lib=$(dirname "$(find "$scratch/usr" -name 'libdevredirecthandler.so')")
 
 fail() {
     echo "FAILED: $1" >&2

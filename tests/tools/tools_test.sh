@@ -68,6 +68,9 @@ done
 
 refuses tools/package --check --aarch64
 refuses tools/test --preset nosuch
+refuses tools/test --coverage --guest
+refuses tools/test --coverage --preset asan
+refuses tools/test --preset asan --aarch64
 refuses tools/test --repeat many
 refuses tools/test nosuch
 refuses tools/bench --guard --json file
@@ -79,6 +82,7 @@ refuses tools/fuzz 1 nosuch
 refuses tools/compat nosuch
 refuses tools/soak
 refuses tools/soak 1
+refuses tools/soak 10abc
 refuses tools/lint nosuch
 
 # A build says on a terminal how far it is, elsewhere only what went wrong.
