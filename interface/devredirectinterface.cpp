@@ -20,8 +20,8 @@
 
 Q_DECLARE_METATYPE(SpicePortChannel)
 
-static constexpr unsigned long LongestGoodbyeMilliseconds =
-    100; // for each thread when the process ends before this object
+// For each thread, when the process ends before this object.
+static constexpr unsigned long LongestGoodbyeMilliseconds = 100;
 
 /// Watches what is queued for a receiver, goes with it to its thread, and drops and counts it at the end: a thread that
 /// is asked to quit would first do what it has already taken out of its queue.
@@ -46,12 +46,11 @@ private:
 };
 
 // What is still queued when the thread ends is delivered then, to be dropped and counted.
-static void startThread(QThread &thread, QObject *receiver)
+static void moveTo(QThread &thread, QObject *receiver)
 {
     QObject::connect(&thread, &QThread::finished, receiver,
                      [receiver] { QCoreApplication::sendPostedEvents(receiver, QEvent::MetaCall); });
     receiver->moveToThread(&thread);
-    thread.start();
 }
 
 DevRedirectInterface::DevRedirectInterface(QObject *parent)
@@ -75,8 +74,10 @@ DevRedirectInterface::DevRedirectInterface(QObject *parent)
 
     for (QObject *const receiver : std::initializer_list<QObject *>{this, m_devRedirectWorker, m_watchMountWorker})
         new CallFilter(receiver, *this);
-    startThread(m_workerThread, m_devRedirectWorker);
-    startThread(m_mountThread, m_watchMountWorker);
+    moveTo(m_workerThread, m_devRedirectWorker);
+    moveTo(m_mountThread, m_watchMountWorker);
+    m_workerThread.start();
+    m_mountThread.start();
     m_log->start();
 }
 
@@ -96,7 +97,10 @@ DevRedirectInterface::~DevRedirectInterface()
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
     if (m_dropped > 0)
         Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_dropped.load());
-    DevRedirectManger::instance()->passNotificationOn();
+    if (m_devRedirectWorker) // left by endThreads(): there is nobody to tell, and the next list raises its own
+        DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
+    else
+        DevRedirectManger::instance()->passNotificationOn();
 }
 
 // For a process that ends. The threads take no more requests; one that is in the component or waits for the mount table

@@ -39,8 +39,8 @@ ProcessEnd::ProcessEnd(std::function<void()> endThreads) : m_endThreads(std::mov
         makeWhatLinesNeed();
         return std::atexit(onProcessEnds) == 0;
     }();
-    if (living().isEmpty())
-        qAddPostRoutine(onApplicationGoes);
+    qRemovePostRoutine(onApplicationGoes); // Qt forgets it with each application object
+    qAddPostRoutine(onApplicationGoes);
     living().append(this);
 }
 

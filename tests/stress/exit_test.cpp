@@ -59,6 +59,11 @@ TEST(Exit, of_the_application_ends_the_worker_first)
     expectThatItIsOrderly(APPLICATION_CHILD);
 }
 
+TEST(Exit, of_one_application_leaves_lists_to_the_next_and_its_end_to_the_worker)
+{
+    expectThatItIsOrderly(NEXT_APPLICATION_CHILD);
+}
+
 TEST(Exit, while_the_worker_wakes_the_main_thread_leaves_what_it_wakes)
 {
     expectThatItIsOrderly(WAKING_CHILD);

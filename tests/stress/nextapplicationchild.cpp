@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: LGPL-2.1-or-later
+
+// A host that makes one application object after the other, each of which goes with a list that nobody has seen, and
+// replaces the interface: once before the old one is destroyed, once after. Status 0 if lists come through and the
+// worker ends first all the same.
+
+#include "devices/devredirectmanger.h"
+#include "interface/devredirectinterface.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QThread>
+
+#include <atomic>
+#include <memory>
+
+namespace {
+
+constexpr int Deadline = 20000; // milliseconds
+constexpr int WatchMilliseconds = 100;
+
+std::atomic<int> linesOfOthers{0};
+Qt::HANDLE mainThread = nullptr;
+DevRedirectInterface *latest = nullptr;
+bool isWorking = false;
+int lists = 0;
+
+void onLine(QtMsgType, const QMessageLogContext &, const QString &)
+{
+    if (QThread::currentThreadId() != mainThread)
+        ++linesOfOthers;
+}
+
+// Runs behind the library's own, which is added later.
+void onApplicationGoes()
+{
+    const int before = linesOfOthers;
+    latest->unRedirectDeviceAll();
+    QThread::msleep(WatchMilliseconds);
+    isWorking = linesOfOthers != before;
+}
+
+std::unique_ptr<DevRedirectInterface> makeInterface()
+{
+    auto redirect = std::make_unique<DevRedirectInterface>(nullptr);
+    redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++lists; });
+    Q_EMIT redirect->loadDynamicLib();
+    redirect->getDeviceListFromUniqueFrame();
+    latest = redirect.get();
+    return redirect;
+}
+
+template<typename Condition>
+bool waitFor(const Condition &condition)
+{
+    QElapsedTimer timer;
+    for (timer.start(); !condition() && timer.elapsed() < Deadline; QThread::msleep(1))
+        ;
+    return condition();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    mainThread = QThread::currentThreadId();
+    qInstallMessageHandler(onLine);
+    std::unique_ptr<DevRedirectInterface> redirect;
+    for (const bool isDestroyedFirst : {true, false, true}) {
+        auto application = std::make_unique<QCoreApplication>(argc, argv);
+        qAddPostRoutine(onApplicationGoes);
+        if (isDestroyedFirst)
+            redirect.reset();
+        redirect = makeInterface();
+        lists = 0;
+        const bool listsCome = waitFor([] {
+            QCoreApplication::processEvents();
+            return lists > 0;
+        });
+        if (!listsCome)
+            return 3;
+        redirect->getDeviceListFromUniqueFrame();
+        if (!waitFor([] { return !DevRedirectManger::instance()->getIsHandlerNotifyEvent(); }))
+            return 4; // no notification is under way
+        application.reset();
+        if (isWorking)
+            return 5;
+    }
+    return 0;
+}
