@@ -5,8 +5,12 @@ _devredir_host()
 {
     case $3 in
         --share|--unshare|--explain)
-            mapfile -t COMPREPLY < <(compgen -W "all $("$1" --list 2>/dev/null |
-                sed -nE 's/^(local|shared) +([^ ]+) .*/\2/p')" -- "$2")
+            # Not compgen -W, which runs what stands in a word: a device has the serial number that it likes.
+            local device
+            COMPREPLY=()
+            while read -r device; do
+                [[ $device != "$2"* ]] || COMPREPLY+=("$device")
+            done < <(echo all; "$1" --list 2>/dev/null | sed -nE 's/^(local|shared) +([^ ]+) .*/\2/p')
             # A colon is a word break of its own to the shell.
             ! declare -F __ltrim_colon_completions >/dev/null || __ltrim_colon_completions "$2" ;;
         --password-file|--log|--component) mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;

@@ -16,6 +16,17 @@ offers 'all' al --share
 offers '1-1:11' 1 --share
 offers '' sp --uri
 offers "$1/devredir-host.bash" "$1/devredir-host.b" --password-file
+hostile='1-2:$(touch${IFS}touched)`touch${IFS}touched`'
+(
+    cd "$(mktemp -d)" || exit 1
+    trap 'rm -r "$PWD"' EXIT
+    printf '#!/bin/sh\necho '"'local  %s  usbrdr  1209:0001  Stick'\\n" "$hostile" >host
+    chmod +x host
+    host=$PWD/host
+    offers "$hostile" 1-2 --share
+    [ ! -e touched ] || { echo 'a serial number was run'; failed=1; }
+    exit $failed
+) || failed=1
 if command -v fish >/dev/null; then
     folder=$(mktemp -d)
     trap 'rm -rf "$folder"' EXIT
