@@ -13,6 +13,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace {
@@ -32,12 +33,20 @@ FileId fileAt(const QString &path)
     return {status.st_dev, status.st_ino};
 }
 
+// Of a file that a process has open. Not stat(): the server of a file may not answer, for ever.
+FileId openFileAt(const QString &link)
+{
+    struct statx status = {};
+    statx(AT_FDCWD, QFile::encodeName(link).constData(), AT_STATX_DONT_SYNC, STATX_INO, &status);
+    return {makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino};
+}
+
 bool hasOpen(const QString &process, const std::set<FileId> &files)
 {
     const QString folder = QStringLiteral("/proc/") + process + QStringLiteral("/fd/");
-    const QStringList open = QDir(folder).entryList(QDir::Files | QDir::System);
+    const QStringList open = QDir(folder).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
     return std::any_of(open.begin(), open.end(),
-                       [&](const QString &number) { return files.count(fileAt(folder + number)) > 0; });
+                       [&](const QString &number) { return files.count(openFileAt(folder + number)) > 0; });
 }
 
 } // namespace
@@ -76,6 +85,9 @@ Gate mountGate(const UsbDevice &device)
     Gate gate{QStringLiteral("not mounted"), {}, QStringLiteral("umount ") + point};
     if (!point.isEmpty()) {
         gate.outcome = {Refusal::Mounted, QStringLiteral("mounted at ") + point + QStringLiteral("; unmount it first")};
+    } else if (const QStringList holders = device.holders(); !holders.isEmpty()) {
+        gate.outcome = {Refusal::Mounted, QStringLiteral("in use as ") + holders.join(QStringLiteral(", "))};
+        gate.cure = QStringLiteral("lock or stop that: udisksctl lock, vgchange -an, mdadm --stop");
     }
     return gate;
 }

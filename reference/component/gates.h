@@ -18,7 +18,7 @@ struct Gate
 
 /// This user may open the node of \a device.
 Gate permissionGate(const UsbDevice &device);
-/// Nothing of it is mounted.
+/// Nothing of it is mounted, or may be by way of what is made of it: an encrypted disk, a volume group, a RAID.
 Gate mountGate(const UsbDevice &device);
 /// No other process has it open, as far as this user may see.
 Gate useGate(const UsbDevice &device);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #include "usbdevice.h"
 
+#include <QDir>
+
 #include <libudev.h>
 
 #include <cstdio>
@@ -127,4 +129,13 @@ QString UsbDevice::mountPoint() const
         }
     }
     return QString();
+}
+
+QStringList UsbDevice::holders() const
+{
+    QStringList all;
+    for (const QString &disk : disks)
+        all += QDir(QStringLiteral("/sys/class/block/") + disk + QStringLiteral("/holders"))
+                   .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+    return all;
 }

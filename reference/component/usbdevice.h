@@ -35,4 +35,6 @@ struct UsbDevice : DeviceIdentity
     QStringList nodes() const;
     /// The first mount point of one of its block devices; empty if nothing is mounted.
     QString mountPoint() const;
+    /// Kernel names of what is made of its block devices: "dm-0" of an encrypted one that is open.
+    QStringList holders() const;
 };
