@@ -6,16 +6,19 @@
 /// Does what the redirector does with bytes from the virtual machine; false when it would give the channel up.
 inline bool deliver(UsbChannel &channel, const std::string &bytes)
 {
-    switch (channel.receive(bytes)) {
-    case UsbChannel::Read::Fine:
-        break;
-    case UsbChannel::Read::DeviceRejected:
-    case UsbChannel::Read::DeviceLost:
-        channel.disconnectDevice();
-        break;
-    case UsbChannel::Read::Broken:
-        return false;
-    }
+    channel.receive(bytes);
+    do {
+        switch (channel.read()) {
+        case UsbChannel::Read::Fine:
+            break;
+        case UsbChannel::Read::DeviceRejected:
+        case UsbChannel::Read::DeviceLost:
+            channel.disconnectDevice();
+            break;
+        case UsbChannel::Read::Broken:
+            return false;
+        }
+    } while (channel.hasUnread());
     channel.flush();
     return true;
 }

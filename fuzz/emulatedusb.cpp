@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <set>
+#include <thread>
 
 namespace {
 
@@ -51,6 +52,7 @@ struct State
     int borrowedDescriptors = 0, idleRounds = 0;
     unsigned callsUntilFailure = 0;
     int failure = LIBUSB_SUCCESS;
+    std::chrono::milliseconds slowness{0};
 } state;
 
 libusb_device &deviceOf(libusb_device_handle *handle)
@@ -62,6 +64,7 @@ libusb_device &deviceOf(libusb_device_handle *handle)
 // What a call that can fail returns before it does its work.
 int resultOf(libusb_device &device)
 {
+    std::this_thread::sleep_for(state.slowness);
     if (device.isGone)
         return LIBUSB_ERROR_NO_DEVICE;
     if (state.failure == LIBUSB_SUCCESS || state.callsUntilFailure-- > 0)
@@ -177,6 +180,11 @@ void EmulatedUsb::failAfter(unsigned calls, libusb_error error)
 {
     state.callsUntilFailure = calls;
     state.failure = error;
+}
+
+void EmulatedUsb::slowDown(std::chrono::milliseconds time)
+{
+    state.slowness = time;
 }
 
 const std::vector<uint8_t> &EmulatedUsb::endpoints()

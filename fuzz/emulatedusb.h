@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <vector>
 
@@ -45,6 +46,8 @@ libusb_device_handle *open(const EmulatedDevice &device);
 void unplug();
 /// The call after the next \a calls that can fail does so.
 void failAfter(unsigned calls, libusb_error error);
+/// Every call that can fail takes so long from now on.
+void slowDown(std::chrono::milliseconds time);
 
 /// Which endpoints the device has, all settings together; empty without a device.
 const std::vector<uint8_t> &endpoints();

@@ -205,11 +205,11 @@ Outcome Component::share(const QJsonObject &command)
     if (isDescribed(deviceId))
         return shareDescribed(deviceId);
     const std::optional<UsbDevice> device = deviceWith(deviceId);
-    const Outcome allowed = device ? mayShare(*device, command.value(QLatin1String("readOnly")).toBool()) : Missing;
-    if (allowed)
+    if (device && !command.value(QLatin1String("readOnly")).toBool())
         return m_redirector.share(*device);
-    m_redirector.setFailure(deviceId, allowed);
-    return allowed;
+    const Outcome refusal = device ? ReadOnly : Missing;
+    m_redirector.setFailure(deviceId, refusal);
+    return refusal;
 }
 
 bool Component::isDenied(const UsbDevice &device)
@@ -220,7 +220,7 @@ bool Component::isDenied(const UsbDevice &device)
     return !m_cameraPolicy.allow(device.kind().usbClass, device.vendorId, device.productId, true);
 }
 
-QList<Gate> Component::rules(const UsbDevice &device, bool keepUnwritten)
+QList<Gate> Component::rules(const UsbDevice &device)
 {
     Gate policy{QStringLiteral("camera policy"), {}, QStringLiteral("another policy, from whoever sets it")};
     if (isDenied(device))
@@ -228,14 +228,14 @@ QList<Gate> Component::rules(const UsbDevice &device, bool keepUnwritten)
     Gate writable{QStringLiteral("writable"),
                   {},
                   QStringLiteral("the write-protect switch on it, or \"readOnly\" in config.json")};
-    if (isReadOnly(device) || keepUnwritten)
+    if (isReadOnly(device))
         writable.outcome = ReadOnly;
     return {policy, writable, mountGate(device)};
 }
 
-Outcome Component::mayShare(const UsbDevice &device, bool keepUnwritten)
+Outcome Component::mayShare(const UsbDevice &device)
 {
-    for (const Gate &gate : rules(device, keepUnwritten)) {
+    for (const Gate &gate : rules(device)) {
         if (!gate.outcome)
             return gate.outcome;
     }
@@ -284,7 +284,8 @@ Outcome Component::setPolicy(const QJsonObject &command)
 {
     {
         const QMutexLocker lock(&m_mutex);
-        if (!m_cameraPolicy.set(command.value(QLatin1String("policy")).toArray()))
+        const QJsonValue policy = command.value(QLatin1String("policy"));
+        if (!policy.isArray() || !m_cameraPolicy.set(policy.toArray()))
             return {Refusal::BadArgument,
                     QStringLiteral("a rule reads allow[:class]:vendor:product or deny[:class]:vendor:product")};
     }

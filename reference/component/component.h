@@ -44,8 +44,8 @@ private:
     bool isDescribed(const QString &deviceId) const;
     bool isDenied(const UsbDevice &device);
     /// The gates that are this component's own rules.
-    QList<Gate> rules(const UsbDevice &device, bool keepUnwritten = false);
-    Outcome mayShare(const UsbDevice &device, bool keepUnwritten = false);
+    QList<Gate> rules(const UsbDevice &device);
+    Outcome mayShare(const UsbDevice &device);
     bool isDescribedShared(const QString &deviceId);
     /// False if that is what it was already.
     bool noteDescribed(const QString &deviceId, bool shared);

@@ -55,10 +55,12 @@ void stop(const std::shared_ptr<Component> &component)
 {
     if (!component)
         return;
-    if (component->redirector().isUsbThread()) // from inside an event: the thread cannot wait for its own end
+    if (component->redirector().isUsbThread()) { // from inside an event: the thread cannot wait for its own end
+        component->redirector().silence();
         std::thread([component] { component->redirector().stop(); }).detach();
-    else
+    } else {
         component->redirector().stop();
+    }
 }
 
 } // namespace

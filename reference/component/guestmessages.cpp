@@ -30,12 +30,12 @@ GuestMessages::Piece GuestMessages::next(const char *bytes, std::size_t count)
         if (count < header)
             return piece;
         const uint32_t type = numberAt(bytes);
-        const std::size_t size = header + numberAt(bytes + 4);
+        const uint64_t size = uint64_t(header) + numberAt(bytes + 4);
         const bool isShort = size <= LongestWhole;
-        if (count < std::min(size, isShort || type == usb_redir_hello ? LongestWhole : header + LongestHead))
+        if (count < std::min<uint64_t>(size, isShort || type == usb_redir_hello ? LongestWhole : header + LongestHead))
             return piece;
         if (type == usb_redir_hello)
-            greet(bytes + header, size - header);
+            greet(bytes + header, std::size_t(size - header));
         if (isShort) {
             piece.isWhole = true;
             piece.type = type;
@@ -43,7 +43,7 @@ GuestMessages::Piece GuestMessages::next(const char *bytes, std::size_t count)
         piece.headerSize = header;
         m_left = size;
     }
-    piece.size = std::min(m_left, count);
+    piece.size = std::size_t(std::min<uint64_t>(m_left, count));
     m_left -= piece.size;
     return piece;
 }

@@ -35,5 +35,5 @@ private:
     bool m_isGreeted = false;
     bool m_hasLongIds = false;
     bool m_hasLongBulkLengths = false;
-    std::size_t m_left = 0; ///< of a long message that has come in part
+    uint64_t m_left = 0; ///< of a long message that has come in part
 };

@@ -9,9 +9,13 @@
 
 #include <fcntl.h>
 
+static constexpr std::chrono::milliseconds LongestAnswer(100);
+
 Redirector::Redirector(SendCallback send, EventCallback notify, const Config &config, MayShare mayShare)
-    : m_send(std::move(send)), m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)),
-      m_usb([this] {
+    : m_send([this, send = std::move(send)](void *channel, char *data, int length) {
+          return send && !m_isSilent ? send(channel, data, length) : -1;
+      }),
+      m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)), m_usb([this] {
           for (auto &[number, channel] : m_channels)
               channel->flush();
           watchArrivals();
@@ -42,7 +46,8 @@ void Redirector::stop()
 
 quintptr Redirector::addChannel(const QString &name)
 {
-    const quintptr number = ++m_lastChannel;
+    static std::atomic<quintptr> last{0}; // of this process: an old channel may tell of itself after a new start
+    const quintptr number = ++last;
     m_usb.post([this, number, name] {
         for (auto entry = m_channels.begin(); entry != m_channels.end();) {
             if (entry->second->name() == name) {
@@ -91,31 +96,45 @@ void Redirector::channelLost(quintptr channel)
     });
 }
 
-void Redirector::receive(quintptr channel, std::string bytes)
+void Redirector::receive(quintptr channel, const std::string &bytes)
 {
-    m_usb.post([this, channel, bytes = std::move(bytes)] {
+    m_usb.post([this, channel, bytes] {
         UsbChannel *found = find(channel);
         if (!found)
             return;
-        const QString deviceId = found->deviceId();
-        switch (found->receive(bytes)) {
-        case UsbChannel::Read::Fine:
-            break;
-        case UsbChannel::Read::DeviceRejected:
-            release(*found);
-            if (!deviceId.isEmpty())
-                setFailure(deviceId, {Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")});
-            break;
-        case UsbChannel::Read::DeviceLost:
-            keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
-            release(*found);
-            break;
-        case UsbChannel::Read::Broken:
-            qCWarning(logComponent, "%s: what came in cannot be read", qPrintable(found->name()));
-            giveUp(*found);
-            break;
-        }
+        const bool isBeingRead = found->hasUnread();
+        found->receive(bytes);
+        if (!isBeingRead)
+            read(channel);
     });
+}
+
+// A part at a time, so that commands get their turn while a device takes long.
+void Redirector::read(quintptr channel)
+{
+    UsbChannel *found = find(channel);
+    if (!found)
+        return;
+    const QString deviceId = found->deviceId();
+    switch (found->read()) {
+    case UsbChannel::Read::Fine:
+        break;
+    case UsbChannel::Read::DeviceRejected:
+        release(*found);
+        if (!deviceId.isEmpty())
+            setFailure(deviceId, {Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")});
+        break;
+    case UsbChannel::Read::DeviceLost:
+        keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
+        release(*found);
+        break;
+    case UsbChannel::Read::Broken:
+        qCWarning(logComponent, "%s: what came in cannot be read", qPrintable(found->name()));
+        giveUp(*found);
+        break;
+    }
+    if (found->hasUnread())
+        m_usb.post([this, channel] { read(channel); });
 }
 
 // Closes a channel; a device on it goes back to the local system.
@@ -145,7 +164,8 @@ Outcome Redirector::share(const UsbDevice &device)
 
 Outcome Redirector::shareNow(const UsbDevice &device)
 {
-    const Outcome outcome = connectDevice(device);
+    const Outcome allowed = m_mayShare(device);
+    const Outcome outcome = allowed ? connectDevice(device) : allowed;
     setFailure(device.id(), outcome);
     if (outcome) {
         m_kept.remove(device.portPath);
@@ -191,9 +211,20 @@ quintptr Redirector::freeChannel(const QString &portPath) const
     return found;
 }
 
+template<typename Answer, typename Task>
+Answer Redirector::ask(Answer &last, const Task &task)
+{
+    QMutexLocker lock(&m_mutex);
+    const Answer before = last;
+    lock.unlock();
+    const Answer now = m_usb.ask(LongestAnswer, before, task);
+    lock.relock();
+    return last = now;
+}
+
 bool Redirector::hasFreeChannel()
 {
-    return m_usb.call(false, [this] { return freeChannel() != 0; });
+    return ask(m_hadFreeChannel, [this] { return freeChannel() != 0; });
 }
 
 UsbChannel *Redirector::channelOf(const QString &deviceId)
@@ -207,7 +238,7 @@ UsbChannel *Redirector::channelOf(const QString &deviceId)
 
 QJsonArray Redirector::statistics()
 {
-    return m_usb.call(QJsonArray(), [this] {
+    return ask(m_lastStatistics, [this] {
         QJsonArray all;
         for (const auto &[number, channel] : m_channels) {
             if (channel->deviceId().isEmpty())
@@ -225,18 +256,20 @@ void Redirector::setDescriptor(const UsbDevice &device, int descriptor)
 {
     Descriptor copy(fcntl(descriptor, F_DUPFD_CLOEXEC, 0));
     m_usb.call(0, [&] {
-        if (!isShared(device.id())) { // by the one that there is
-            m_descriptors.erase(device.portPath);
-            if (copy)
-                m_descriptors.emplace(device.portPath, std::move(copy));
-        }
+        if (isShared(device.id())) // by the one that there is
+            return 0;
+        const QMutexLocker lock(&m_mutex);
+        m_descriptors.erase(device.portPath);
+        if (copy)
+            m_descriptors.emplace(device.portPath, std::move(copy));
         return 0;
     });
 }
 
-bool Redirector::hasDescriptor(const UsbDevice &device)
+bool Redirector::hasDescriptor(const UsbDevice &device) const
 {
-    return m_usb.call(false, [&] { return m_descriptors.count(device.portPath) > 0; });
+    const QMutexLocker lock(&m_mutex);
+    return m_descriptors.count(device.portPath) > 0;
 }
 
 int Redirector::openNode(const UsbDevice &device, libusb_device_handle *&handle)
@@ -387,7 +420,7 @@ void Redirector::report(RedirEvent event, const QJsonObject &details)
     if (!m_notify)
         return;
     const auto tell = [=] {
-        if (m_stopping)
+        if (m_stopping || m_isSilent)
             return 0;
         const QByteArray text = QJsonDocument(details).toJson(QJsonDocument::Compact);
         m_notify(nullptr, event, text.constData(), int(text.size()));

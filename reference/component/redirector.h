@@ -29,7 +29,7 @@
 class Redirector
 {
 public:
-    /// Whether a device may be shared that comes back by itself. \thread USB
+    /// Whether a device may be shared, asked when that is about to happen. \thread USB
     using MayShare = std::function<Outcome(const UsbDevice &)>;
 
     /// \a config is borrowed.
@@ -41,6 +41,8 @@ public:
     /// Gives every device back and ends the USB thread. Nothing is reported any more once it has returned.
     void stop();
     bool isUsbThread() const { return m_usb.isCurrent(); }
+    /// From now on nothing is sent or reported.
+    void silence() { m_isSilent = true; }
 
     /// A new channel of this name; the result stands for it in the calls that follow. An older channel of the same
     /// name is given up.
@@ -48,7 +50,7 @@ public:
     void setSpiceChannel(quintptr channel, void *spiceChannel);
     void channelOpened(quintptr channel);
     void channelLost(quintptr channel);
-    void receive(quintptr channel, std::string bytes);
+    void receive(quintptr channel, const std::string &bytes);
 
     Outcome share(const UsbDevice &device);
     /// \a reason is reported and stays with the device, unless there is none.
@@ -58,10 +60,10 @@ public:
     /// Opens the device by a copy of this descriptor, which somebody else has opened, until it leaves; -1, or one that
     /// is not open: no more.
     void setDescriptor(const UsbDevice &device, int descriptor);
-    bool hasDescriptor(const UsbDevice &device);
+    bool hasDescriptor(const UsbDevice &device) const;
 
-    /// Of each shared device.
-    QJsonArray statistics();
+    // Two questions that no device holds up: while one does, the answer is the last one.
+    QJsonArray statistics(); ///< of each shared device
     bool hasFreeChannel();
 
     bool isShared(const QString &deviceId) const;
@@ -73,6 +75,7 @@ public:
 
 private:
     UsbChannel *find(quintptr channel);
+    void read(quintptr channel);
     quintptr freeChannel(const QString &portPath = QString()) const;
     int openNode(const UsbDevice &device, libusb_device_handle *&handle);
     Outcome open(const UsbDevice &device, libusb_device_handle *&handle);
@@ -85,6 +88,8 @@ private:
     void shareAgain(const UsbDevice &device);
     UsbChannel *channelOf(const QString &deviceId);
     Outcome shareNow(const UsbDevice &device);
+    template<typename Answer, typename Task>
+    Answer ask(Answer &last, const Task &task);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
     void noteFailure(const QString &deviceId, const Outcome &outcome);
@@ -102,7 +107,6 @@ private:
     // On the USB thread only.
     std::map<quintptr, std::unique_ptr<UsbChannel>> m_channels;
     std::map<QString, ShareNote> m_notes; ///< by device, of those that are shared
-    std::map<QString, Descriptor> m_descriptors; ///< by port path, where somebody else has opened the device
     QHash<QString, QString> m_idByPortPath;
     QHash<QString, QElapsedTimer> m_arriving; ///< since when, by port path
     QElapsedTimer m_lastLook; ///< for those
@@ -117,8 +121,13 @@ private:
     libusb_hotplug_callback_handle m_plugWatch = 0;
     bool m_stopping = false;
 
-    std::atomic<quintptr> m_lastChannel{0};
+    std::atomic<bool> m_isSilent{false};
     mutable QMutex m_mutex; ///< guards what follows
+    /// By port path, where somebody else has opened the device. Changed on the USB thread only, which reads it as it
+    /// is.
+    std::map<QString, Descriptor> m_descriptors;
+    QJsonArray m_lastStatistics;
+    bool m_hadFreeChannel = false;
     QStringList m_shared;
     QHash<QString, Outcome> m_failures;
 

@@ -64,7 +64,9 @@ void Redirector::watchArrivals()
 
 void Redirector::deviceLeft(const QString &portPath)
 {
+    QMutexLocker lock(&m_mutex);
     const auto descriptor = m_descriptors.extract(portPath); // closed when the device has been given back
+    lock.unlock();
     m_arriving.remove(portPath);
     const auto kept = m_kept.find(portPath);
     if (kept != m_kept.end())
@@ -114,9 +116,6 @@ void Redirector::shareAgain(const UsbDevice &device)
         m_kept.erase(kept);
         return;
     }
-    const Outcome allowed = m_mayShare(device);
-    if (!allowed)
-        setFailure(device.id(), allowed);
-    else if (shareNow(device))
+    if (shareNow(device))
         m_cameBack.insert(device.id());
 }

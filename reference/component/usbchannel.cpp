@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr std::chrono::milliseconds LongestRead(5);
+
 void writeLog(void *, int level, const char *message)
 {
     if (level <= usbredirparser_warning)
@@ -116,6 +118,7 @@ void UsbChannel::close()
     m_deviceId.clear();
     m_hasDevice = false;
     m_received.clear();
+    m_hasUnread = false;
     m_taken = m_shown = 0;
     m_messages = {};
     m_sendAge = {};
@@ -150,16 +153,27 @@ void UsbChannel::disconnectDevice()
 
 // --- what comes in ---
 
-UsbChannel::Read UsbChannel::receive(const std::string &bytes)
+void UsbChannel::receive(const std::string &bytes)
 {
     if (!m_host)
-        return Read::Fine; // left over from before the channel was closed
+        return; // left over from before the channel was closed
     m_received.erase(0, m_taken);
     m_taken = m_shown = 0;
     m_received += bytes;
+    m_hasUnread = true;
+}
+
+UsbChannel::Read UsbChannel::read()
+{
+    const auto end = std::chrono::steady_clock::now() + LongestRead;
     Read result = Read::Fine;
-    while (result != Read::Broken && showNextMessage())
-        result = std::max(result, readMessage());
+    while (m_hasUnread && result != Read::Broken) {
+        m_hasUnread = showNextMessage();
+        if (m_hasUnread)
+            result = std::max(result, readMessage());
+        if (std::chrono::steady_clock::now() >= end)
+            break;
+    }
     return result;
 }
 

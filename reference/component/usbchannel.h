@@ -49,9 +49,13 @@ public:
     /// Of the device that it has, since it has it.
     const TransferStatistics &statistics() const { return m_statistics; }
 
-    /// Bytes from the virtual machine. A device that is rejected or lost has been given back; it is disconnectDevice()
-    /// that makes the channel free again.
-    Read receive(const std::string &bytes);
+    /// Bytes from the virtual machine, for read().
+    void receive(const std::string &bytes);
+    /// Reads what has come, until the next message after a few milliseconds. A device that is rejected or lost has been
+    /// given back; it is disconnectDevice() that makes the channel free again.
+    Read read();
+    /// read() has more to do.
+    bool hasUnread() const { return m_hasUnread; }
     /// Sends what has come together for the virtual machine.
     void flush();
 
@@ -75,6 +79,7 @@ private:
     bool m_hasDevice = false; ///< usbredirhost has it; it may have been lost since m_deviceId was set
     std::string m_received;
     std::size_t m_taken = 0, m_shown = 0; ///< how much of it usbredirhost has read, and may read
+    bool m_hasUnread = false;
     GuestMessages m_messages;
     SendAge m_sendAge;
     TransferStatistics m_statistics;

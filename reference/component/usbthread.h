@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <future>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -35,12 +37,33 @@ public:
     template<typename Result, typename Task>
     Result call(const Result &otherwise, const Task &task)
     {
+        return isCurrent() ? task() : resultOf(start<Result>([&task] { return task(); }), otherwise);
+    }
+
+    /// As call(), but a question: \a otherwise is the answer, too, if a device keeps the thread busy for longer than
+    /// \a limit. \a task may run later then. \thread any
+    template<typename Result, typename Task>
+    Result ask(std::chrono::milliseconds limit, const Result &otherwise, const Task &task)
+    {
         if (isCurrent())
             return task();
+        std::future<Result> result = start<Result>(task);
+        return result.wait_for(limit) == std::future_status::ready ? resultOf(std::move(result), otherwise) : otherwise;
+    }
+
+private:
+    // The task has the only promise: dropping the task ends the wait.
+    template<typename Result, typename Task>
+    std::future<Result> start(Task task)
+    {
         auto promise = std::make_shared<std::promise<Result>>();
-        auto result = promise->get_future();
-        post([promise, &task] { promise->set_value(task()); });
-        promise.reset(); // the task's copy is the only one now: dropping the task ends the wait
+        std::future<Result> result = promise->get_future();
+        post([promise = std::move(promise), task = std::move(task)] { promise->set_value(task()); });
+        return result;
+    }
+    template<typename Result>
+    static Result resultOf(std::future<Result> result, const Result &otherwise)
+    {
         try {
             return result.get();
         } catch (const std::future_error &) {
@@ -48,7 +71,6 @@ public:
         }
     }
 
-private:
     void run(std::promise<void> started);
     bool runTasks();
 

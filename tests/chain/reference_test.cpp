@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -404,11 +405,22 @@ TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_st
     EXPECT_TRUE(reported(RedirEventChannelLost));
     EXPECT_TRUE(getsDriver("usb-storage"));
     EXPECT_FALSE(share()) << "nothing runs any more";
+    EXPECT_FALSE(events.contains(RedirEventUnshared)) << "nor is reported";
 
     stopsAt = RedirEvent(-1);
     Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
     EXPECT_FALSE(share());
     EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
+}
+
+TEST_F(Reference, a_channel_of_before_the_last_start_is_nobody_any_more)
+{
+    void *before = nullptr, *after = nullptr;
+    ASSERT_EQ(redirect.checkRedirChannel(PortName, &before), 1);
+    redirect.realeaseDeviceResource();
+    Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
+    ASSERT_EQ(redirect.checkRedirChannel(PortName, &after), 1);
+    EXPECT_NE(before, after);
 }
 
 TEST_F(Reference, DISABLED_shares_and_is_killed) // what the next test runs in a process of its own
@@ -472,6 +484,7 @@ TEST_F(Reference, takes_back_a_camera_that_the_policy_denies_while_it_runs_and_s
     };
     ASSERT_TRUE(runShare(camera));
     EXPECT_EQ(policy("deny:0e:*:0099"), 0);
+    EXPECT_EQ(run("setpolicy", camera), Refusal::BadArgument) << "without a policy";
     EXPECT_TRUE(getsDriver("usbfs", "1-2")) << "that is another camera";
     EXPECT_EQ(policy("deny:*:*"), 0);
     EXPECT_TRUE(reported(RedirEventUnshared));
@@ -592,6 +605,13 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
                     .startsWith(QStringLiteral("that rule in /etc/udev/rules.d")));
     world("allow 1-1");
     EXPECT_TRUE(closes("permission", Id).isNull());
+
+    const QDir holders(qEnvironmentVariable("UMOCKDEV_DIR") + QStringLiteral("/sys/class/block/sda1/holders"));
+    ASSERT_TRUE(holders.mkpath(QStringLiteral("dm-0")));
+    const QJsonObject held = closes("not mounted", Id).toObject();
+    EXPECT_EQ(held.value(QLatin1String("text")).toString(), QStringLiteral("in use as dm-0"));
+    EXPECT_EQ(run("share", Id), Refusal::Mounted);
+    EXPECT_TRUE(QDir(holders).removeRecursively());
 
     EXPECT_EQ(run("share", Id), 0);
     const QJsonObject use = closes("not in use", Id).toObject();

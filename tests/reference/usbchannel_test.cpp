@@ -76,10 +76,12 @@ protected:
         channel.setSpiceChannel(&spiceChannel);
         channel.open(nullptr);
         channel.receive(message(usb_redir_hello, hello));
+        channel.read();
         QString error;
         ASSERT_TRUE(channel.connectDevice(QStringLiteral("1-1"), EmulatedUsb::open(camera()), error));
         const usb_redir_start_iso_stream_header request{Endpoint, PacketsOfTransfer, 2};
         channel.receive(message(usb_redir_start_iso_stream, request));
+        channel.read();
         ASSERT_EQ(EmulatedUsb::underWay(), 2);
     }
 
@@ -155,4 +157,23 @@ TEST_F(Stream, is_never_dropped_without_a_library_that_tells)
 {
     start();
     EXPECT_EQ(packetsOfNextTransfer(), PacketsOfTransfer);
+}
+
+TEST_F(Stream, of_requests_to_a_slow_device_is_read_a_part_at_a_time)
+{
+    start();
+    EmulatedUsb::slowDown(std::chrono::milliseconds(20));
+    std::string requests;
+    for (int i = 0; i < 10; ++i)
+        requests += message(usb_redir_set_alt_setting, usb_redir_set_alt_setting_header{0, 0});
+    channel.receive(requests);
+    int parts = 0;
+    do {
+        QElapsedTimer timer;
+        timer.start();
+        EXPECT_EQ(channel.read(), UsbChannel::Read::Fine);
+        EXPECT_LT(timer.elapsed(), 5 * 20);
+        ++parts;
+    } while (channel.hasUnread());
+    EXPECT_GE(parts, 10);
 }

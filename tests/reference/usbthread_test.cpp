@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <future>
+
 TEST(UsbThread, what_the_last_task_leaves_is_handled_before_the_thread_ends)
 {
     int left = 0;
@@ -21,4 +25,20 @@ TEST(UsbThread, what_the_last_task_leaves_is_handled_before_the_thread_ends)
     });
     thread.stop();
     EXPECT_EQ(handled, 7);
+}
+
+TEST(UsbThread, a_question_is_not_held_up_by_what_takes_long)
+{
+    using std::chrono::milliseconds;
+    std::promise<void> isOver;
+    std::atomic<int> answered{0};
+    UsbThread thread([] {});
+    const auto answer = [&] { return ++answered; };
+    EXPECT_EQ(thread.ask(milliseconds(20000), 0, answer), 1);
+    thread.post([&] { isOver.get_future().wait(); });
+    EXPECT_EQ(thread.ask(milliseconds(10), 7, answer), 7);
+    isOver.set_value();
+    thread.stop();
+    EXPECT_EQ(answered, 2);
+    EXPECT_EQ(thread.ask(milliseconds(20000), 7, answer), 7) << "and ends when the thread does";
 }
