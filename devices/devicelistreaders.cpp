@@ -128,8 +128,6 @@ void readDevice(const dom::element &object, QList<ExterDeviceInfo> &devices)
     forEachMember(object, [&device](auto key, const dom::element &value) { readMember(key, value, device); });
     device.parsedStatus = device.status;
     device.isCompositeDevice = !device.functions.isEmpty();
-    device.spareFlagA = false;
-    device.spareFlagB = true;
 }
 
 DeviceListReaders::Content readContent(const dom::element &document)
