@@ -26,6 +26,7 @@ constexpr qint64 LastCheckMilliseconds = 59999;
 constexpr std::size_t CommandSize = 4096;
 constexpr std::size_t LineSize = 4096;
 constexpr std::size_t OutputLimit = 4096;
+static_assert(WatchMountWorker::OutputSize == OutputLimit + LineSize); // excuCmd() may add a line to a full output
 
 struct ClosePipe
 {
@@ -72,7 +73,7 @@ WatchMountWorker::~WatchMountWorker() = default;
 
 void WatchMountWorker::watchMount()
 {
-    // If it cannot be opened, poll ignores the negative descriptor and the wait has no end.
+    // If it cannot be opened, poll ignores the negative descriptor.
     const int mounts = open("/proc/mounts", O_RDONLY | O_CLOEXEC);
     const auto closesIt = qScopeGuard([mounts] { close(mounts); });
     if (!waitForMountChange(mounts))

@@ -50,6 +50,7 @@ Q_SIGNALS:
 
 public Q_SLOTS:
     /// Waits for one change of the mount table (/proc/mounts) and then checks with doCheckMount(). There is no other
-    /// way out, except that a failing or interrupted poll ends the watch without a check.
+    /// way out, except that a failing or interrupted poll ends the watch without a check. If the table cannot be
+    /// opened, the wait never ends.
     void watchMount();
 };
