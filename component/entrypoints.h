@@ -17,8 +17,11 @@
 ///
 /// before the definition, so that the compiler compares the types.
 ///
-/// Several threads may be inside the component at once. What it throws is caught: one critical line, and false or 1 in
-/// place of its result.
+/// The texts that the library passes are UTF-8, except for the VM identifier: that is as QString::toLocal8Bit() has it.
+///
+/// Several threads may be inside the component at once. A host that binds channels itself may come to the four entry
+/// points for channels on any thread, whatever they say below. What the component throws is caught: one critical line,
+/// and false or 1 in place of its result.
 
 /// "redirInit": starts the component. Arguments: send callback, event callback (both may be empty), VM identifier,
 /// path of "config.json". False: not started.
@@ -44,14 +47,15 @@ using RedirHandler = void(char *, int, void *);
 /// \thread host
 using RedirSetupContext = bool(void *, void *);
 
-/// "redirEventHandler": something happened to the channel of a context. Data is null and the length 0 so far.
+/// "redirEventHandler": something happened to the channel of a context. Data is null and the length 0, unless a
+/// host that binds channels itself passes its own by DevRedirectInterface::handlerRedirNoticeEvent().
 /// \thread the SPICE client's, normally the host's main thread
 using RedirEventHandler = void(ChannelEvent, char *, int, void *);
 
 /// "redirCtrl": runs one JSON command and answers into the buffer. Length: capacity in bytes in, length of the answer
 /// out. 0 means success, 1 is the library's own result where it cannot ask.
 /// \ownership The buffer is borrowed for the call.
-/// \thread worker; for USB and camera information, the two views and the last taking back also host
+/// \thread worker; for USB and camera information, the two views and the last taking back the caller's
 using RedirCtrl = int(std::string, char *, int &);
 
 /// "redirDeinit": stops the component. No callback may be called once it has returned.

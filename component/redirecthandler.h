@@ -39,8 +39,9 @@ public:
     /// "Device Redirect/libdevredir.so" beside the executable, there or not. Needs a QCoreApplication.
     QString getlibPath() const;
 
-    /// Loads the component at \a path; one that was loaded before stays loaded. False if it cannot be loaded or lacks
-    /// an entry point: the first that is missing is logged, and those that are there can be used.
+    /// Loads the component at \a path; one that was loaded before stays loaded. False if it cannot be loaded, which
+    /// leaves the entry points as they were, or if it lacks one: the first that is missing is logged, and those that
+    /// are there can be used.
     bool load(const QString &path);
 
     void loadDynamicLib(); ///< load() from getlibPath()
@@ -51,11 +52,12 @@ public:
     /// Why the last load() failed, as one line for people. Empty if it did not.
     QString loadError() const;
 
-    /// Is the component running: has "redirInit" returned true, without a redirDeinit() since?
+    /// What "redirInit" returned last; false before that, and again after "redirDeinit".
     bool isStarted() const { return m_started; }
 
-    /// Unloads the component. Call redirDeinit() and stopMappingFunction() before: the entry points are not cleared.
-    /// False if it could not be unloaded, or had not been loaded; true also when there is nothing to unload.
+    /// Unloads the component. Call redirDeinit() and stopMappingFunction() before, and no redirDeinit() afterwards
+    /// until a load() has succeeded: the entry points are not cleared. False if it could not be unloaded, or had not
+    /// been loaded; true also when there is nothing to unload.
     bool unLoad();
 
     /// Starts the component. Both callbacks may be empty. An exception that leaves one is caught: one critical line,
@@ -81,7 +83,7 @@ public:
 
     void redirDeinit(); ///< stops the component, which stays loaded
 
-    /// Cuts every call except redirDeinit() off from the component.
+    /// Cuts every call except redirDeinit() off from the component, until it is loaded again.
     void stopMappingFunction();
 
     /// Writes a line to the handler's own rate-limited log channel.

@@ -33,7 +33,8 @@ enum RedirEvent : int {
 /// \thread any; the component calls it from its own threads.
 using SendCallback = std::function<int(void *channel, char *message, int length)>;
 
-/// Tells the host of an event: the component's context pointer, the event, a text and its length in bytes.
+/// Tells the host of an event: the component's context pointer, the event, a text and its length in bytes. The text is
+/// passed on unread, so its form and encoding are the component's.
 /// \ownership The text is borrowed for the call.
 /// \thread any; the component calls it from its own threads, from its start until "redirDeinit" has returned.
 using EventCallback = std::function<void(void *context, RedirEvent event, const char *text, int length)>;

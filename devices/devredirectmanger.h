@@ -56,7 +56,8 @@ public:
     DevRedirectWorker *getRedirectWorkerInstance();
 
     /// Makes sure that the worker is free to be moved to a thread by the caller: one that already lives on another
-    /// thread belongs to an interface that has not been destroyed yet, and a new worker takes its place here.
+    /// thread belongs to an interface that has not been destroyed yet, or was left behind by one that outlived the
+    /// application object; a new worker takes its place here.
     /// \thread host
     void provideFreeWorker();
 

@@ -30,7 +30,7 @@ struct DEVREDIRECT_EXPORT FunctionInfo
 ///
 /// A plain value: it owns nothing outside its members, copies are cheap (the texts and the list are implicitly
 /// shared), and it travels by value through queued signals. A default-constructed record stands for "no device": every
-/// text is empty, and none is null but spareTextB; only transportMode has one.
+/// text but transportMode is empty, and none but spareTextB is null.
 ///
 /// Texts marked "upper case" are upper-cased when a device list is read. Codes are hexadecimal digits.
 ///

@@ -27,8 +27,9 @@ class WatchMountWorker;
 
 /// The library's one object for the host: makes local USB devices, USB disks and cameras usable in a virtual machine.
 /// Create it on the host's main thread, one at a time, when there is a QCoreApplication with GLib's event loop. (A new
-/// one may be made just before the old one is destroyed, as std::unique_ptr::reset() does; the old one may then only be
-/// destroyed.) Then, in this order:
+/// one may be made just before the old one is destroyed, as std::unique_ptr::reset() does. The old one may then only be
+/// destroyed, and the new one needs its map callback before the event loop runs again: it may be handed a list that
+/// the old one had not seen.) Then, in this order:
 ///  -# setClientParam(), setNotifyEventCallback(), sendMapCommandByDevModel(): the component starts only with an event
 ///     callback, and the map callback is called without a check.
 ///  -# Connect to the results that are wanted.
@@ -67,7 +68,8 @@ class DEVREDIRECT_EXPORT DevRedirectInterface : public QObject
 
 public:
     /// What receives a new device list. It may change, add and remove records; what it leaves is what getDeviceList()
-    /// returns from then on. \thread host
+    /// returns from then on. It may neither run an event loop nor call notifyUsbInfo(): both can publish a newer list,
+    /// which this list would then replace. \thread host
     using MapCallback = void (*)(QList<ExterDeviceInfo> &devices);
 
     /// Starts the worker thread and the mount thread. \a parent may be null.
@@ -96,15 +98,17 @@ public:
     /// Takes all devices back. Queued; the outcome arrives as unRedirectDeviceAllResult().
     void unRedirectDeviceAll();
     /// Takes all devices back before it returns, and ends the taking of requests: from then on this object starts no
-    /// component, binds no channel, and shares, unshares, resets, handles and lists nothing. What was queued before may
-    /// still run on the worker thread. Blocks for as long as the component takes.
+    /// component, binds no channel, shares, unshares and resets nothing, and getDeviceListFromUniqueFrame() does
+    /// nothing. Lists are still fetched for the two views, by notifyUsbInfo(), and at the end of a watch, also of one
+    /// that notifyEvent() starts only now. What was queued before may still run on the worker thread. Blocks for as
+    /// long as the component takes.
     void syncUNRedirectDeviceAll();
     /// The virtual machine was restarted: takes all devices back and publishes the list again. Queued; the outcome
     /// arrives as unRedirectDeviceAllResult() and then deviceListResultByThread().
     void vmRebootReset();
     /// Stops the component ("redirDeinit"). Blocks for as long as the component takes.
     void realeaseDeviceResource();
-    /// Cuts the component off: from then on only realeaseDeviceResource() reaches it.
+    /// Cuts the component off: until it is loaded again only realeaseDeviceResource() reaches it.
     void stopMappingFunctionByDevRedirInter();
 
     // --- parameters, callbacks, events ---
@@ -124,7 +128,8 @@ public:
     /// checkRedirChannelByThread() does not ask for that.
     /// \thread any
     bool setupRedirContext(void *context, void *channel);
-    /// Asks whether the channel of this name is the component's: 1 yes, 0 no. \a context receives its context.
+    /// Asks whether the channel of this name (UTF-8) is the component's: 1 yes, 0 no. \a context, which may not be
+    /// null, receives its context.
     /// \ownership The context is the component's, until it is stopped.
     /// \thread any
     int checkRedirChannel(std::string channelName, void **context);
@@ -144,8 +149,9 @@ public:
     bool isComponentLoaded() const;
     /// If not, why: one line for people. Empty before the first loadDynamicLib() and if all is well. \thread any
     QString componentLoadError() const;
-    /// What became of loadDevRedirComponentByThread(), which does its work before it returns: has the component
-    /// started, and not been stopped since? \thread any
+    /// What became of loadDevRedirComponentByThread(), which does its work before it returns: what the component's
+    /// "redirInit" returned last; false again when realeaseDeviceResource() has stopped it. A start that does not get
+    /// as far as "redirInit" changes nothing. \thread any
     bool isComponentStarted() const;
 
     /// The record of this identifier; a default record, and one warning line, if it is not in the list. \thread any
@@ -158,13 +164,15 @@ public:
     /// before a list is asked for.
     void sendMapCommandByDevModel(MapCallback callback);
     /// Tells the component of USB devices that were plugged in or pulled out, and fetches the list again: "product
-    /// name:device name:attach state:file descriptor", several separated by ";". An entry of fewer fields is skipped
-    /// with a warning line, further fields are ignored, a descriptor that is no number counts as 0. Empty: only the
-    /// list is fetched. Blocks for as long as the component takes.
+    /// name:device name:attach state:file descriptor", several separated by ";". The first three are passed on unread,
+    /// so what they mean is the component's. An entry of fewer fields is skipped with a warning line, further fields
+    /// are ignored, a descriptor that is no number counts as 0. Empty: only the list is fetched. Blocks for as long as
+    /// the component takes.
     /// \ownership Descriptors stay the caller's.
     /// \thread any
     void notifyUsbInfo(const QString &strUsbInfos);
-    /// Sends a camera policy to the component. Blocks for as long as the component takes. \thread any
+    /// Sends a camera policy to the component: rules in the component's own words, passed on unread. An empty list is
+    /// sent as an empty policy. Blocks for as long as the component takes. \thread any
     void sendConfigerInforToCamera(const QList<QString> &configerInfos);
 
     /// Writes a line to this object's rate-limited log channel. \thread any
@@ -176,11 +184,12 @@ Q_SIGNALS:
     /// Request, for the host to emit: load the component library. Runs at once on the emitting thread.
     void loadDynamicLib();
     /// Request, for the host to emit: start the component for this virtual machine. Runs at once. Needs an event
-    /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink.
+    /// callback and "config.json". "virApp" and "shareDesk" start it without channel and event sink. An empty
+    /// identifier is logged and counts as "DEBUG".
     void loadDevRedirComponentByThread(const QString &vmId);
     /// Request, for the host to emit: bind this port channel if it is the component's. Runs at once. Emit it once for
     /// each channel: every time binds once more.
-    /// \ownership \a channel is borrowed; what is bound to it ends when it goes.
+    /// \ownership \a channel, which may not be null, is borrowed; what is bound to it ends when it goes.
     void checkRedirChannelByThread(SpicePortChannel *channel, const QString &channelName, bool isOpened);
     /// Result of vmRebootReset(): the published list; \a status is false if it is empty.
     void deviceListResultByThread(const QList<ExterDeviceInfo> &devices, bool status);

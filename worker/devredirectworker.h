@@ -34,8 +34,8 @@ extern DEVREDIRECT_EXPORT QMutex s_mutext;
 /// \ownership DevRedirectInterface moves the worker to the worker thread and deletes it when that thread ends.
 ///
 /// \thread A slot runs where its connection puts it: sharing, unsharing, reset, event handling and the
-/// list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. Each member
-/// says what else holds.
+/// list-and-mapping request on the worker thread, the others on the thread that emits, normally the host's. A signal
+/// is emitted on the thread that did the work. Each member says what else holds.
 class DEVREDIRECT_EXPORT DevRedirectWorker : public QObject
 {
     Q_OBJECT
@@ -54,11 +54,12 @@ public:
     void setSendDevRedirectMsgToSpiceCallback(SendCallback callback);
 
     /// Unshares everything and, as after every reset, publishes the mapped device list with deviceListResult().
+    /// \thread any. It returns when the component has answered.
     void setParameters();
     /// The path of "config.json" in "Device Redirect" beside the executable. \a ok becomes false if there is no such
-    /// file and is left alone otherwise: set it to true before the call.
+    /// file and is left alone otherwise: set it to true before the call. \thread host
     QString getConfigFilePath(bool &ok);
-    /// Starts the component for "virApp" or "shareDesk": without a way to send and without an event sink.
+    /// Starts the component for "virApp" or "shareDesk": without a way to send and without an event sink. \thread host
     void loadDevRedirComponentByVirApp(const QString &vmId);
 
     /// Runs a JSON command; true if the component returned 0. What it answers is not looked at. \thread any
@@ -164,11 +165,11 @@ private:
     using ListSignal = void (DevRedirectWorker::*)(const QList<ExterDeviceInfo> &);
     void sendDevList(const char *method, ListSignal signal);
 
-    void *m_contextWord = nullptr; ///< opaque; not used by the worker itself
+    void *m_contextWord = nullptr; ///< used by nobody
     std::atomic<bool> m_autoRefresh{true};
     EventCallback m_eventCallback;
     QString m_localIp; ///< guarded by s_mutext
     QString m_remoteIp; ///< guarded by s_mutext
-    std::uint16_t m_port = 50240; ///< not sent: "remotePort" is always empty
+    std::uint16_t m_port = 50240; ///< used by nobody: "remotePort" is always empty
     SendCallback m_sendCallback;
 };
