@@ -28,6 +28,7 @@ Client::Client(const Settings &settings, QObject *parent) : QObject(parent), m_s
     connect(&m_connectAgain, &QTimer::timeout, this, &Client::connectNow);
     m_connectLimit.setInterval(m_settings.timeoutSeconds * 1000);
     connect(&m_connectLimit, &QTimer::timeout, this, [this] {
+        m_session.stopConnecting();
         sessionClosed(SpicePortSession::End::Unreachable,
                       QStringLiteral("no answer within %1 seconds").arg(m_settings.timeoutSeconds));
     });

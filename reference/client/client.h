@@ -99,6 +99,7 @@ private:
     bool m_hasListed = false;
     bool m_isConnected = false;
     bool m_isLeaving = false;
+    bool m_saysFarewell = false; ///< the devices are back, or took too long
     bool m_hasHadChannel = false; ///< that the component took
     QHash<SpicePortChannel *, bool> m_channels; ///< the component's, and whether they are open
     QTimer m_connectAgain; ///< its interval is 0 until a connection was lost

@@ -8,6 +8,7 @@
 #include "worker/portchannelglue.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 constexpr int LongestFarewellMilliseconds = 1000;
@@ -32,7 +33,7 @@ void Client::leave()
 
 void Client::beginFarewell()
 {
-    if (!m_isLeaving || m_leaveLimit.isActive())
+    if (!m_isLeaving || std::exchange(m_saysFarewell, true))
         return;
     m_leaveLimit.start(LongestFarewellMilliseconds);
     m_writing.start(LookMilliseconds);

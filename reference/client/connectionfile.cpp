@@ -53,7 +53,7 @@ QString uriIn(const ConnectionFile &file)
     return QStringLiteral("spice://") + host + QLatin1Char('?') + ports.join(QLatin1Char('&'));
 }
 
-std::optional<SpiceAddress> readFile(const QString &path, QString &error)
+std::optional<SpiceAddress> readFile(const QString &path, bool &isForOnce, QString &error)
 {
     ConnectionFile file;
     const QString failure = file.load(path);
@@ -75,8 +75,7 @@ std::optional<SpiceAddress> readFile(const QString &path, QString &error)
     address->proxy = file.text("proxy");
     address->ciphers = file.text("tls-ciphers");
     address->secureChannels = file.text("secure-channels").split(QLatin1Char(';'), Qt::SkipEmptyParts);
-    if (file.text("delete-this-file") == QLatin1String("1"))
-        QFile::remove(path);
+    isForOnce = file.text("delete-this-file") == QLatin1String("1");
     return address;
 }
 
@@ -85,13 +84,18 @@ std::optional<SpiceAddress> readFile(const QString &path, QString &error)
 std::optional<SpiceAddress> placeOf(const QString &text, const QString &passwordFile, QString &error)
 {
     const bool isFile = text.endsWith(QLatin1String(".vv"));
-    std::optional<SpiceAddress> address = isFile ? readFile(text, error) : SpiceAddress::parse(text);
+    bool isForOnce = false;
+    std::optional<SpiceAddress> address = isFile ? readFile(text, isForOnce, error) : SpiceAddress::parse(text);
     if (!address && !isFile)
         error = QStringLiteral("this is no address of a virtual machine; one reads spice://HOST:PORT, "
                                "spice+tls://HOST:PORT or spice+unix:///PATH");
-    if (!address || passwordFile.isEmpty())
-        return address;
-    const std::optional<QString> password = passwordIn(passwordFile, error);
-    address->password = password.value_or(QString());
-    return password ? address : std::nullopt;
+    if (address && !passwordFile.isEmpty()) {
+        const std::optional<QString> password = passwordIn(passwordFile, error);
+        if (!password)
+            return {};
+        address->password = *password;
+    }
+    if (isForOnce)
+        QFile::remove(text);
+    return address;
 }

@@ -86,6 +86,8 @@ std::optional<QString> askForPassword(const QString &prompt)
             return {};
         case '\b':
         case '\177':
+            while (typed.size() > 1 && (typed.back() & 0xc0) == 0x80) // within a letter of UTF-8
+                typed.chop(1);
             typed.chop(1);
             break;
         case '\25': // Ctrl+U

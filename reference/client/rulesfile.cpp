@@ -76,7 +76,7 @@ QString save(const KeyFile &file, const QString &path)
 
 QByteArray titleFor(const ExterDeviceInfo &device)
 {
-    static const QRegularExpression notInTitles(QStringLiteral("[\\[\\]\\x00-\\x1f]"));
+    static const QRegularExpression notInTitles(QStringLiteral("[\\[\\]\\x00-\\x1f\\x7f]"));
     return (QStringLiteral("always ") + QString(device.deviceId).replace(notInTitles, QStringLiteral("_"))).toUtf8();
 }
 

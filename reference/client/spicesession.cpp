@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <utility>
 
 #include <gio/gio.h>
 #include <spice-client.h>
@@ -141,7 +142,19 @@ void SpicePortSession::connectTo(const SpiceAddress &address)
         g_auto(GStrv) names = g_strsplit(address.secureChannels.join(QLatin1Char(';')).toUtf8().constData(), ";", -1);
         g_object_set(m_session, "secure-channels", names, nullptr);
     }
+    g_autoptr(GList) channels = spice_session_get_channels(m_session);
+    for (const GList *channel = channels; channel; channel = channel->next) {
+        if (SPICE_IS_MAIN_CHANNEL(channel->data)) // which the session keeps for another connection
+            m_linking.insert(SPICE_CHANNEL(channel->data));
+    }
     spice_session_connect(m_session);
+}
+
+void SpicePortSession::stopConnecting()
+{
+    for (SpiceChannel *channel : std::exchange(m_linking, {}))
+        g_signal_handlers_disconnect_by_data(channel, this);
+    disconnectFromServer();
 }
 
 // A channel begins to connect in the main loop's next round. The SPICE library never lets go of one that is taken down

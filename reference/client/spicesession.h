@@ -27,6 +27,8 @@ public:
 
     /// What the command line says for every SPICE client ("--spice-…") holds, too. May be called again after closed().
     void connectTo(const SpiceAddress &address);
+    /// Lets go of a connection that does not come about, in the main loop's next round and without closed().
+    void stopConnecting();
     /**
      * Says on every channel, as soon as it is connected, that nothing more will come, and emits left() once the server
      * has closed them all. What it still sends until then is read. QEMU does not survive a client that goes while a

@@ -17,11 +17,16 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "read-only: it would be writable in the virtual machine"),
     QT_TRANSLATE_NOOP("Texts", "the write-protect switch on it, or \"readOnly\" in config.json"),
     QT_TRANSLATE_NOOP("Texts", "mounted at %1; unmount it first"),
+    QT_TRANSLATE_NOOP("Texts", "in use as %1"),
+    QT_TRANSLATE_NOOP("Texts", "lock or stop that: udisksctl lock, vgchange -an, mdadm --stop"),
     QT_TRANSLATE_NOOP("Texts", "no free channel"),
     QT_TRANSLATE_NOOP("Texts", "a virtual machine that is connected, with one more USB port"),
     // what became of a share
     QT_TRANSLATE_NOOP("Texts", "already shared"),
     QT_TRANSLATE_NOOP("Texts", "cannot open %1: %2"),
+    QT_TRANSLATE_NOOP("Texts", "its alternate settings are not numbered one after the other"),
+    QT_TRANSLATE_NOOP("Texts", "the device cannot be taken from the local system (usbredir result %1)"),
+    QT_TRANSLATE_NOOP("Texts", "the component is stopping"),
     QT_TRANSLATE_NOOP("Texts", "it was pulled out"),
     QT_TRANSLATE_NOOP("Texts", "no outcome within %1 seconds"),
     QT_TRANSLATE_NOOP("Texts", "no such device"),
@@ -36,6 +41,11 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the server closed the connection"),
     QT_TRANSLATE_NOOP("Texts", "the server's certificate is not trusted"),
     QT_TRANSLATE_NOOP("Texts", "what answers is no SPICE server, or refuses"),
+    QT_TRANSLATE_NOOP("Texts", "--spice-ca-file names who has signed it, --spice-host-subject whose it is"),
+    // the rules
+    QT_TRANSLATE_NOOP("Texts", "%1 cannot be read: %2. Mend it there"),
+    QT_TRANSLATE_NOOP("Texts", "%1 cannot be written: %2. Make it writable for you"),
+    QT_TRANSLATE_NOOP("Texts", "%1: [%2] lacks action=allow or action=deny"),
     // the component
     QT_TRANSLATE_NOOP("Texts", "the component is not loaded: %1. What helps: install devredir-component-usb"),
     QT_TRANSLATE_NOOP("Texts", "the component does not start: is %1 there, and can it be read? The log has the reason"),

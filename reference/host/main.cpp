@@ -64,8 +64,8 @@ int main(int argc, char **argv)
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     input.setEnabled(options.interactive);
     Host host(std::move(options));
-    g_unix_signal_add(SIGINT, onInterrupt, &host);
-    g_unix_signal_add(SIGTERM, onInterrupt, &host);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+        g_unix_signal_add(signal, onInterrupt, &host);
     QObject::connect(&input, &QSocketNotifier::activated, &host, [&] { readRequests(host, input); });
     QTimer::singleShot(0, &host, &Host::start);
     return QCoreApplication::exec();

@@ -175,7 +175,7 @@ void DevicePanel::always(const QString &deviceId, bool always)
     const ExterDeviceInfo device = m_known.value(deviceId);
     const QString error = always ? RulesFile::allow(m_rulesFile, device) : RulesFile::forget(m_rulesFile, device);
     if (!error.isEmpty())
-        notice(error);
+        notice(translatedText(error));
     readRules();
     const DeviceRule *const rule = m_rules.firstThatFits(traitsOf(device));
     const bool isAllowed = rule && rule->allow;
@@ -192,7 +192,7 @@ void DevicePanel::readRules()
     QString error;
     m_rules = RulesFile::read(m_rulesFile, error).value_or(DeviceRules());
     if (!error.isEmpty())
-        notice(error);
+        notice(translatedText(error));
 }
 
 void DevicePanel::notice(const QString &text)

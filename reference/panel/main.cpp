@@ -120,8 +120,8 @@ int main(int argc, char **argv)
 
     PanelWindow window(settings);
     QObject::connect(&window, &PanelWindow::left, &application, &QCoreApplication::quit);
-    g_unix_signal_add(SIGINT, onInterrupt, &window);
-    g_unix_signal_add(SIGTERM, onInterrupt, &window);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+        g_unix_signal_add(signal, onInterrupt, &window);
     if (parser.isSet(tray))
         addTray(window);
     window.show();

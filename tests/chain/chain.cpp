@@ -11,8 +11,6 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
-#include <csignal>
-
 namespace {
 
 QByteArray contentOf(const QString &path)
@@ -237,11 +235,11 @@ qint64 Chain::hostPid() const
     }
 }
 
-void Chain::interruptHost()
+void Chain::interruptHost(int signal)
 {
     const auto pid = pid_t(hostPid());
     if (pid > 0) // it may have ended; 0 would be this program and whoever started it
-        kill(pid, SIGINT);
+        kill(pid, signal);
 }
 
 void Chain::closeRequests()

@@ -8,6 +8,8 @@
 #include <QStringList>
 #include <QTemporaryDir>
 
+#include <csignal>
+
 /**
  * The whole chain, each part a process of its own: a virtual machine with USB ports on SPICE, and an emulated computer
  * with USB sticks on which the reference host runs. Everything lies in a folder that goes with this object, and every
@@ -62,7 +64,7 @@ public:
     QJsonObject event(const QString &name, const QString &deviceId = QString(), int milliseconds = Deadline);
     /// Asks for the list and returns the entry of a device.
     QJsonObject listed(const QString &deviceId);
-    void interruptHost();
+    void interruptHost(int signal = SIGINT);
     void closeRequests();
     /// Waits for the host to end and returns its status.
     int hostStatus();

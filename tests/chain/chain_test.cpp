@@ -234,14 +234,17 @@ TEST(Chain, sixty_four_mebibytes_come_through_unchanged)
 
 TEST(Chain, an_interrupted_host_gives_its_device_back_and_succeeds)
 {
-    Chain chain;
-    QList<Chain::Stick> sticks = oneStick();
-    chain.startVm();
-    chain.startHost(sticks, {}, {}, {QStringLiteral("--share"), Id});
-    ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
-    chain.interruptHost();
-    EXPECT_EQ(chain.hostStatus(), 0);
-    EXPECT_FALSE(chain.event(QStringLiteral("bye"), QString(), 1000).isEmpty());
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        Chain chain;
+        QList<Chain::Stick> sticks = oneStick();
+        chain.startVm();
+        chain.startHost(sticks, {}, {}, {QStringLiteral("--share"), Id});
+        ASSERT_FALSE(chain.event(QStringLiteral("shared"), Id).isEmpty());
+        chain.interruptHost(signal);
+        EXPECT_EQ(chain.hostStatus(), 0) << signal;
+        EXPECT_FALSE(chain.event(QStringLiteral("unshared"), Id, 1000).isEmpty());
+        EXPECT_FALSE(chain.event(QStringLiteral("bye"), QString(), 1000).isEmpty());
+    }
 }
 
 TEST(Chain, an_automatic_host_shares_what_is_plugged_in_and_its_rules_allow)

@@ -236,6 +236,7 @@ public:
     ~SilentServer() { close(m_socket); }
 
     QString path() const { return m_directory.filePath(QStringLiteral("silent.sock")); }
+    QString address() const { return QStringLiteral("spice+unix://") + path(); }
 
 private:
     QTemporaryDir m_directory;
@@ -409,10 +410,49 @@ TEST(Host, a_connection_that_fails_decides_how_it_ends)
 TEST(Host, a_server_that_never_answers_is_no_connection)
 {
     const SilentServer server;
-    HostRun run({QStringLiteral("--uri"), QStringLiteral("spice+unix://") + server.path(), QStringLiteral("--share"),
-                 Id, QStringLiteral("--timeout"), QStringLiteral("1")});
+    HostRun run({QStringLiteral("--uri"), server.address(), QStringLiteral("--share"), Id, QStringLiteral("--timeout"),
+                 QStringLiteral("1")});
     EXPECT_EQ(run.status(), 4);
     EXPECT_TRUE(run.progress().contains("no answer within 1 seconds")) << run.progress().constData();
+}
+
+TEST(HostSession, a_connection_that_does_not_come_about_leaves_nothing_to_the_next)
+{
+    const SilentServer silent;
+    const Server server({OurPort});
+    SpicePortSession session;
+    int closed = 0;
+    bool isConnected = false;
+    QObject::connect(&session, &SpicePortSession::closed, [&] { ++closed; });
+    QObject::connect(&session, &SpicePortSession::connected, [&] { isConnected = true; });
+    for (int i = 0; i < 3; ++i) {
+        session.connectTo(SpiceAddress::parse(silent.address()).value());
+        waitFor([] { return false; }, 50);
+        session.stopConnecting();
+        waitFor([] { return false; }, 50);
+    }
+    session.connectTo(SpiceAddress::parse(server.address()).value());
+    EXPECT_TRUE(waitFor([&] { return isConnected; }));
+    EXPECT_EQ(closed, 0);
+}
+
+TEST(HostSession, that_is_left_while_it_connects_again_waits_until_it_has)
+{
+    const SilentServer silent;
+    auto server = std::make_unique<Server>(std::vector<std::string>{OurPort});
+    SpicePortSession session;
+    bool isConnected = false, isLost = false, hasLeft = false;
+    QObject::connect(&session, &SpicePortSession::closed, [&] { isLost = true; });
+    QObject::connect(&session, &SpicePortSession::connected, [&] { isConnected = true; });
+    QObject::connect(&session, &SpicePortSession::left, [&] { hasLeft = true; });
+    session.connectTo(SpiceAddress::parse(server->address()).value());
+    ASSERT_TRUE(waitFor([&] { return isConnected; }));
+    server.reset();
+    ASSERT_TRUE(waitFor([&] { return isLost; }));
+    session.connectTo(SpiceAddress::parse(silent.address()).value());
+    waitFor([] { return false; }, 50);
+    session.leave();
+    EXPECT_FALSE(waitFor([&] { return hasLeft; }, 100));
 }
 
 TEST(Host, ports_of_others_are_no_channel)
@@ -599,6 +639,9 @@ TEST(HostConnection, a_connection_file_says_all_of_it_and_is_deleted_if_it_wants
         + "\nhost-subject=CN=localhost\n";
     const QString stays = server.file(QStringLiteral("stays.vv"), content);
     const QString goes = server.file(QStringLiteral("goes.vv"), content + "delete-this-file=1\n");
+    HostRun mistaken({goes, QStringLiteral("--watch"), QStringLiteral("--password-file"), QStringLiteral("nowhere")});
+    EXPECT_EQ(mistaken.status(), 2);
+    EXPECT_TRUE(QFile::exists(goes));
     for (const QString &file : {stays, goes}) {
         HostRun run({file, QStringLiteral("--watch")});
         EXPECT_TRUE(run.prints("(open)")) << run.progress().constData();
@@ -621,7 +664,7 @@ TEST(HostConnection, a_terminal_is_asked_for_the_password_and_does_not_show_it)
     // In its own session, "script" gives it a terminal.
     HostRun right({QStringLiteral("-qec"), command, QStringLiteral("/dev/null")}, {}, {}, QStringLiteral("script"));
     ASSERT_TRUE(right.prints("Password for spice+unix://"));
-    right.ask("falschx\x15gehein\x7fm\r");
+    right.ask("falschx\x15gehein\xc3\xbc\x7f\x7fm\r");
     EXPECT_TRUE(right.prints("(open)"));
     EXPECT_FALSE(right.answers().contains("geh"));
     HostRun none({QStringLiteral("-qec"), command, QStringLiteral("/dev/null")}, {}, {}, QStringLiteral("script"));

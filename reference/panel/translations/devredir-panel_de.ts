@@ -280,5 +280,41 @@ Was hilft: %2</translation>
         <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
         <translation>die Komponente startet nicht: gibt es %1, und ist es lesbar? Der Grund steht im Protokoll</translation>
     </message>
+    <message>
+        <source>in use as %1</source>
+        <translation>in Gebrauch als %1</translation>
+    </message>
+    <message>
+        <source>lock or stop that: udisksctl lock, vgchange -an, mdadm --stop</source>
+        <translation>das sperren oder anhalten: udisksctl lock, vgchange -an, mdadm --stop</translation>
+    </message>
+    <message>
+        <source>its alternate settings are not numbered one after the other</source>
+        <translation>seine Schnittstelleneinstellungen sind nicht fortlaufend nummeriert</translation>
+    </message>
+    <message>
+        <source>the device cannot be taken from the local system (usbredir result %1)</source>
+        <translation>das Gerät lässt sich dem lokalen System nicht wegnehmen (usbredir-Ergebnis %1)</translation>
+    </message>
+    <message>
+        <source>the component is stopping</source>
+        <translation>die Komponente wird gerade beendet</translation>
+    </message>
+    <message>
+        <source>--spice-ca-file names who has signed it, --spice-host-subject whose it is</source>
+        <translation>--spice-ca-file nennt, wer es unterschrieben hat, --spice-host-subject, wem es gehört</translation>
+    </message>
+    <message>
+        <source>%1 cannot be read: %2. Mend it there</source>
+        <translation>%1 lässt sich nicht lesen: %2. Bitte dort berichtigen</translation>
+    </message>
+    <message>
+        <source>%1 cannot be written: %2. Make it writable for you</source>
+        <translation>%1 lässt sich nicht schreiben: %2. Bitte für sich beschreibbar machen</translation>
+    </message>
+    <message>
+        <source>%1: [%2] lacks action=allow or action=deny</source>
+        <translation>%1: [%2] fehlt action=allow oder action=deny</translation>
+    </message>
 </context>
 </TS>

@@ -280,5 +280,41 @@ What helps: %2</source>
         <source>the component does not start: is %1 there, and can it be read? The log has the reason</source>
         <translation>组件无法启动：%1 是否存在且可读？原因见日志</translation>
     </message>
+    <message>
+        <source>in use as %1</source>
+        <translation>正被用作 %1</translation>
+    </message>
+    <message>
+        <source>lock or stop that: udisksctl lock, vgchange -an, mdadm --stop</source>
+        <translation>将其锁定或停止：udisksctl lock、vgchange -an、mdadm --stop</translation>
+    </message>
+    <message>
+        <source>its alternate settings are not numbered one after the other</source>
+        <translation>其备用设置的编号不连续</translation>
+    </message>
+    <message>
+        <source>the device cannot be taken from the local system (usbredir result %1)</source>
+        <translation>无法从本地系统取走该设备（usbredir 结果 %1）</translation>
+    </message>
+    <message>
+        <source>the component is stopping</source>
+        <translation>组件正在停止</translation>
+    </message>
+    <message>
+        <source>--spice-ca-file names who has signed it, --spice-host-subject whose it is</source>
+        <translation>--spice-ca-file 指明签发者，--spice-host-subject 指明证书的持有者</translation>
+    </message>
+    <message>
+        <source>%1 cannot be read: %2. Mend it there</source>
+        <translation>无法读取 %1：%2。请在那里改正</translation>
+    </message>
+    <message>
+        <source>%1 cannot be written: %2. Make it writable for you</source>
+        <translation>无法写入 %1：%2。请使您可以写入它</translation>
+    </message>
+    <message>
+        <source>%1: [%2] lacks action=allow or action=deny</source>
+        <translation>%1：[%2] 缺少 action=allow 或 action=deny</translation>
+    </message>
 </context>
 </TS>
