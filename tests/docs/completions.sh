@@ -16,6 +16,7 @@ offers 'all' al --share
 offers '1-1:11' 1 --share
 offers '' sp --uri
 offers "$1/devredir-host.bash" "$1/devredir-host.b" --password-file
+# shellcheck disable=SC2016
 hostile='1-2:$(touch${IFS}touched)`touch${IFS}touched`'
 (
     cd "$(mktemp -d)" || exit 1
