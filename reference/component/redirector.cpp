@@ -96,9 +96,9 @@ void Redirector::channelLost(quintptr channel)
     });
 }
 
-void Redirector::receive(quintptr channel, const std::string &bytes)
+void Redirector::receive(quintptr channel, std::string bytes)
 {
-    m_usb.post([this, channel, bytes] {
+    m_usb.post([this, channel, bytes = std::move(bytes)] {
         UsbChannel *found = find(channel);
         if (!found)
             return;

@@ -50,7 +50,7 @@ public:
     void setSpiceChannel(quintptr channel, void *spiceChannel);
     void channelOpened(quintptr channel);
     void channelLost(quintptr channel);
-    void receive(quintptr channel, const std::string &bytes);
+    void receive(quintptr channel, std::string bytes);
 
     Outcome share(const UsbDevice &device);
     /// \a reason is reported and stays with the device, unless there is none.
