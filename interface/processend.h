@@ -9,7 +9,7 @@
 /// run. What can go wrong, what prevents it, and the test that fails without it (in tests/stress/exit_test.cpp):
 ///
 ///  - The worker takes a request while the application object goes: its thread ends first, in onApplicationGoes().
-///    of_the_application_ends_the_worker_first
+///    of_the_application_ends_the_worker_first_and_leaves_lists_to_the_next
 ///  - It wakes the main thread just when the event dispatcher goes with the application: the dispatcher stays.
 ///    while_the_worker_wakes_the_main_thread_leaves_what_it_wakes
 ///  - After exit(), while Qt's list of types goes, it takes a request: its thread ends first, in onProcessEnds().

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: LGPL-2.1-or-later
 
-// A host whose application object goes while the interface lives. Status 0 if the worker, whose work shows in its log
-// lines, takes no request any more when the host's own routine for that moment runs.
+// A host that makes one application object after the other, each of which goes with a list that nobody has seen, and
+// replaces the interface: once before the old one is destroyed, once after. Status 0 if lists come through and the
+// worker ends first all the same.
 
+#include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
+#include "support/waitfor.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -17,8 +20,9 @@ constexpr int WatchMilliseconds = 100;
 
 std::atomic<int> linesOfOthers{0};
 Qt::HANDLE mainThread = nullptr;
-DevRedirectInterface *redirect = nullptr; // never destroyed
+DevRedirectInterface *latest = nullptr;
 bool isWorking = false;
+int lists = 0;
 
 void onLine(QtMsgType, const QMessageLogContext &, const QString &)
 {
@@ -26,13 +30,23 @@ void onLine(QtMsgType, const QMessageLogContext &, const QString &)
         ++linesOfOthers;
 }
 
-// Runs behind the library's own, which was added later.
+// Runs behind the library's own, which is added later.
 void onApplicationGoes()
 {
     const int before = linesOfOthers;
-    redirect->unRedirectDeviceAll();
+    latest->unRedirectDeviceAll();
     QThread::msleep(WatchMilliseconds);
     isWorking = linesOfOthers != before;
+}
+
+std::unique_ptr<DevRedirectInterface> makeInterface()
+{
+    auto redirect = std::make_unique<DevRedirectInterface>(nullptr);
+    redirect->sendMapCommandByDevModel([](QList<ExterDeviceInfo> &) { ++lists; });
+    Q_EMIT redirect->loadDynamicLib();
+    redirect->getDeviceListFromUniqueFrame();
+    latest = redirect.get();
+    return redirect;
 }
 
 } // namespace
@@ -41,12 +55,22 @@ int main(int argc, char **argv)
 {
     mainThread = QThread::currentThreadId();
     qInstallMessageHandler(onLine);
-    auto application = std::make_unique<QCoreApplication>(argc, argv);
-    qAddPostRoutine(onApplicationGoes);
-    redirect = new DevRedirectInterface(nullptr);
-    redirect->unRedirectDeviceAll();
-    while (linesOfOthers == 0)
-        QThread::msleep(1);
-    application.reset();
-    return isWorking ? 4 : 0;
+    std::unique_ptr<DevRedirectInterface> redirect;
+    for (const bool isDestroyedFirst : {true, false, true}) {
+        auto application = std::make_unique<QCoreApplication>(argc, argv);
+        qAddPostRoutine(onApplicationGoes);
+        if (isDestroyedFirst)
+            redirect.reset();
+        redirect = makeInterface();
+        lists = 0;
+        if (!waitFor([] { return lists > 0; }))
+            return 3;
+        redirect->getDeviceListFromUniqueFrame();
+        while (DevRedirectManger::instance()->getIsHandlerNotifyEvent()) // until a notification is under way
+            QThread::msleep(1);
+        application.reset();
+        if (isWorking)
+            return 4;
+    }
+    return 0;
 }

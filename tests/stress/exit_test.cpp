@@ -54,14 +54,9 @@ TEST(Exit, by_exit_ends_the_process_with_everything_still_running)
     expectThatItEnds("exit");
 }
 
-TEST(Exit, of_the_application_ends_the_worker_first)
+TEST(Exit, of_the_application_ends_the_worker_first_and_leaves_lists_to_the_next)
 {
     expectThatItIsOrderly(APPLICATION_CHILD);
-}
-
-TEST(Exit, of_one_application_leaves_lists_to_the_next_and_its_end_to_the_worker)
-{
-    expectThatItIsOrderly(NEXT_APPLICATION_CHILD);
 }
 
 TEST(Exit, while_the_worker_wakes_the_main_thread_leaves_what_it_wakes)
