@@ -16,8 +16,12 @@ Redirector::Redirector(SendCallback send, EventCallback notify, const Config &co
           return send && !m_isSilent ? send(channel, data, length) : -1;
       }),
       m_notify(std::move(notify)), m_config(config), m_mayShare(std::move(mayShare)), m_usb([this] {
-          for (auto &[number, channel] : m_channels)
-              channel->flush();
+          for (auto &[number, channel] : m_channels) {
+              if (channel->flush())
+                  continue;
+              qCWarning(logComponent, "%s: nobody reads what is sent", qPrintable(channel->name()));
+              giveUp(*channel);
+          }
           watchArrivals();
       })
 {

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr std::chrono::milliseconds LongestRead(5);
+constexpr uint64_t MostWaiting = 512 << 20; // bytes; who reads asks for some MiB at a time
 
 void writeLog(void *, int level, const char *message)
 {
@@ -209,10 +210,12 @@ UsbChannel::Read UsbChannel::readMessage()
     }
 }
 
-void UsbChannel::flush()
+bool UsbChannel::flush()
 {
-    if (m_host && usbredirhost_has_data_to_write(m_host.get()))
-        usbredirhost_write_guest_data(m_host.get());
+    if (!m_host || !usbredirhost_has_data_to_write(m_host.get()))
+        return true;
+    usbredirhost_write_guest_data(m_host.get());
+    return waiting() <= MostWaiting;
 }
 
 int UsbChannel::take(uint8_t *buffer, int size)

@@ -56,8 +56,9 @@ public:
     Read read();
     /// read() has more to do.
     bool hasUnread() const { return m_hasUnread; }
-    /// Sends what has come together for the virtual machine.
-    void flush();
+    /// Sends what has come together for the virtual machine; false if so much waits for it that it does not mean to
+    /// read it.
+    bool flush();
 
 private:
     struct CloseHost

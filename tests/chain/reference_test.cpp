@@ -41,6 +41,7 @@ const QString Id = QStringLiteral("1-1:11");
 const QString DescribedId = QStringLiteral("described"); // in config.json
 
 std::atomic<bool> usbWorks{true};
+std::atomic<bool> nothingIsRead{false}; // by the virtual machine
 std::atomic<int> broughtDescriptor{-1}; // the host's, of the device 1-1
 
 void ignoreList(QList<ExterDeviceInfo> &) { }
@@ -235,6 +236,14 @@ extern "C" __attribute__((visibility("default"))) int libusb_init(libusb_context
     return init(context);
 }
 
+// The component finds this program's first.
+extern "C" __attribute__((visibility("default"))) std::int64_t devredirectBytesWaiting(const void *channel)
+{
+    static const auto real =
+        reinterpret_cast<std::int64_t (*)(const void *)>(dlsym(RTLD_NEXT, "devredirectBytesWaiting"));
+    return nothingIsRead ? std::int64_t(1) << 30 : real(channel);
+}
+
 // Libusb reads the descriptors of the device from what it is given, and an emulated node has nothing to read.
 extern "C" __attribute__((visibility("default"))) int libusb_wrap_sys_device(libusb_context *context, intptr_t given,
                                                                              libusb_device_handle **handle)
@@ -411,6 +420,17 @@ TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_st
     Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
     EXPECT_FALSE(share());
     EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
+}
+
+TEST_F(Reference, a_virtual_machine_that_reads_nothing_loses_its_channel)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    server.port().send(greeting());
+    nothingIsRead = true;
+    server.port().send(header(usb_redir_get_configuration, 0, true));
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    nothingIsRead = false;
 }
 
 TEST_F(Reference, a_channel_of_before_the_last_start_is_nobody_any_more)
