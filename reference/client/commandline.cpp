@@ -6,10 +6,28 @@
 
 #include <QCommandLineParser>
 
+#include <csignal>
 #include <cstdio>
+#include <utility>
+
+#include <glib-unix.h>
 
 namespace {
+
 constexpr int Usage = 2;
+
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+gboolean onSignal(gpointer end)
+{
+    (*static_cast<std::function<void()> *>(end))();
+    return G_SOURCE_CONTINUE;
+}
+
 } // namespace
 
 QCommandLineOption option(const char *name, const char *text, const char *value)
@@ -37,4 +55,14 @@ int wrongUsage(const char *program, const QString &text)
 {
     std::fprintf(stderr, "%s: %s\n", program, qUtf8Printable(escaped(text)));
     return Usage;
+}
+
+void whenAskedToEnd(std::function<void()> end)
+{
+    static std::function<void()> kept;
+    kept = std::move(end);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+        if (signal != SIGHUP || !isIgnored(signal)) // nohup
+            g_unix_signal_add(signal, onSignal, &kept);
+    }
 }

@@ -5,6 +5,8 @@
 #include <QList>
 #include <QString>
 
+#include <functional>
+
 class QCommandLineParser;
 
 // What the command lines of the programs share.
@@ -17,3 +19,6 @@ QList<QCommandLineOption> commonOptions();
 QString commonAnswer(const QCommandLineParser &parser, const char *version);
 /// Tells on standard error, as one line, in what way \a program was called wrongly; the exit code for that.
 int wrongUsage(const char *program, const QString &text);
+/// Calls \a end, on the main thread, whenever somebody wants the program to end: also by closing its terminal, unless
+/// it was started to survive that.
+void whenAskedToEnd(std::function<void()> end);

@@ -12,16 +12,9 @@
 
 #include <cstdio>
 
-#include <glib-unix.h>
 #include <unistd.h>
 
 namespace {
-
-gboolean onInterrupt(gpointer host)
-{
-    static_cast<Host *>(host)->leave(ExitCode::Success);
-    return G_SOURCE_CONTINUE;
-}
 
 void readRequests(Host &host, QSocketNotifier &input)
 {
@@ -64,8 +57,7 @@ int main(int argc, char **argv)
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     input.setEnabled(options.interactive);
     Host host(std::move(options));
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
-        g_unix_signal_add(signal, onInterrupt, &host);
+    whenAskedToEnd([&host] { host.leave(ExitCode::Success); });
     QObject::connect(&input, &QSocketNotifier::activated, &host, [&] { readRequests(host, input); });
     QTimer::singleShot(0, &host, &Host::start);
     return QCoreApplication::exec();

@@ -20,18 +20,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include <glib-unix.h>
-
 namespace {
 
 constexpr const char Name[] = "devredir-panel";
 constexpr int NoScreen = 3;
-
-gboolean onInterrupt(gpointer window)
-{
-    static_cast<PanelWindow *>(window)->leave();
-    return G_SOURCE_CONTINUE;
-}
 
 // Qt ends the process if there is no screen, with advice for those who package it.
 void tellOfNoScreen(QtMsgType type, const QMessageLogContext &, const QString &text)
@@ -120,8 +112,7 @@ int main(int argc, char **argv)
 
     PanelWindow window(settings);
     QObject::connect(&window, &PanelWindow::left, &application, &QCoreApplication::quit);
-    for (const int signal : {SIGHUP, SIGINT, SIGTERM})
-        g_unix_signal_add(signal, onInterrupt, &window);
+    whenAskedToEnd([&window] { window.leave(); });
     if (parser.isSet(tray))
         addTray(window);
     window.show();

@@ -247,6 +247,19 @@ TEST(Chain, an_interrupted_host_gives_its_device_back_and_succeeds)
     }
 }
 
+TEST(Chain, a_host_that_is_to_survive_its_terminal_does)
+{
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    chain.startVm();
+    chain.startHost(sticks, {}, {QStringLiteral("nohup")});
+    SHARE(chain, Id);
+    chain.interruptHost(SIGHUP);
+    EXPECT_FALSE(chain.listed(Id).isEmpty());
+    chain.interruptHost();
+    EXPECT_EQ(chain.hostStatus(), 0);
+}
+
 TEST(Chain, an_automatic_host_shares_what_is_plugged_in_and_its_rules_allow)
 {
     Chain chain;
