@@ -94,6 +94,11 @@ QStringList UsbDevice::nodes() const
     return {}; // nobody has them open
 }
 
+QStringList UsbDevice::holders() const
+{
+    return {};
+}
+
 QString UsbDevice::mountPoint() const
 {
     return disks.contains(QStringLiteral("sdy")) ? QStringLiteral("/media/stick") : QString();
