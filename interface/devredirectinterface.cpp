@@ -97,10 +97,12 @@ DevRedirectInterface::~DevRedirectInterface()
     QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // drops them
     if (m_dropped > 0)
         Log::module(QtDebugMsg, __func__, " requests and notifications that are dropped: ", m_dropped.load());
-    if (m_devRedirectWorker) // left by endThreads(): there is nobody to tell, and the next list raises its own
-        DevRedirectManger::instance()->setIsHandlerNotifyEvent(true);
+    DevRedirectManger *const registry = DevRedirectManger::instance();
+    // Left by endThreads(), and without a successor: there is nobody to tell, and the next list raises its own.
+    if (m_devRedirectWorker && m_devRedirectWorker == registry->getRedirectWorkerInstance())
+        registry->setIsHandlerNotifyEvent(true);
     else
-        DevRedirectManger::instance()->passNotificationOn();
+        registry->passNotificationOn();
 }
 
 // For a process that ends. The threads take no more requests; one that is in the component or waits for the mount table
