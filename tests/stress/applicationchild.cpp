@@ -7,6 +7,7 @@
 #include "devices/devredirectmanger.h"
 #include "interface/devredirectinterface.h"
 #include "support/waitfor.h"
+#include "worker/devredirectworker.h"
 
 #include <QCoreApplication>
 #include <QThread>
@@ -61,7 +62,11 @@ int main(int argc, char **argv)
         qAddPostRoutine(onApplicationGoes);
         if (isDestroyedFirst)
             redirect.reset();
-        redirect = makeInterface();
+        auto next = makeInterface();
+        // Before the old interface goes, the new one has its list.
+        QMetaObject::invokeMethod(
+            DevRedirectManger::instance()->getRedirectWorkerInstance(), [] {}, Qt::BlockingQueuedConnection);
+        redirect = std::move(next);
         lists = 0;
         if (!waitFor([] { return lists > 0; }))
             return 3;
