@@ -87,7 +87,8 @@ Gate mountGate(const UsbDevice &device)
         gate.outcome = {Refusal::Mounted, QStringLiteral("mounted at ") + point + QStringLiteral("; unmount it first")};
     } else if (const QStringList holders = device.holders(); !holders.isEmpty()) {
         gate.outcome = {Refusal::Mounted, QStringLiteral("in use as ") + holders.join(QStringLiteral(", "))};
-        gate.cure = QStringLiteral("lock or stop that: udisksctl lock, vgchange -an, mdadm --stop");
+        gate.cure =
+            QStringLiteral("lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount");
     }
     return gate;
 }

@@ -2,6 +2,7 @@
 #include "usbdevice.h"
 
 #include <QDir>
+#include <QFile>
 
 #include <libudev.h>
 
@@ -133,9 +134,20 @@ QString UsbDevice::mountPoint() const
 
 QStringList UsbDevice::holders() const
 {
+    const QDir fileSystems(QStringLiteral("/sys/fs/btrfs"));
+    QFile swaps(QStringLiteral("/proc/swaps"));
+    swaps.open(QIODevice::ReadOnly);
+    const QByteArray swapTable = swaps.readAll();
     QStringList all;
-    for (const QString &disk : disks)
+    for (const QString &disk : disks) {
         all += QDir(QStringLiteral("/sys/class/block/") + disk + QStringLiteral("/holders"))
                    .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+        for (const QString &one : fileSystems.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            if (fileSystems.exists(one + QStringLiteral("/devices/") + disk))
+                all.append(QStringLiteral("btrfs"));
+        }
+        if (swapTable.contains("\n/dev/" + disk.toLatin1() + ' '))
+            all.append(QStringLiteral("swap"));
+    }
     return all;
 }

@@ -35,6 +35,7 @@ struct UsbDevice : DeviceIdentity
     QStringList nodes() const;
     /// The first mount point of one of its block devices; empty if nothing is mounted.
     QString mountPoint() const;
-    /// Kernel names of what is made of its block devices: "dm-0" of an encrypted one that is open.
+    /// What its block devices are used for besides: the kernel name of what is made of one ("dm-0" of an encrypted one
+    /// that is open), "btrfs" for a further disk of such a file system, "swap".
     QStringList holders() const;
 };

@@ -52,6 +52,24 @@ void expectRefused(Chain &chain, const QString &id, const std::string &reason)
     EXPECT_FALSE(isShared(chain.listed(id)));
 }
 
+QStringList ofItsOwnMounts()
+{
+    return {QStringLiteral("unshare"), geteuid() == 0 ? QStringLiteral("-m") : QStringLiteral("-rm")};
+}
+
+bool mayMount()
+{
+    return QProcess::execute(ofItsOwnMounts()[0], {ofItsOwnMounts()[1], QStringLiteral("true")}) == 0;
+}
+
+// Stands before a command that is to see \a source mounted at \a place.
+QStringList afterMount(const QString &source, const QString &place)
+{
+    return ofItsOwnMounts()
+        + QStringList{QStringLiteral("sh"), QStringLiteral("-c"),
+                      QStringLiteral("mount %1 '%2' && exec \"$@\"").arg(source, place), QStringLiteral("sh")};
+}
+
 } // namespace
 
 TEST(Chain, a_machine_boots_from_a_shared_stick_and_the_local_system_gets_it_back)
@@ -133,21 +151,32 @@ TEST(Chain, a_device_that_is_not_there_is_refused)
 
 TEST(Chain, a_mounted_disk_is_refused_with_the_place_where_it_is_mounted)
 {
+    if (!mayMount())
+        GTEST_SKIP() << "private mount namespaces are not permitted here";
     Chain chain;
     QList<Chain::Stick> sticks = oneStick();
     QDir().mkdir(chain.path(QStringLiteral("mnt")));
     chain.startVm();
-    const bool root = geteuid() == 0;
-    const QStringList unshare{QStringLiteral("unshare"), root ? QStringLiteral("-m") : QStringLiteral("-rm")};
-    if (QProcess::execute(unshare[0], {unshare[1], QStringLiteral("true")}) != 0)
-        GTEST_SKIP() << "private mount namespaces are not permitted here";
-    QStringList wrapper = unshare;
-    wrapper << QStringLiteral("sh") << QStringLiteral("-c")
-            << QStringLiteral("mount -t tmpfs /dev/sda1 '%1' && exec \"$@\"").arg(chain.path(QStringLiteral("mnt")))
-            << QStringLiteral("sh");
-    chain.startHost(sticks, {}, wrapper);
+    chain.startHost(sticks, {}, afterMount(QStringLiteral("-t tmpfs /dev/sda1"), chain.path(QStringLiteral("mnt"))));
     expectRefused(chain, Id, "mounted at " + chain.path(QStringLiteral("mnt")).toStdString());
     EXPECT_EQ(chain.world(QStringLiteral("driver 1-1")), "ok usb-storage");
+}
+
+TEST(Chain, a_disk_that_memory_is_swapped_to_is_refused)
+{
+    if (!mayMount())
+        GTEST_SKIP() << "private mount namespaces are not permitted here";
+    Chain chain;
+    QList<Chain::Stick> sticks = oneStick();
+    QFile table(chain.path(QStringLiteral("swaps")));
+    ASSERT_TRUE(table.open(QIODevice::WriteOnly));
+    table.write("Filename\t\t\t\tType\t\tSize\t\tUsed\t\tPriority\n"
+                "/dev/sda1                               partition\t1024\t\t0\t\t-2\n");
+    table.close();
+    chain.startVm();
+    chain.startHost(sticks, {},
+                    afterMount(QStringLiteral("--bind '%1'").arg(table.fileName()), QStringLiteral("/proc/swaps")));
+    expectRefused(chain, Id, "in use as swap");
 }
 
 TEST(Chain, a_write_protected_disk_is_refused)

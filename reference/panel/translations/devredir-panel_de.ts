@@ -285,7 +285,7 @@ Was hilft: %2</translation>
         <translation>in Gebrauch als %1</translation>
     </message>
     <message>
-        <source>lock or stop that: udisksctl lock, vgchange -an, mdadm --stop</source>
+        <source>lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount</source>
         <translation>das sperren oder anhalten: udisksctl lock, vgchange -an, mdadm --stop</translation>
     </message>
     <message>

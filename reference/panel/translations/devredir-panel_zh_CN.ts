@@ -285,7 +285,7 @@ What helps: %2</source>
         <translation>正被用作 %1</translation>
     </message>
     <message>
-        <source>lock or stop that: udisksctl lock, vgchange -an, mdadm --stop</source>
+        <source>lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount</source>
         <translation>将其锁定或停止：udisksctl lock、vgchange -an、mdadm --stop</translation>
     </message>
     <message>
