@@ -19,7 +19,7 @@ Redirector::Redirector(SendCallback send, EventCallback notify, const Config &co
           for (auto &[number, channel] : m_channels) {
               if (channel->flush())
                   continue;
-              qCWarning(logComponent, "%s: nobody reads what is sent", qPrintable(channel->name()));
+              qCWarning(logComponent).nospace() << channel->name() << ": nobody reads what is sent";
               giveUp(*channel);
           }
           watchArrivals();
@@ -89,6 +89,7 @@ void Redirector::channelOpened(quintptr channel)
             return;
         giveUp(*found);
         found->open(m_usb.usb());
+        noteAnswers();
     });
 }
 
@@ -107,13 +108,16 @@ void Redirector::receive(quintptr channel, std::string bytes)
         if (!found)
             return;
         const bool isBeingRead = found->hasUnread();
-        found->receive(bytes);
-        if (!isBeingRead)
+        if (!found->receive(bytes)) {
+            qCWarning(logComponent).nospace() << found->name() << ": more comes in than can be read";
+            giveUp(*found);
+        } else if (!isBeingRead) {
             read(channel);
+        }
     });
 }
 
-// A part at a time, so that commands get their turn while a device takes long.
+// A part at a time, so that commands and USB events get their turn while a device takes long.
 void Redirector::read(quintptr channel)
 {
     UsbChannel *found = find(channel);
@@ -133,7 +137,7 @@ void Redirector::read(quintptr channel)
         release(*found);
         break;
     case UsbChannel::Read::Broken:
-        qCWarning(logComponent, "%s: what came in cannot be read", qPrintable(found->name()));
+        qCWarning(logComponent).nospace() << found->name() << ": what came in cannot be read";
         giveUp(*found);
         break;
     }
@@ -148,8 +152,12 @@ void Redirector::giveUp(UsbChannel &channel)
         report(RedirEventChannelLost,
                {{QStringLiteral("deviceId"), channel.deviceId()}, {QStringLiteral("channel"), channel.name()}});
     }
-    release(channel);
+    // Closed before the host hears of the device: it may share another at once.
+    const QJsonObject taken = takeBack(channel, {});
     channel.close();
+    noteAnswers();
+    if (!taken.isEmpty())
+        report(RedirEventUnshared, taken);
 }
 
 // --- sharing ---
@@ -215,20 +223,36 @@ quintptr Redirector::freeChannel(const QString &portPath) const
     return found;
 }
 
-template<typename Answer, typename Task>
-Answer Redirector::ask(Answer &last, const Task &task)
+// After each change, too: a device may take long before the next question.
+void Redirector::noteAnswers()
 {
-    QMutexLocker lock(&m_mutex);
-    const Answer before = last;
-    lock.unlock();
-    const Answer now = m_usb.ask(LongestAnswer, before, task);
-    lock.relock();
-    return last = now;
+    QJsonArray statistics;
+    for (const auto &[number, channel] : m_channels) {
+        if (channel->deviceId().isEmpty())
+            continue;
+        QJsonObject one = channel->statistics().toJson();
+        one.insert(QStringLiteral("deviceId"), channel->deviceId());
+        one.insert(QStringLiteral("channel"), channel->name());
+        statistics.append(one);
+    }
+    const bool hasFreeChannel = freeChannel() != 0;
+    const QMutexLocker lock(&m_mutex);
+    m_statistics = statistics;
+    m_hasFreeChannel = hasFreeChannel;
 }
 
 bool Redirector::hasFreeChannel()
 {
-    return ask(m_hadFreeChannel, [this] { return freeChannel() != 0; });
+    m_usb.callFor(LongestAnswer, [this] { noteAnswers(); });
+    const QMutexLocker lock(&m_mutex);
+    return m_hasFreeChannel;
+}
+
+QJsonArray Redirector::statistics()
+{
+    m_usb.callFor(LongestAnswer, [this] { noteAnswers(); });
+    const QMutexLocker lock(&m_mutex);
+    return m_statistics;
 }
 
 UsbChannel *Redirector::channelOf(const QString &deviceId)
@@ -238,22 +262,6 @@ UsbChannel *Redirector::channelOf(const QString &deviceId)
             return channel.get();
     }
     return nullptr;
-}
-
-QJsonArray Redirector::statistics()
-{
-    return ask(m_lastStatistics, [this] {
-        QJsonArray all;
-        for (const auto &[number, channel] : m_channels) {
-            if (channel->deviceId().isEmpty())
-                continue;
-            QJsonObject one = channel->statistics().toJson();
-            one.insert(QStringLiteral("deviceId"), channel->deviceId());
-            one.insert(QStringLiteral("channel"), channel->name());
-            all.append(one);
-        }
-        return all;
-    });
 }
 
 void Redirector::setDescriptor(const UsbDevice &device, int descriptor)
@@ -333,9 +341,17 @@ void Redirector::unshareAll()
 // The device of a channel goes back to the local system.
 void Redirector::release(UsbChannel &channel, const Outcome &reason)
 {
+    const QJsonObject taken = takeBack(channel, reason);
+    if (!taken.isEmpty())
+        report(RedirEventUnshared, taken);
+}
+
+// What is to be reported of that; empty if there was no device.
+QJsonObject Redirector::takeBack(UsbChannel &channel, const Outcome &reason)
+{
     const QString deviceId = channel.deviceId();
     if (deviceId.isEmpty())
-        return;
+        return {};
     channel.disconnectDevice();
     m_notes.erase(deviceId);
     m_cameBack.remove(deviceId);
@@ -346,7 +362,7 @@ void Redirector::release(UsbChannel &channel, const Outcome &reason)
         details.insert(QStringLiteral("code"), reason.code);
         details.insert(QStringLiteral("text"), reason.text);
     }
-    report(RedirEventUnshared, details);
+    return details;
 }
 
 // A killed process leaves its devices without their local drivers.
@@ -364,8 +380,7 @@ void Redirector::attachDrivers(const UsbDevice &device)
     libusb_device_handle *handle = nullptr;
     const Outcome opened = open(device, handle);
     if (!opened) {
-        qCWarning(logComponent, "%s stays without its local driver: %s", qPrintable(device.id()),
-                  qPrintable(opened.text));
+        qCWarning(logComponent) << device.id() << "stays without its local driver:" << opened.text;
         return;
     }
     libusb_config_descriptor *config = nullptr;
@@ -381,10 +396,13 @@ void Redirector::attachDrivers(const UsbDevice &device)
 
 void Redirector::noteShared(const QString &deviceId, bool shared)
 {
-    const QMutexLocker lock(&m_mutex);
-    m_shared.removeAll(deviceId);
-    if (shared)
-        m_shared.append(deviceId);
+    {
+        const QMutexLocker lock(&m_mutex);
+        m_shared.removeAll(deviceId);
+        if (shared)
+            m_shared.append(deviceId);
+    }
+    noteAnswers();
 }
 
 bool Redirector::isShared(const QString &deviceId) const

@@ -62,7 +62,7 @@ public:
     void setDescriptor(const UsbDevice &device, int descriptor);
     bool hasDescriptor(const UsbDevice &device) const;
 
-    // Two questions that no device holds up: while one does, the answer is the last one.
+    // Two questions that no device holds up: while one takes long, the answer is what was last true.
     QJsonArray statistics(); ///< of each shared device
     bool hasFreeChannel();
 
@@ -88,8 +88,8 @@ private:
     void shareAgain(const UsbDevice &device);
     UsbChannel *channelOf(const QString &deviceId);
     Outcome shareNow(const UsbDevice &device);
-    template<typename Answer, typename Task>
-    Answer ask(Answer &last, const Task &task);
+    void noteAnswers();
+    QJsonObject takeBack(UsbChannel &channel, const Outcome &reason);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
     void noteFailure(const QString &deviceId, const Outcome &outcome);
@@ -126,8 +126,8 @@ private:
     /// By port path, where somebody else has opened the device. Changed on the USB thread only, which reads it as it
     /// is.
     std::map<QString, Descriptor> m_descriptors;
-    QJsonArray m_lastStatistics;
-    bool m_hadFreeChannel = false;
+    QJsonArray m_statistics;
+    bool m_hasFreeChannel = false;
     QStringList m_shared;
     QHash<QString, Outcome> m_failures;
 

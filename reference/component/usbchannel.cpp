@@ -14,7 +14,10 @@
 namespace {
 
 constexpr std::chrono::milliseconds LongestRead(5);
-constexpr uint64_t MostWaiting = 512 << 20; // bytes; who reads asks for some MiB at a time
+// Bytes. Who reads asks for some MiB at a time, who writes waits for the answers to some dozen requests, and a message
+// has at most 128 MiB.
+constexpr uint64_t MostWaiting = 512 << 20;
+constexpr std::size_t MostUnread = 256 << 20;
 
 void writeLog(void *, int level, const char *message)
 {
@@ -118,7 +121,7 @@ void UsbChannel::close()
     m_host.reset();
     m_deviceId.clear();
     m_hasDevice = false;
-    m_received.clear();
+    std::string().swap(m_received); // with its memory
     m_hasUnread = false;
     m_taken = m_shown = 0;
     m_messages = {};
@@ -154,14 +157,18 @@ void UsbChannel::disconnectDevice()
 
 // --- what comes in ---
 
-void UsbChannel::receive(const std::string &bytes)
+bool UsbChannel::receive(const std::string &bytes)
 {
     if (!m_host)
-        return; // left over from before the channel was closed
-    m_received.erase(0, m_taken);
-    m_taken = m_shown = 0;
+        return true; // left over from before the channel was closed
+    if (m_taken > m_received.size() / 2) { // little is left to be moved
+        m_received.erase(0, m_taken);
+        m_shown -= m_taken;
+        m_taken = 0;
+    }
     m_received += bytes;
     m_hasUnread = true;
+    return m_received.size() - m_taken <= MostUnread;
 }
 
 UsbChannel::Read UsbChannel::read()
@@ -186,7 +193,7 @@ bool UsbChannel::showNextMessage()
     m_shown += piece.size;
     m_statistics.fromGuest(message, piece, m_messages);
     if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece))) {
-        qCWarning(logComponent, "%s: a message of type %u is dropped", qPrintable(m_name), piece.type);
+        qCWarning(logComponent).nospace() << m_name << ": a message of type " << piece.type << " is dropped";
         m_taken = m_shown;
     }
     return piece.size > 0;
@@ -249,13 +256,13 @@ bool UsbChannel::isLate()
 {
     if (m_sendAge.age(waiting()) > m_longestAge) {
         if (m_statistics.drops() == m_dropsBefore)
-            qCWarning(logComponent, "%s: isochronous data is late and dropped", qPrintable(m_name));
+            qCWarning(logComponent).nospace() << m_name << ": isochronous data is late and dropped";
         m_statistics.dropped();
         return true;
     }
     if (m_statistics.drops() > m_dropsBefore)
-        qCWarning(logComponent, "%s: isochronous data is in time again, %llu packets were dropped", qPrintable(m_name),
-                  static_cast<unsigned long long>(m_statistics.drops() - m_dropsBefore));
+        qCWarning(logComponent).nospace() << m_name << ": isochronous data is in time again, "
+                                          << m_statistics.drops() - m_dropsBefore << " packets were dropped";
     m_dropsBefore = m_statistics.drops();
     return false;
 }

@@ -49,8 +49,9 @@ public:
     /// Of the device that it has, since it has it.
     const TransferStatistics &statistics() const { return m_statistics; }
 
-    /// Bytes from the virtual machine, for read().
-    void receive(const std::string &bytes);
+    /// Bytes from the virtual machine, for read(); false if so much of them is unread that it does not mean to wait for
+    /// its devices.
+    bool receive(const std::string &bytes);
     /// Reads what has come, until the next message after a few milliseconds. A device that is rejected or lost has been
     /// given back; it is disconnectDevice() that makes the channel free again.
     Read read();

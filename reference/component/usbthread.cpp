@@ -64,18 +64,18 @@ void UsbThread::run(std::promise<void> started)
     }
 }
 
-// False when all is done and the thread is to end.
+// Those that are there: what they post waits until USB events have had their turn. False when all is done and the
+// thread is to end.
 bool UsbThread::runTasks()
 {
-    while (true) {
-        std::function<void()> task;
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            if (m_tasks.empty())
-                return !m_quit;
-            task = std::move(m_tasks.front());
-            m_tasks.pop_front();
-        }
-        task();
+    std::deque<std::function<void()>> tasks;
+    bool goesOn = true;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        tasks.swap(m_tasks);
+        goesOn = !m_quit; // there will be no more then
     }
+    for (; !tasks.empty(); tasks.pop_front())
+        tasks.front()();
+    return goesOn;
 }

@@ -40,15 +40,14 @@ public:
         return isCurrent() ? task() : resultOf(start<Result>([&task] { return task(); }), otherwise);
     }
 
-    /// As call(), but a question: \a otherwise is the answer, too, if a device keeps the thread busy for longer than
-    /// \a limit. \a task may run later then. \thread any
-    template<typename Result, typename Task>
-    Result ask(std::chrono::milliseconds limit, const Result &otherwise, const Task &task)
+    /// Runs \a task and waits for it, but no longer than \a limit: what a device delays runs later. \thread any
+    template<typename Task>
+    void callFor(std::chrono::milliseconds limit, const Task &task)
     {
         if (isCurrent())
-            return task();
-        std::future<Result> result = start<Result>(task);
-        return result.wait_for(limit) == std::future_status::ready ? resultOf(std::move(result), otherwise) : otherwise;
+            task();
+        else
+            start<int>([task] { return task(), 0; }).wait_for(limit);
     }
 
 private:

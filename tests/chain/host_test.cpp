@@ -592,8 +592,12 @@ TEST(Host, names_of_channels_and_devices_are_printed_on_one_line)
     EXPECT_TRUE(run.prints("channel: org.devredir.usb.0\\nchannel: \\x1b[31m\\\\ (open)\n"))
         << run.progress().constData();
     EXPECT_TRUE(run.prints("A\\x1b[31mB")) << run.answers().constData();
+    server.port().send(std::string(4096, '\xff'));
+    EXPECT_TRUE(run.prints("what came in cannot be read")) << run.progress().constData();
+    run.ask("quit\n");
     EXPECT_EQ(run.status(), 0);
     EXPECT_FALSE(run.answers().contains('\x1b'));
+    EXPECT_FALSE(run.progress().contains('\x1b')) << "nor is what the component logs";
 }
 
 // --- passwords and certificates ---

@@ -24,6 +24,8 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <functional>
+#include <future>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -101,8 +103,8 @@ protected:
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\n*.info=false"));
         redirect.sendMapCommandByDevModel(ignoreList);
         redirect.setNotifyEventCallback([this](void *, RedirEvent event, const char *text, int length) {
-            if (event == stopsAt)
-                redirect.realeaseDeviceResource();
+            if (event == actsAt)
+                act();
             const QMutexLocker lock(&mutex);
             events.append(event);
             details.append(QJsonDocument::fromJson(QByteArray(text, length)).object());
@@ -152,7 +154,8 @@ protected:
 
     TestServer server{{PortName}};
     TestClient client{server};
-    std::atomic<RedirEvent> stopsAt{RedirEvent(-1)}; ///< the component is stopped from inside this event
+    std::function<void()> act; ///< the host's, from inside the event below
+    std::atomic<RedirEvent> actsAt{RedirEvent(-1)};
     QMutex mutex;
     QList<RedirEvent> events;
     QList<QJsonObject> details; ///< of each of them
@@ -409,17 +412,54 @@ TEST_F(Reference, a_device_that_is_pulled_at_once_after_it_was_shared_is_back_wh
 TEST_F(Reference, stopped_from_inside_its_own_event_gives_the_device_back_and_starts_again)
 {
     ASSERT_TRUE(shareWhenOpen());
-    stopsAt = RedirEventChannelLost;
+    act = [this] { redirect.realeaseDeviceResource(); };
+    actsAt = RedirEventChannelLost;
     server.port().close();
     EXPECT_TRUE(reported(RedirEventChannelLost));
     EXPECT_TRUE(getsDriver("usb-storage"));
     EXPECT_FALSE(share()) << "nothing runs any more";
     EXPECT_FALSE(events.contains(RedirEventUnshared)) << "nor is reported";
 
-    stopsAt = RedirEvent(-1);
+    actsAt = RedirEvent(-1);
     Q_EMIT redirect.loadDevRedirComponentByThread(QStringLiteral("vm"));
     EXPECT_FALSE(share());
     EXPECT_TRUE(reported(RedirEventShareFailed)) << "it has no channel, and says so";
+}
+
+TEST_F(Reference, a_device_that_is_shared_from_inside_the_event_that_took_it_back_finds_the_channel_closed)
+{
+    ASSERT_TRUE(shareWhenOpen());
+    std::atomic<int> result{0};
+    act = [&] { result = run("share", Id); };
+    actsAt = RedirEventUnshared;
+    server.port().close();
+    EXPECT_TRUE(waitFor([&] { return result == Refusal::NoFreeChannel; })) << result;
+    actsAt = RedirEvent(-1);
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    server.port().open();
+    EXPECT_TRUE(shareWhenOpen());
+}
+
+TEST_F(Reference, what_has_just_changed_is_known_while_the_component_is_busy)
+{
+    const QString otherId = QStringLiteral("1-2:CAMERA0001");
+    ASSERT_TRUE(waitFor([&] { return closes("free channel", otherId).isNull(); }));
+    std::atomic<bool> isBusy{false};
+    std::promise<void> mayGoOn;
+    act = [&] {
+        isBusy = true;
+        mayGoOn.get_future().wait();
+    };
+    actsAt = RedirEventShared;
+    redirect.deviceOperate(Id, QStringLiteral("share"));
+    ASSERT_TRUE(waitFor([&] { return isBusy.load(); }));
+    EXPECT_EQ(closes("free channel", otherId).toObject().value(QLatin1String("code")).toInt(), Refusal::NoFreeChannel);
+    QJsonArray statistics;
+    EXPECT_EQ(run("stats", QString(), &statistics), 0);
+    EXPECT_EQ(statistics[0].toObject().value(QLatin1String("deviceId")).toString(), Id);
+    actsAt = RedirEvent(-1);
+    mayGoOn.set_value();
+    EXPECT_TRUE(reported(RedirEventShared));
 }
 
 TEST_F(Reference, a_virtual_machine_that_reads_nothing_loses_its_channel)
@@ -632,6 +672,12 @@ TEST_F(Reference, explains_what_keeps_a_device_from_being_shared_and_what_helps)
     EXPECT_EQ(held.value(QLatin1String("text")).toString(), QStringLiteral("in use as dm-0"));
     EXPECT_EQ(run("share", Id), Refusal::Mounted);
     EXPECT_TRUE(QDir(holders).removeRecursively());
+
+    const QDir fileSystems(qEnvironmentVariable("UMOCKDEV_DIR") + QStringLiteral("/sys/fs/btrfs"));
+    ASSERT_TRUE(fileSystems.mkpath(QStringLiteral("of-two-disks/devices/sda1")));
+    EXPECT_EQ(closes("not mounted", Id).toObject().value(QLatin1String("text")).toString(),
+              QStringLiteral("in use as btrfs"));
+    EXPECT_TRUE(QDir(fileSystems).removeRecursively());
 
     EXPECT_EQ(run("share", Id), 0);
     const QJsonObject use = closes("not in use", Id).toObject();

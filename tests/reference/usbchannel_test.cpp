@@ -177,3 +177,14 @@ TEST_F(Stream, of_requests_to_a_slow_device_is_read_a_part_at_a_time)
     } while (channel.hasUnread());
     EXPECT_GE(parts, 10);
 }
+
+TEST_F(Stream, is_given_up_when_a_virtual_machine_sends_without_end)
+{
+    start();
+    const std::string much(250 << 20, '\0');
+    EXPECT_TRUE(channel.receive(much));
+    EXPECT_FALSE(channel.receive(std::string(9 << 20, '\0')));
+    channel.close();
+    EXPECT_TRUE(channel.receive(much)) << "of a closed channel nothing is kept";
+    EXPECT_FALSE(channel.hasUnread());
+}

@@ -4,8 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
+
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 
 TEST(UsbThread, what_the_last_task_leaves_is_handled_before_the_thread_ends)
@@ -27,18 +30,41 @@ TEST(UsbThread, what_the_last_task_leaves_is_handled_before_the_thread_ends)
     EXPECT_EQ(handled, 7);
 }
 
-TEST(UsbThread, a_question_is_not_held_up_by_what_takes_long)
+TEST(UsbThread, tasks_that_post_tasks_leave_USB_events_their_turn)
+{
+    constexpr int All = 10;
+    std::atomic<int> rounds{0};
+    int tasks = 0;
+    std::promise<int> roundsAtTheEnd;
+    UsbThread thread([&] { ++rounds; });
+    std::function<void()> next = [&] {
+        if (++tasks < All)
+            thread.post(next);
+        else
+            roundsAtTheEnd.set_value(rounds);
+    };
+    thread.post(next);
+    EXPECT_GE(roundsAtTheEnd.get_future().get(), All - 1);
+}
+
+TEST(UsbThread, what_takes_long_is_waited_for_no_longer_than_asked)
 {
     using std::chrono::milliseconds;
     std::promise<void> isOver;
-    std::atomic<int> answered{0};
+    std::atomic<int> done{0};
     UsbThread thread([] {});
-    const auto answer = [&] { return ++answered; };
-    EXPECT_EQ(thread.ask(milliseconds(20000), 0, answer), 1);
+    const auto task = [&] { ++done; };
+    thread.callFor(milliseconds(20000), task);
+    EXPECT_EQ(done, 1);
     thread.post([&] { isOver.get_future().wait(); });
-    EXPECT_EQ(thread.ask(milliseconds(10), 7, answer), 7);
+    thread.callFor(milliseconds(10), task);
+    EXPECT_EQ(done, 1);
     isOver.set_value();
     thread.stop();
-    EXPECT_EQ(answered, 2);
-    EXPECT_EQ(thread.ask(milliseconds(20000), 7, answer), 7) << "and ends when the thread does";
+    EXPECT_EQ(done, 2) << "but done, then";
+    QElapsedTimer timer;
+    timer.start();
+    thread.callFor(milliseconds(20000), task);
+    EXPECT_LT(timer.elapsed(), 10000) << "and not waited for when the thread has ended";
+    EXPECT_EQ(done, 2);
 }
