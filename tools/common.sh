@@ -118,11 +118,19 @@ need() {
     rm -f "$log"
 }
 
-# files PATTERN...: those that are committed, or would be.
+# files PATTERN...: those that are committed, or would be. In what a release unpacks to, that is all but what is built.
 files() {
-    git ls-files --cached --others --exclude-standard -- "$@" | sort -u | while read -r file; do
-        [ ! -f "$file" ] || echo "$file"
-    done
+    local repository=.git scratch=''
+    if [ ! -e .git ]; then
+        scratch=$(mktemp -d)
+        repository=$scratch
+        git init -q --bare "$repository"
+    fi
+    git --git-dir="$repository" --work-tree=. ls-files --cached --others --exclude-standard -- "$@" | sort -u |
+        while read -r file; do
+            [ ! -f "$file" ] || echo "$file"
+        done
+    [ -z "$scratch" ] || rm -rf "$scratch"
 }
 
 own_release() { (. /etc/os-release && echo "$VERSION_CODENAME"); }

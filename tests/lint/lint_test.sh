@@ -7,8 +7,7 @@ set -euo pipefail
 source=$1 copy=$2
 rm -rf "$copy"
 mkdir -p "$copy"
-(cd "$source" && git ls-files --cached --others --exclude-standard -z |
-    xargs -0 -r ls -d 2>/dev/null | tar -cf - -T -) | tar -xf - -C "$copy"
+(cd "$source" && . tools/common.sh && files . | tar -cf - -T -) | tar -xf - -C "$copy"
 cd "$copy"
 git init -q
 
