@@ -320,6 +320,8 @@ TEST(Chain, a_machine_that_is_stopped_and_then_killed_gives_every_kind_of_device
     chain.startVm(5);
     chain.startHost(
         sticks, QStringLiteral("--camera 1-2 --bulk-camera 1-3 --serial 1-4 --keyboard 1-5").split(QLatin1Char(' ')));
+    for (std::size_t i = 0; i < std::size(devices); ++i)
+        ASSERT_FALSE(chain.event(QStringLiteral("channel")).isEmpty());
     const auto shareAll = [&] {
         for (const auto &device : devices) {
             SHARE(chain, QString::fromLatin1(device.id));
