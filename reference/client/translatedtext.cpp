@@ -18,7 +18,8 @@ constexpr const char *Texts[] = {
     QT_TRANSLATE_NOOP("Texts", "the write-protect switch on it, or \"readOnly\" in config.json"),
     QT_TRANSLATE_NOOP("Texts", "mounted at %1; unmount it first"),
     QT_TRANSLATE_NOOP("Texts", "in use as %1"),
-    QT_TRANSLATE_NOOP("Texts", "lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount"),
+    QT_TRANSLATE_NOOP("Texts",
+                      "lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount"),
     QT_TRANSLATE_NOOP("Texts", "no free channel"),
     QT_TRANSLATE_NOOP("Texts", "a virtual machine that is connected, with one more USB port"),
     // what became of a share

@@ -4,5 +4,12 @@
 #include <QDebug>
 #include <QLoggingCategory>
 
-/// Names are streamed into it: what steers a terminal stands escaped in the log then.
 Q_DECLARE_LOGGING_CATEGORY(logComponent)
+
+/// A name from a server or a device, for the log: in quotes, and what would steer a terminal escaped.
+inline QByteArray quoted(const QString &name)
+{
+    QString text;
+    QDebug(&text).nospace() << name;
+    return text.toUtf8();
+}

@@ -19,7 +19,7 @@ Redirector::Redirector(SendCallback send, EventCallback notify, const Config &co
           for (auto &[number, channel] : m_channels) {
               if (channel->flush())
                   continue;
-              qCWarning(logComponent).nospace() << channel->name() << ": nobody reads what is sent";
+              qCWarning(logComponent, "%s: nobody reads what is sent", quoted(channel->name()).constData());
               giveUp(*channel);
           }
           watchArrivals();
@@ -109,7 +109,7 @@ void Redirector::receive(quintptr channel, std::string bytes)
             return;
         const bool isBeingRead = found->hasUnread();
         if (!found->receive(bytes)) {
-            qCWarning(logComponent).nospace() << found->name() << ": more comes in than can be read";
+            qCWarning(logComponent, "%s: more comes in than can be read", quoted(found->name()).constData());
             giveUp(*found);
         } else if (!isBeingRead) {
             read(channel);
@@ -137,7 +137,7 @@ void Redirector::read(quintptr channel)
         release(*found);
         break;
     case UsbChannel::Read::Broken:
-        qCWarning(logComponent).nospace() << found->name() << ": what came in cannot be read";
+        qCWarning(logComponent, "%s: what came in cannot be read", quoted(found->name()).constData());
         giveUp(*found);
         break;
     }
@@ -380,7 +380,8 @@ void Redirector::attachDrivers(const UsbDevice &device)
     libusb_device_handle *handle = nullptr;
     const Outcome opened = open(device, handle);
     if (!opened) {
-        qCWarning(logComponent) << device.id() << "stays without its local driver:" << opened.text;
+        qCWarning(logComponent, "%s stays without its local driver: %s", quoted(device.id()).constData(),
+                  qPrintable(opened.text));
         return;
     }
     libusb_config_descriptor *config = nullptr;

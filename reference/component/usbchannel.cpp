@@ -193,7 +193,7 @@ bool UsbChannel::showNextMessage()
     m_shown += piece.size;
     m_statistics.fromGuest(message, piece, m_messages);
     if (piece.isWhole && ((needsDevice(piece.type) && !m_hasDevice) || startsStreamOfOnePacket(message, piece))) {
-        qCWarning(logComponent).nospace() << m_name << ": a message of type " << piece.type << " is dropped";
+        qCWarning(logComponent, "%s: a message of type %u is dropped", quoted(m_name).constData(), piece.type);
         m_taken = m_shown;
     }
     return piece.size > 0;
@@ -256,13 +256,13 @@ bool UsbChannel::isLate()
 {
     if (m_sendAge.age(waiting()) > m_longestAge) {
         if (m_statistics.drops() == m_dropsBefore)
-            qCWarning(logComponent).nospace() << m_name << ": isochronous data is late and dropped";
+            qCWarning(logComponent, "%s: isochronous data is late and dropped", quoted(m_name).constData());
         m_statistics.dropped();
         return true;
     }
     if (m_statistics.drops() > m_dropsBefore)
-        qCWarning(logComponent).nospace() << m_name << ": isochronous data is in time again, "
-                                          << m_statistics.drops() - m_dropsBefore << " packets were dropped";
+        qCWarning(logComponent, "%s: isochronous data is in time again, %llu packets were dropped",
+                  quoted(m_name).constData(), static_cast<unsigned long long>(m_statistics.drops() - m_dropsBefore));
     m_dropsBefore = m_statistics.drops();
     return false;
 }
