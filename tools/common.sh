@@ -120,7 +120,7 @@ need() {
 
 # files PATTERN...: those that are committed, or would be. In what a release unpacks to, that is all but what is built.
 files() {
-    local repository=.git scratch=''
+    local repository=.git scratch='' status=0
     if [ ! -e .git ]; then
         scratch=$(mktemp -d)
         repository=$scratch
@@ -129,8 +129,9 @@ files() {
     git --git-dir="$repository" --work-tree=. ls-files --cached --others --exclude-standard -- "$@" | sort -u |
         while read -r file; do
             [ ! -f "$file" ] || echo "$file"
-        done
+        done || status=$?
     [ -z "$scratch" ] || rm -rf "$scratch"
+    return $status
 }
 
 own_release() { (. /etc/os-release && echo "$VERSION_CODENAME"); }
