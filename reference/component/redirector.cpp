@@ -128,9 +128,7 @@ void Redirector::read(quintptr channel)
     case UsbChannel::Read::Fine:
         break;
     case UsbChannel::Read::DeviceRejected:
-        release(*found);
-        if (!deviceId.isEmpty())
-            setFailure(deviceId, {Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")});
+        reject(*found);
         break;
     case UsbChannel::Read::DeviceLost:
         keepChannel(channel, DeviceIdentity::portPathIn(deviceId), true);
@@ -143,6 +141,19 @@ void Redirector::read(quintptr channel)
     }
     if (found->hasUnread())
         m_usb.post([this, channel] { read(channel); });
+}
+
+// Noted before the host hears of it: it may share the device anew at once.
+void Redirector::reject(UsbChannel &channel)
+{
+    const QString deviceId = channel.deviceId();
+    const QJsonObject taken = takeBack(channel, {});
+    if (taken.isEmpty())
+        return;
+    const Outcome rejected{Refusal::RejectedByGuest, QStringLiteral("the virtual machine refuses it")};
+    noteFailure(deviceId, rejected);
+    report(RedirEventUnshared, taken);
+    reportFailure(deviceId, rejected);
 }
 
 // Closes a channel; a device on it goes back to the local system.
@@ -223,7 +234,7 @@ quintptr Redirector::freeChannel(const QString &portPath) const
     return found;
 }
 
-// After each change, too: a device may take long before the next question.
+// After what changes them, too: a device may take long before the next question.
 void Redirector::noteAnswers()
 {
     QJsonArray statistics;
@@ -320,6 +331,7 @@ Outcome Redirector::unshare(const QString &deviceId, const Outcome &reason)
     const Outcome notShared{Refusal::NotShared, QStringLiteral("not shared")};
     return m_usb.call(notShared, [&] {
         m_kept.remove(DeviceIdentity::portPathIn(deviceId));
+        noteAnswers();
         UsbChannel *channel = channelOf(deviceId);
         if (!channel)
             return notShared;
@@ -332,6 +344,7 @@ void Redirector::unshareAll()
 {
     m_usb.call(0, [this] {
         m_kept.clear();
+        noteAnswers();
         for (auto &[number, channel] : m_channels)
             release(*channel);
         return 0;
@@ -430,12 +443,16 @@ void Redirector::noteFailure(const QString &deviceId, const Outcome &outcome)
 void Redirector::setFailure(const QString &deviceId, const Outcome &outcome)
 {
     noteFailure(deviceId, outcome);
-    if (!outcome) {
-        report(RedirEventShareFailed,
-               {{QStringLiteral("deviceId"), deviceId},
-                {QStringLiteral("code"), outcome.code},
-                {QStringLiteral("text"), outcome.text}});
-    }
+    if (!outcome)
+        reportFailure(deviceId, outcome);
+}
+
+void Redirector::reportFailure(const QString &deviceId, const Outcome &outcome)
+{
+    report(RedirEventShareFailed,
+           {{QStringLiteral("deviceId"), deviceId},
+            {QStringLiteral("code"), outcome.code},
+            {QStringLiteral("text"), outcome.text}});
 }
 
 void Redirector::report(RedirEvent event, const QJsonObject &details)

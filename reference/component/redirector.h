@@ -62,7 +62,7 @@ public:
     void setDescriptor(const UsbDevice &device, int descriptor);
     bool hasDescriptor(const UsbDevice &device) const;
 
-    // Two questions that no device holds up: while one takes long, the answer is what was last true.
+    // Two questions that no device holds up: while one takes long, the answer is the last one.
     QJsonArray statistics(); ///< of each shared device
     bool hasFreeChannel();
 
@@ -90,8 +90,10 @@ private:
     Outcome shareNow(const UsbDevice &device);
     void noteAnswers();
     QJsonObject takeBack(UsbChannel &channel, const Outcome &reason);
+    void reject(UsbChannel &channel);
     void giveUp(UsbChannel &channel);
     void noteShared(const QString &deviceId, bool shared);
+    void reportFailure(const QString &deviceId, const Outcome &outcome);
     void noteFailure(const QString &deviceId, const Outcome &outcome);
 
     void watchPlugs();

@@ -116,6 +116,6 @@ void Redirector::shareAgain(const UsbDevice &device)
         m_kept.erase(kept);
         return;
     }
-    if (shareNow(device))
+    if (shareNow(device) && isShared(device.id())) // and not taken back by who has heard of it
         m_cameBack.insert(device.id());
 }

@@ -136,8 +136,7 @@ QStringList UsbDevice::holders() const
 {
     const QDir fileSystems(QStringLiteral("/sys/fs/btrfs"));
     QFile swaps(QStringLiteral("/proc/swaps"));
-    swaps.open(QIODevice::ReadOnly);
-    const QByteArray swapTable = swaps.readAll();
+    const QByteArray swapTable = swaps.open(QIODevice::ReadOnly) ? swaps.readAll() : QByteArray();
     QStringList all;
     for (const QString &disk : disks) {
         all += QDir(QStringLiteral("/sys/class/block/") + disk + QStringLiteral("/holders"))

@@ -56,12 +56,19 @@ void UsbThread::run(std::promise<void> started)
         m_afterEachRound(); // the last tasks, too, may leave something to be sent
         if (!goesOn)
             return;
-        timeval longest{0, 100000};
+        // What wakes it is lost on a task that handles USB events itself, as giving a device back does.
+        timeval longest{0, isDue() ? 0 : 100000};
         if (m_usb)
             libusb_handle_events_timeout_completed(m_usb, &longest, nullptr);
         else
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+}
+
+bool UsbThread::isDue()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_quit || !m_tasks.empty();
 }
 
 // Those that are there: what they post waits until USB events have had their turn. False when all is done and the

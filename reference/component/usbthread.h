@@ -71,6 +71,7 @@ private:
     }
 
     void run(std::promise<void> started);
+    bool isDue();
     bool runTasks();
 
     libusb_context *m_usb = nullptr;

@@ -593,6 +593,45 @@ TEST_F(Reference, a_device_that_is_plugged_in_again_is_shared_again_unless_it_wa
     EXPECT_EQ(run("share", Id), 0) << "the channel is kept for nobody";
 }
 
+TEST_F(Reference, a_device_that_is_unshared_from_inside_the_event_that_tells_of_its_return_can_be_shared)
+{
+    ASSERT_TRUE(runShare(Id));
+    EXPECT_TRUE(reported(RedirEventShared));
+    world("unplug 1-1");
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    act = [] { run("unshare", Id); };
+    actsAt = RedirEventShared;
+    world("plug 1-1");
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    actsAt = RedirEvent(-1);
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    EXPECT_EQ(run("share", Id), 0);
+    EXPECT_TRUE(getsDriver("usbfs"));
+}
+
+TEST_F(Reference, a_device_that_the_virtual_machine_refuses_is_back_with_that_reason_and_can_be_shared_anew_at_once)
+{
+    const auto errorCode = [] { return listed(Id).value(QLatin1String("errCode")).toString(); };
+    const std::string refusal = header(usb_redir_filter_reject, 0, true);
+    ASSERT_TRUE(runShare(Id));
+    server.port().send(greeting() + refusal);
+    EXPECT_TRUE(reported(RedirEventUnshared));
+    EXPECT_TRUE(reported(RedirEventShareFailed));
+    EXPECT_EQ(lastDetails.value(QLatin1String("code")).toInt(), Refusal::RejectedByGuest);
+    EXPECT_TRUE(getsDriver("usb-storage"));
+    EXPECT_EQ(errorCode(), QString::number(Refusal::RejectedByGuest));
+
+    server.port().send(header(usb_redir_device_disconnect_ack, 0, true));
+    ASSERT_TRUE(runShare(Id));
+    act = [] { run("share", Id); };
+    actsAt = RedirEventUnshared;
+    server.port().send(refusal);
+    EXPECT_TRUE(reported(RedirEventShareFailed));
+    actsAt = RedirEvent(-1);
+    EXPECT_TRUE(getsDriver("usbfs"));
+    EXPECT_EQ(errorCode(), QStringLiteral("0"));
+}
+
 TEST_F(Reference, a_channel_is_kept_from_other_devices_while_its_own_may_come_back)
 {
     ASSERT_TRUE(runShare(Id));

@@ -47,6 +47,24 @@ TEST(UsbThread, tasks_that_post_tasks_leave_USB_events_their_turn)
     EXPECT_GE(roundsAtTheEnd.get_future().get(), All - 1);
 }
 
+TEST(UsbThread, a_task_that_handles_USB_events_itself_holds_up_no_other)
+{
+    UsbThread thread([] {});
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 5; ++i) {
+        std::promise<void> isDone;
+        thread.post([&] {
+            thread.post([&] { isDone.set_value(); });
+            timeval no{0, 0};
+            if (thread.usb()) // it takes what would have woken the thread
+                libusb_handle_events_timeout_completed(thread.usb(), &no, nullptr);
+        });
+        isDone.get_future().wait();
+    }
+    EXPECT_LT(timer.elapsed(), 4 * 100);
+}
+
 TEST(UsbThread, what_takes_long_is_waited_for_no_longer_than_asked)
 {
     using std::chrono::milliseconds;

@@ -286,7 +286,7 @@ Was hilft: %2</translation>
     </message>
     <message>
         <source>lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount</source>
-        <translation>das sperren oder anhalten: udisksctl lock, vgchange -an, mdadm --stop</translation>
+        <translation>das sperren, anhalten oder aushängen: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount</translation>
     </message>
     <message>
         <source>its alternate settings are not numbered one after the other</source>

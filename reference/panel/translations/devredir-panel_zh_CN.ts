@@ -286,7 +286,7 @@ What helps: %2</source>
     </message>
     <message>
         <source>lock, stop or unmount that: udisksctl lock, vgchange -an, mdadm --stop, swapoff, umount</source>
-        <translation>将其锁定或停止：udisksctl lock、vgchange -an、mdadm --stop</translation>
+        <translation>将其锁定、停止或卸载：udisksctl lock、vgchange -an、mdadm --stop、swapoff、umount</translation>
     </message>
     <message>
         <source>its alternate settings are not numbered one after the other</source>
