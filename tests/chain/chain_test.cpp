@@ -284,6 +284,7 @@ TEST(Chain, a_host_that_is_to_survive_its_terminal_does)
     chain.startHost(sticks, {}, {QStringLiteral("nohup")});
     SHARE(chain, Id);
     chain.interruptHost(SIGHUP);
+    EXPECT_TRUE(chain.event(QStringLiteral("leaving"), QString(), 500).isEmpty());
     EXPECT_FALSE(chain.listed(Id).isEmpty());
     chain.interruptHost();
     EXPECT_EQ(chain.hostStatus(), 0);

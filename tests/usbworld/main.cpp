@@ -59,7 +59,10 @@ int runCommand(const std::vector<char *> &command, Child &child)
     // Before the command runs: it may be what makes somebody send one. They are passed on by the loop below.
     g_unix_signal_add(SIGTERM, passOn<SIGTERM>, &child);
     g_unix_signal_add(SIGINT, passOn<SIGINT>, &child);
-    g_unix_signal_add(SIGHUP, passOn<SIGHUP>, &child);
+    struct sigaction hangup = {};
+    sigaction(SIGHUP, nullptr, &hangup);
+    if (hangup.sa_handler != SIG_IGN) // under nohup the command is to ignore it, too
+        g_unix_signal_add(SIGHUP, passOn<SIGHUP>, &child);
     child.pid = start(command);
     if (child.pid < 0) {
         std::perror("fork");
