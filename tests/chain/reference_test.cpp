@@ -473,6 +473,22 @@ TEST_F(Reference, a_virtual_machine_that_reads_nothing_loses_its_channel)
     nothingIsRead = false;
 }
 
+TEST_F(Reference, a_virtual_machine_that_sends_without_waiting_for_its_device_loses_its_channel)
+{
+    void *context = nullptr;
+    ASSERT_EQ(redirect.checkRedirChannel(PortName, &context), 1);
+    redirect.handlerRedirNoticeEvent(ChannelEventOpened, nullptr, 0, context);
+    ASSERT_TRUE(runShare(Id));
+    const std::string request = header(usb_redir_get_configuration, 0, true);
+    std::string requests = greeting();
+    while (requests.size() < 130 << 20)
+        requests += request;
+    for (int i = 0; i < 2; ++i)
+        redirect.handlerRedirData(&requests[0], int(requests.size()), context);
+    EXPECT_TRUE(reported(RedirEventChannelLost));
+    EXPECT_TRUE(getsDriver("usb-storage"));
+}
+
 TEST_F(Reference, a_channel_of_before_the_last_start_is_nobody_any_more)
 {
     void *before = nullptr, *after = nullptr;
